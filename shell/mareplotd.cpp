@@ -1,0 +1,29 @@
+/*
+** mareplotd.cpp -- the headless host: the window's start-up steps with no
+** window, then the listener in the foreground. It takes no options; open
+** http://127.0.0.1:19999/app/marepack.html in any browser.
+*/
+#include <signal.h>
+#include <stdio.h>
+
+#include "shell/app_record.h"
+#include "shell/carried_packs.h"
+
+int main(void) {
+    char dataDir[300];
+    char device[320];
+
+    signal(SIGPIPE, SIG_IGN);
+    setvbuf(stdout, NULL, _IOLBF, 0);
+    if (mr_data_dir(dataDir, sizeof(dataDir)) != 0) {
+        fprintf(stderr, "mareplotd: no home directory (set HOME)\n");
+        return 1;
+    }
+    mr_settle_packs(dataDir, mr_copy_carried);
+    mr_device_identity(device, sizeof(device));
+    mr_app_fill("en", device, dataDir, "mareplot");
+    printf("mareplot host %s serving http://127.0.0.1:19999/app/marepack.html (data in %s)\n",
+           MR_HOST_VERSION, dataDir);
+    start_server(1);
+    return 0;
+}

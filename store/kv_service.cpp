@@ -1,0 +1,101 @@
+/*
+** kv_service.cpp -- getValue, getValueA and setValue: one kvt row (or all
+** rows of a key) as an HTTP reply, and storing a value under a key.
+**
+** Values are read with their byte count, never as C strings: PNG files
+** stored as TEXT hold NUL bytes. Lookups lower the asked key; the stored key
+** is used as it is.
+*/
+#include <sqlite3.h>
+#include <string.h>
+
+#include "store/pack_store.h"
+
+/* Sends the first row of key in language or "**" ("**" rows come first
+** through the index order). Returns 0, or 404 with a plain-text page. */
+int getValue(ResponseBuffer *b, const char *key, sqlite3 *db, const char *language) {
+    sqlite3_stmt *stmt = NULL;
+    int result = 404;
+
+    buffReset(b);
+    sqlite3_prepare_v2(db, "SELECT v,t FROM kvt WHERE k=LOWER(?) AND l IN (?,'**')", -1, &stmt,
+                       NULL);
+    sqlite3_bind_text(stmt, 1, key, -1, SQLITE_STATIC);
+    sqlite3_bind_text(stmt, 2, language, -1, SQLITE_STATIC);
+    if (sqlite3_step(stmt) == SQLITE_ROW) {
+        const void *v = sqlite3_column_blob(stmt, 0);
+        int n = sqlite3_column_bytes(stmt, 0);
+        int t = sqlite3_column_int(stmt, 1);
+        if (t == 100) {
+            buffAddChar(b, "<!DOCTYPE HTML>");
+            t = 9;
+        }
+        if (t < 0 || t >= MIMETYPE_COUNT) t = 0; /* a row outside the table never indexes past it */
+        buffAddData(b, v, n);
+        b->contentType = t;
+        result = 0;
+    } else {
+        buffAppendStatus(b, "404 File not found");
+        buffAddChar(b, "File not found (");
+        buffAddChar(b, language);
+        buffAddChar(b, "): ");
+        buffAddChar(b, key);
+        b->contentType = 4;
+    }
+    sqlite3_finalize(stmt);
+    buffSendHttp(b, NULL, b->contentType, b->contentType == 6 ? 900 : 0);
+    return result;
+}
+
+/* Sends every row of key in language or "**" joined as "[v1,v2,...]",
+** status 200 always. Returns 0. */
+int getValueA(ResponseBuffer *b, const char *key, sqlite3 *db, const char *language) {
+    sqlite3_stmt *stmt = NULL;
+    int first = 1;
+
+    buffReset(b);
+    sqlite3_prepare_v2(db, "SELECT v FROM kvt WHERE k=LOWER(?) AND l IN (?,'**')", -1, &stmt, NULL);
+    sqlite3_bind_text(stmt, 1, key, -1, SQLITE_STATIC);
+    sqlite3_bind_text(stmt, 2, language, -1, SQLITE_STATIC);
+    buffAddChar(b, "[");
+    while (sqlite3_step(stmt) == SQLITE_ROW) {
+        if (!first) buffAddChar(b, ",");
+        first = 0;
+        buffAddData(b, sqlite3_column_blob(stmt, 0), sqlite3_column_bytes(stmt, 0));
+    }
+    sqlite3_finalize(stmt);
+    buffAddChar(b, "]");
+    buffSendHttp(b, NULL, 5, 0);
+    return 0;
+}
+
+/* Deletes every row of key, then inserts (key, value, type, "**"); the two
+** steps are no transaction. Sends nothing. Returns 0, -1 when the DELETE
+** failed, -2 when the INSERT failed (the status text then says which). */
+int setValue(ResponseBuffer *b, const char *key, const void *value, int32_t valueLength, int type,
+             sqlite3 *db) {
+    sqlite3_stmt *stmt = NULL;
+    int rc;
+
+    sqlite3_prepare_v2(db, "DELETE FROM kvt WHERE k=?", -1, &stmt, NULL);
+    sqlite3_bind_text(stmt, 1, key, -1, SQLITE_STATIC);
+    rc = sqlite3_step(stmt);
+    sqlite3_finalize(stmt);
+    if (rc != SQLITE_DONE) {
+        buffAppendStatus(b, "500 DELETE FROM kvt");
+        return -1;
+    }
+    stmt = NULL;
+    sqlite3_prepare_v2(db, "INSERT INTO kvt VALUES (?,?,?,'**')", -1, &stmt, NULL);
+    sqlite3_bind_text(stmt, 1, key, -1, SQLITE_STATIC);
+    sqlite3_bind_text(stmt, 2, value ? (const char *)value : "", valueLength < 0 ? 0 : valueLength,
+                      SQLITE_STATIC);
+    sqlite3_bind_int(stmt, 3, type);
+    rc = sqlite3_step(stmt);
+    sqlite3_finalize(stmt);
+    if (rc != SQLITE_DONE) {
+        buffAppendStatus(b, "500 ERROR INSERT kvt");
+        return -2;
+    }
+    return 0;
+}

@@ -1,0 +1,200 @@
+/*
+** host_harness.cpp -- start and stop of the headless host and a raw HTTP
+** client for the black-box tests.
+*/
+#include "support/host_harness.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+
+std::string makeTempDir(const std::string &prefix) {
+    std::string tmpl = "/tmp/" + prefix + "XXXXXX";
+    std::vector<char> buf(tmpl.begin(), tmpl.end());
+    buf.push_back(0);
+    if (mkdtemp(buf.data()) == NULL) abort();
+    return std::string(buf.data());
+}
+
+void removeTree(const std::string &path) {
+    if (path.size() < 6 || path.compare(0, 5, "/tmp/") != 0) return;
+    std::string cmd = "rm -rf '" + path + "'";
+    if (system(cmd.c_str()) != 0) {
+    }
+}
+
+std::string readFile(const std::string &path) {
+    std::ifstream f(path, std::ios::binary);
+    std::stringstream ss;
+    ss << f.rdbuf();
+    return ss.str();
+}
+
+void writeFile(const std::string &path, const std::string &data) {
+    std::ofstream f(path, std::ios::binary | std::ios::trunc);
+    f << data;
+}
+
+bool fileExists(const std::string &path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0;
+}
+
+static int connectHost() {
+    int fd = socket(AF_INET, SOCK_STREAM, 0);
+    struct sockaddr_in a;
+    memset(&a, 0, sizeof(a));
+    a.sin_family = AF_INET;
+    a.sin_port = htons(19999);
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (connect(fd, (struct sockaddr *)&a, sizeof(a)) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+Host::Host(const std::string &home) {
+    if (home.empty()) {
+        home_ = makeTempDir("mareplot-home-");
+        ownHome_ = true;
+    } else {
+        home_ = home;
+    }
+    outPath_ = home_ + "/.host-output";
+    pid_ = fork();
+    if (pid_ == 0) {
+        int out = open(outPath_.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+        dup2(out, 1);
+        dup2(out, 2);
+        setenv("HOME", home_.c_str(), 1);
+        unsetenv("XDG_DATA_HOME");
+        execl(MAREPLOTD_PATH, MAREPLOTD_PATH, (char *)NULL);
+        _exit(127);
+    }
+    for (int i = 0; i < 200; i++) {
+        int fd = connectHost();
+        if (fd >= 0) {
+            close(fd);
+            return;
+        }
+        int status;
+        if (waitpid(pid_, &status, WNOHANG) == pid_) {
+            pid_ = -1;
+            return;
+        }
+        usleep(20000);
+    }
+}
+
+void Host::stop() {
+    if (pid_ > 0) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, NULL, 0);
+        pid_ = -1;
+    }
+}
+
+Host::~Host() {
+    stop();
+    if (ownHome_) removeTree(home_);
+}
+
+std::string Host::output() { return readFile(outPath_); }
+
+Conn::Conn() { fd_ = connectHost(); }
+
+Conn::~Conn() {
+    if (fd_ >= 0) close(fd_);
+}
+
+void Conn::send(const std::string &bytes) {
+    size_t done = 0;
+    while (done < bytes.size()) {
+        ssize_t w = ::send(fd_, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
+        if (w <= 0) return;
+        done += (size_t)w;
+    }
+}
+
+bool Conn::fill(int timeoutMs) {
+    if (eof_) return false;
+    struct pollfd p = {fd_, POLLIN, 0};
+    if (poll(&p, 1, timeoutMs) <= 0) return false;
+    char buf[65536];
+    ssize_t r = recv(fd_, buf, sizeof(buf), 0);
+    if (r <= 0) {
+        eof_ = true;
+        return false;
+    }
+    pending_.append(buf, (size_t)r);
+    return true;
+}
+
+HttpReply Conn::read(int timeoutMs) {
+    HttpReply rep;
+    size_t end;
+    while ((end = pending_.find("\r\n\r\n")) == std::string::npos)
+        if (!fill(timeoutMs)) return rep;
+    std::string head = pending_.substr(0, end);
+    pending_.erase(0, end + 4);
+    std::istringstream hs(head);
+    std::string line;
+    std::getline(hs, line);
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    rep.statusLine = line;
+    while (std::getline(hs, line)) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        rep.headerLines.push_back(line);
+        size_t c = line.find(": ");
+        if (c != std::string::npos) rep.headers[line.substr(0, c)] = line.substr(c + 2);
+    }
+    size_t len = (size_t)atol(rep.headers["Content-Length"].c_str());
+    while (pending_.size() < len)
+        if (!fill(timeoutMs)) {
+            rep.body = pending_;
+            pending_.clear();
+            return rep;
+        }
+    rep.body = pending_.substr(0, len);
+    pending_.erase(0, len);
+    rep.complete = true;
+    return rep;
+}
+
+bool Conn::closedWithin(int timeoutMs) {
+    while (!eof_)
+        if (!fill(timeoutMs)) return eof_;
+    return true;
+}
+
+bool Conn::silentFor(int timeoutMs) {
+    size_t before = pending_.size();
+    fill(timeoutMs);
+    return pending_.size() == before && !eof_;
+}
+
+HttpReply httpGet(const std::string &path) {
+    Conn c;
+    c.send("GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+    return c.read();
+}
+
+HttpReply httpPost(const std::string &path, const std::string &body) {
+    Conn c;
+    c.send("POST " + path + " HTTP/1.1\r\nContent-Length: " + std::to_string(body.size()) +
+           "\r\n\r\n" + body);
+    return c.read();
+}

@@ -1,0 +1,269 @@
+// Buffers over a socketpair: lines, counted blocks, end of stream, growth,
+// JSON escaping, url_decode and the HTTP header.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <string>
+#include <thread>
+#include <cstring>
+#include <vector>
+
+#include "http/response_buffer.h"
+
+namespace {
+
+struct Pair {
+    int in = -1, out = -1;
+    Pair() {
+        int sv[2];
+        if (socketpair(AF_UNIX, SOCK_STREAM, 0, sv) == 0) {
+            in = sv[0];
+            out = sv[1];
+        }
+    }
+    ~Pair() {
+        if (in >= 0) close(in);
+        if (out >= 0) close(out);
+    }
+    void write(const std::string &s) { ASSERT_EQ((ssize_t)s.size(), ::write(out, s.data(), s.size())); }
+    void closeWriter() {
+        close(out);
+        out = -1;
+    }
+    std::string drain() {
+        std::string all;
+        char buf[65536];
+        ssize_t r;
+        while ((r = recv(in, buf, sizeof buf, MSG_DONTWAIT)) > 0) all.append(buf, (size_t)r);
+        return all;
+    }
+};
+
+struct Buf {
+    ResponseBuffer b;
+    Buf(int fd) {
+        buffInit(&b);
+        b.fd = fd;
+    }
+    ~Buf() { buffFree(&b); }
+};
+
+TEST(BuffGetLine, SplitsLinesAndCountsTerminators) {
+    struct Case {
+        const char *input;
+        std::vector<std::pair<std::string, int>> lines;  // text, lineLength
+    } cases[] = {
+        {"GET /hostversion\r\n", {{"GET /hostversion", 18}}},
+        {"abcdefghijklmn\r\n", {{"abcdefghijklmn", 16}}},
+        {"\n", {{"", 1}}},
+        {"\r\n", {{"", 2}}},
+        {"a\rb\nnext\n", {{"a", 4}, {"next", 5}}},  // CR mid-line cuts the text
+        {"one\ntwo", {{"one", 4}, {"two", 3}}},     // last line without terminator
+    };
+    for (const auto &c : cases) {
+        Pair p;
+        Buf in(p.in);
+        p.write(c.input);
+        p.closeWriter();
+        for (const auto &want : c.lines) {
+            char *line = buffGetLine(&in.b);
+            ASSERT_NE(line, nullptr) << c.input;
+            EXPECT_EQ(want.first, std::string(line)) << c.input;
+            EXPECT_EQ(want.second, in.b.lineLength) << c.input;
+        }
+        char *end = buffGetLine(&in.b);
+        ASSERT_NE(end, nullptr);
+        EXPECT_STREQ("", end);
+        EXPECT_EQ(0, in.b.lineLength);
+    }
+}
+
+TEST(BuffGetLine, LineArrivingInPiecesIsJoined) {
+    Pair p;
+    Buf in(p.in);
+    p.write("Content-Le");
+    std::thread later([&] {
+        usleep(20000);
+        p.write("ngth: 5\r\nX\n");
+    });
+    char *line = buffGetLine(&in.b);
+    later.join();
+    ASSERT_NE(line, nullptr);
+    EXPECT_STREQ("Content-Length: 5", line);
+    EXPECT_EQ(19, in.b.lineLength);
+    EXPECT_STREQ("X", buffGetLine(&in.b));
+}
+
+TEST(BuffGetLine, OverlongLineIsCutAtCapacity) {
+    Pair p;
+    Buf in(p.in);
+    std::string big(10240 + 100, 'a');
+    std::thread writer([&] { p.write(big + "\n"); });
+    char *line = buffGetLine(&in.b);
+    ASSERT_NE(line, nullptr);
+    EXPECT_EQ(10240u, strlen(line));
+    EXPECT_EQ(10240, in.b.lineLength);
+    char *rest = buffGetLine(&in.b);
+    writer.join();
+    ASSERT_NE(rest, nullptr);
+    EXPECT_EQ(100u, strlen(rest));
+}
+
+TEST(BuffGetLine, ReceiveErrorGivesNull) {
+    Buf in(-1);
+    EXPECT_EQ(nullptr, buffGetLine(&in.b));
+}
+
+TEST(BuffGetData, CountedBlocksGrowthAndShortBlocks) {
+    Pair p;
+    Buf in(p.in);
+    std::string body(20000, 'x');
+    body[19999] = 'z';
+    std::thread writer([&] { p.write("line\n" + body + "tail"); p.closeWriter(); });
+    EXPECT_STREQ("line", buffGetLine(&in.b));
+    char *block = buffGetData(&in.b, 20000);
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ(20000, in.b.lineLength);
+    EXPECT_EQ(20008, in.b.capacity);
+    EXPECT_EQ('z', block[19999]);
+    char *shortBlock = buffGetData(&in.b, 10);
+    writer.join();
+    ASSERT_NE(shortBlock, nullptr);
+    EXPECT_EQ(4, in.b.lineLength);
+    EXPECT_STREQ("tail", shortBlock);
+}
+
+TEST(BuffAdd, ExactGrowthNullTextAndZeroedRecord) {
+    ResponseBuffer b;
+    memset(&b, 0, sizeof b);
+    EXPECT_EQ(0, buffAddChar(&b, nullptr));
+    EXPECT_EQ(nullptr, b.data);
+    EXPECT_EQ(3, buffAddChar(&b, "abc"));
+    EXPECT_EQ(65536, b.capacity);  // a zeroed record starts at 64 KiB
+    std::string big(70000, 'q');
+    EXPECT_EQ(70003, buffAddData(&b, big.data(), (int)big.size()));
+    EXPECT_EQ(70003, b.capacity);  // exact growth, no slack
+    EXPECT_EQ(70003, buffAddData(&b, "", 0));
+    buffFree(&b);
+}
+
+TEST(BuffAddJson, NineEscapesAndEverythingElseVerbatim) {
+    struct Case {
+        std::string in, out;
+    } cases[] = {
+        {"\b\t\n\f\r", "\\b\\t\\n\\f\\r"},
+        {"\"'/\\", "\\\"\\'\\/\\\\"},
+        {std::string("\x01\x7f\xc3\xa4", 4), std::string("\x01\x7f\xc3\xa4", 4)},
+        {std::string("a\0b", 3), std::string("a\0b", 3)},
+        {"", ""},
+    };
+    for (const auto &c : cases) {
+        ResponseBuffer b;
+        buffInit(&b);
+        buffAddJson(&b, (const unsigned char *)c.in.data(), (int)c.in.size());
+        EXPECT_EQ(c.out, std::string(b.data, (size_t)b.length));
+        buffFree(&b);
+    }
+}
+
+TEST(UrlDecode, EscapesAndEarlyExits) {
+    struct Case {
+        const char *in;
+        const char *out;  // as read after decoding in place
+        int result;
+    } cases[] = {
+        {"/a%20b", "/a b", 4},
+        {"/a%2fB%2F", "/a/B/B%2F", 0},  // escape at the very end: early exit keeps the raw tail
+        {"/a%20", "/a 20", 0},
+        {"/a%", "/a%", 0},
+        {"/a%2", "/a 2", 0},  // the high half is written before the exit
+        {"a+b", "a+b", 3},
+        {"", "", 0},
+        {"%41%42x", "ABx", 3},
+    };
+    for (const auto &c : cases) {
+        char buf[64];
+        strcpy(buf, c.in);
+        EXPECT_EQ(c.result, url_decode(buf, buf)) << c.in;
+        EXPECT_STREQ(c.out, buf) << c.in;
+    }
+}
+
+TEST(UrlDecode, InvalidHexLeavesOutputByte) {
+    char out[8];
+    memset(out, 'Q', sizeof out);
+    EXPECT_EQ(2, url_decode("%zzx", out));
+    EXPECT_EQ('Q', out[0]);
+    EXPECT_EQ('x', out[1]);
+    EXPECT_EQ(0, out[2]);
+}
+
+TEST(BuffSendHttp, HeaderDecisions) {
+    struct Case {
+        const char *status;
+        const char *statusText;
+        int keepAlive, type, maxAge;
+        std::string body;
+        std::string want;
+    } cases[] = {
+        {nullptr, "", 9999, 5, 0, "{}",
+         "HTTP/1.1 200 OK\r\nConnection: keep-alive\r\nKeep-Alive: max=9999\r\n"
+         "Cache-Control: no-cache, no-store, must-revalidate\r\nServer: Marepack\r\n"
+         "Content-Type: text/plain; charset=UTF-8\r\nContent-Length: 2\r\n\r\n{}"},
+        {nullptr, "510 no such state", 0, 11, 1, "",
+         "HTTP/1.1 510 no such state\r\nConnection: close\r\nCache-Control: max-age=900\r\n"
+         "Server: Marepack\r\nContent-Type: application/state; charset=UTF-8\r\nContent-Length: 0\r\n\r\n"},
+        {"404 NOPE", "ignored", -2, 6, 3600, "P",
+         "HTTP/1.1 404 NOPE\r\nConnection: keep-alive\r\nKeep-Alive: max=-2\r\n"
+         "Cache-Control: max-age=3600\r\nServer: Marepack\r\nContent-Type: image/png\r\n"
+         "Content-Length: 1\r\n\r\nP"},
+    };
+    for (const auto &c : cases) {
+        Pair p;
+        ResponseBuffer b;
+        buffInit(&b);
+        b.fd = p.out;
+        b.keepAliveMax = c.keepAlive;
+        strcpy(b.statusText, c.statusText);
+        buffAddData(&b, c.body.data(), (int)c.body.size());
+        EXPECT_EQ((int)c.body.size(), buffSendHttp(&b, c.status, c.type, c.maxAge));
+        EXPECT_EQ(c.want, p.drain());
+        buffFree(&b);
+    }
+}
+
+TEST(BuffSendHttp, FailedBodySendClearsKeepAlive) {
+    Pair p;
+    ResponseBuffer b;
+    buffInit(&b);
+    b.fd = p.out;
+    b.keepAliveMax = 7;
+    buffAddChar(&b, "body");
+    close(p.in);
+    p.in = -1;
+    buffSendHttp(&b, nullptr, 4, 0);  // must not raise SIGPIPE
+    EXPECT_EQ(0, b.keepAliveMax);
+    buffFree(&b);
+}
+
+TEST(BuffReset, KeepsKeepAliveAndFd) {
+    ResponseBuffer b;
+    buffInit(&b);
+    b.fd = 42;
+    b.keepAliveMax = 17;
+    b.contentType = 6;
+    strcpy(b.statusText, "500 x");
+    buffAddChar(&b, "abc");
+    buffReset(&b);
+    EXPECT_EQ(42, b.fd);
+    EXPECT_EQ(17, b.keepAliveMax);
+    EXPECT_EQ(0, b.length);
+    EXPECT_EQ(0, b.contentType);
+    EXPECT_EQ(0, b.statusText[0]);
+    buffFree(&b);
+    EXPECT_EQ(nullptr, b.data);
+    EXPECT_EQ(0, b.fd);
+}
+
+}  // namespace

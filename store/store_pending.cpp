@@ -1,7 +1,7 @@
 /*
 ** store_pending.cpp -- the pack store services in their first form: every
 ** request gets the reply for "nothing found". The tile, state, SQL,
-** gazetteer and download services replace this file.
+** and gazetteer services replace this file.
 */
 #include <string.h>
 
@@ -64,20 +64,3 @@ int gazetteer(ResponseBuffer *b, const char *text) {
     return 0;
 }
 
-void download(void) {
-    MR_STORE(mrApp.dlError, -1);
-    MR_STORE(mrApp.dlState, -1);
-}
-
-int getCrc32(ResponseBuffer *b, const char *name) {
-    (void)name;
-    buffReset(b);
-    buffAddChar(b, "0");
-    buffSendHttp(b, NULL, 5, 0);
-    return 0;
-}
-
-uint32_t ucrc32(uint32_t crc, const void *data, int length) {
-    (void)data; (void)length;
-    return crc;
-}

@@ -1,0 +1,69 @@
+# mareplot -- the two commands: `make run` and `make test`.
+# Both install what is missing (Debian packages through apt-get, npm
+# packages through npm ci), configure and build into build/, then run or test.
+
+SHELL := /bin/bash
+JOBS ?= $(shell nproc)
+BUILD_TYPE ?= RelWithDebInfo
+
+# Debian packages the build and the tests need.
+APT_PACKAGES := cmake g++ make pkg-config libsqlite3-dev sqlite3 googletest libgtest-dev \
+	libbenchmark-dev nodejs npm socat
+
+SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
+
+.PHONY: all deps npm build run test test-unit test-asan bench clean
+
+all: build
+
+deps:
+	@missing=""; for p in $(APT_PACKAGES); do \
+	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "install ok installed" || missing="$$missing $$p"; \
+	done; \
+	if [ "$$missing" = " npm" ] && command -v npm >/dev/null; then missing=""; fi; \
+	if [ -n "$$missing" ]; then \
+	  echo "Installing Debian packages:$$missing"; \
+	  $(SUDO) apt-get update -qq && \
+	  DEBIAN_FRONTEND=noninteractive $(SUDO) apt-get install -y -qq --no-install-recommends $$missing; \
+	fi
+
+npm: deps
+	@if [ -f package.json ]; then \
+	  if [ ! -f node_modules/.package-lock.json ] || [ package-lock.json -nt node_modules/.package-lock.json ]; then \
+	    npm ci --no-audit --no-fund; \
+	  fi; \
+	fi
+
+build: npm
+	cmake -S . -B build -DCMAKE_BUILD_TYPE=$(BUILD_TYPE)
+	cmake --build build -j$(JOBS)
+
+run: build
+	@if { [ -n "$$DISPLAY" ] || [ -n "$$WAYLAND_DISPLAY" ]; } && [ -x build/mareplot ]; then \
+	  if [ "$$(id -u)" = 0 ]; then \
+	    echo "warning: running as root, so the web view runs without its sandbox"; \
+	    export QTWEBENGINE_DISABLE_SANDBOX=1; \
+	  fi; \
+	  exec build/mareplot; \
+	else \
+	  echo "No display: starting the headless host."; \
+	  echo "Open http://127.0.0.1:19999/app/marepack.html in a browser."; \
+	  exec build/mareplotd; \
+	fi
+
+test-unit: build
+	cd build && ctest --output-on-failure
+
+# The same suite built with AddressSanitizer and UndefinedBehaviorSanitizer.
+test-asan: npm
+	cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DMAREPLOT_SANITIZE=ON
+	cmake --build build-asan -j$(JOBS)
+	cd build-asan && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 ctest --output-on-failure
+
+test: test-unit test-asan
+
+bench: build
+	$(MAKE) -C bench
+
+clean:
+	rm -rf build build-asan

@@ -8,6 +8,14 @@
 #include "ais/ais.h"
 #include "nav/nmea.h"
 
+int pos2ddd(int32_t lat, int32_t lon, double *dlat, double *dlon) {
+    int32_t d = lat / 600000;
+    *dlat = (lat - d * 600000) / 600000.0 + d;
+    d = lon / 600000;
+    *dlon = (lon - d * 600000) / 600000.0 + d;
+    return 0;
+}
+
 void ProcessAIS(char *sentence) { (void)sentence; }
 
 int64_t ProcessAOS(char *sentence) {

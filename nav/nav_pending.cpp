@@ -7,6 +7,7 @@
 
 #include "nav/nmea.h"
 
+GpsFix gpsfix;
 int32_t nmea_stat;
 
 void nmea_init(void) { nmea_stat = 0; }

@@ -44,18 +44,6 @@ int execSql(ResponseBuffer *b, const char *statementText, struct sqlite3 *db, co
     return 0;
 }
 
-void toMerc(double latitude, double longitude, int32_t *y, int32_t *x) {
-    (void)latitude; (void)longitude;
-    *y = 0;
-    *x = 0;
-}
-
-void pos2merc(int32_t latitude, int32_t longitude, int32_t *y, int32_t *x) {
-    (void)latitude; (void)longitude;
-    *y = 0;
-    *x = 0;
-}
-
 int gazetteer(ResponseBuffer *b, const char *text) {
     (void)text;
     buffReset(b);

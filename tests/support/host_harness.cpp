@@ -17,6 +17,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 #include <fstream>
 #include <sstream>
 
@@ -101,6 +103,12 @@ Host::Host(const std::string &home) {
 
 void Host::stop() {
     if (pid_ > 0) {
+        // A sanitizer build of the host reports into its output; a report is
+        // a failure of whatever test ran it.
+        std::string out = output();
+        if (out.find("AddressSanitizer") != std::string::npos ||
+            out.find("runtime error:") != std::string::npos)
+            ADD_FAILURE() << "sanitizer report from the host:\n" << out;
         kill(pid_, SIGKILL);
         waitpid(pid_, NULL, 0);
         pid_ = -1;

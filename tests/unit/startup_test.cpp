@@ -1,0 +1,176 @@
+// Start-up file logic: the data directory rule, the pack decisions of the
+// version stamp, and the key files.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "shell/app_record.h"
+
+namespace {
+
+std::string tempDir() {
+    char tmpl[] = "/tmp/mareplot-unit-XXXXXX";
+    return std::string(mkdtemp(tmpl));
+}
+
+std::string slurp(const std::string &p) {
+    std::ifstream f(p, std::ios::binary);
+    std::stringstream ss;
+    ss << f.rdbuf();
+    return ss.str();
+}
+
+void put(const std::string &p, const std::string &data) {
+    std::ofstream f(p, std::ios::binary | std::ios::trunc);
+    f << data;
+}
+
+bool exists(const std::string &p) {
+    struct stat st;
+    return stat(p.c_str(), &st) == 0;
+}
+
+// Records the copies that the start-up asks for and writes a marker file.
+std::vector<std::string> copies;
+int fakeCopy(const char *resource, const char *fileName) {
+    copies.push_back(std::string(resource) + ">" + fileName);
+    put(fileName, std::string("carried ") + resource);
+    return 0;
+}
+
+struct CwdGuard {
+    char saved[4096];
+    CwdGuard() { EXPECT_NE(nullptr, getcwd(saved, sizeof saved)); }
+    ~CwdGuard() { EXPECT_EQ(0, chdir(saved)); }
+};
+
+TEST(SettlePacks, DecisionsByStampAndFiles) {
+    struct Case {
+        const char *name;
+        const char *stamp;  // nullptr: no version.key
+        bool pack1, pack2;
+        bool replaced;
+    } cases[] = {
+        {"first start", nullptr, false, false, true},
+        {"same version, both present", "M.1.16.568", true, true, false},
+        {"other version", "M.1.15.000", true, true, true},
+        {"same version, pack 2 missing", "M.1.16.568", true, false, true},
+        {"same version, pack 1 missing", "M.1.16.568", false, true, true},
+        {"short stamp", "M.1.16", true, true, true},
+        {"longer stamp, same first 10 bytes", "M.1.16.568\n", true, true, false},
+    };
+    for (const auto &c : cases) {
+        CwdGuard cwd;
+        std::string dir = tempDir() + "/mareplot";
+        ASSERT_EQ(0, mkdir(dir.c_str(), 0755));
+        if (c.stamp) put(dir + "/version.key", c.stamp);
+        if (c.pack1) put(dir + "/A000001.marepack", "old1");
+        if (c.pack2) put(dir + "/A000002.marepack", "old2");
+        put(dir + "/marepack.trip", "trip");
+        put(dir + "/A000123.marepack", "downloaded");
+        copies.clear();
+
+        EXPECT_EQ(c.replaced ? 1 : 0, mr_settle_packs(dir.c_str(), fakeCopy)) << c.name;
+        if (c.replaced) {
+            EXPECT_EQ("M.1.16.568", slurp(dir + "/version.key")) << c.name;
+            EXPECT_EQ("carried :/A000001.marepack", slurp(dir + "/A000001.marepack")) << c.name;
+            EXPECT_EQ("carried :/A000002.marepack", slurp(dir + "/A000002.marepack")) << c.name;
+            ASSERT_EQ(2u, copies.size());
+            EXPECT_EQ(":/A000001.marepack>A000001.marepack", copies[0]);
+        } else {
+            EXPECT_TRUE(copies.empty()) << c.name;
+            EXPECT_EQ("old1", slurp(dir + "/A000001.marepack")) << c.name;
+        }
+        EXPECT_EQ("trip", slurp(dir + "/marepack.trip")) << c.name;
+        EXPECT_EQ("downloaded", slurp(dir + "/A000123.marepack")) << c.name;
+        char now[4096];
+        ASSERT_NE(nullptr, getcwd(now, sizeof now));
+        EXPECT_EQ(dir, std::string(now)) << "the data directory becomes current";
+    }
+}
+
+TEST(SettlePacks, ParentsAreNotCreated) {
+    CwdGuard cwd;
+    std::string base = tempDir();
+    ASSERT_EQ(0, chdir(base.c_str()));  // the steps go on in the current directory
+    std::string dir = base + "/missing/mareplot";
+    copies.clear();
+    mr_settle_packs(dir.c_str(), fakeCopy);
+    EXPECT_FALSE(exists(dir));
+}
+
+TEST(DataDir, PlatformPlaceThenXdgThenDefault) {
+    std::string home = tempDir();
+    const char *oldHome = getenv("HOME");
+    const char *oldXdg = getenv("XDG_DATA_HOME");
+    std::string savedHome = oldHome ? oldHome : "", savedXdg = oldXdg ? oldXdg : "";
+    char dir[300];
+
+    setenv("HOME", home.c_str(), 1);
+    unsetenv("XDG_DATA_HOME");
+    ASSERT_EQ(0, mr_data_dir(dir, sizeof dir));
+    EXPECT_EQ(home + "/.local/share/mareplot", std::string(dir));
+    EXPECT_TRUE(exists(home + "/.local/share")) << "parents are created";
+
+    setenv("XDG_DATA_HOME", (home + "/xdg/data").c_str(), 1);
+    ASSERT_EQ(0, mr_data_dir(dir, sizeof dir));
+    EXPECT_EQ(home + "/xdg/data/mareplot", std::string(dir));
+    EXPECT_TRUE(exists(home + "/xdg/data"));
+
+    setenv("XDG_DATA_HOME", "relative/path", 1);
+    ASSERT_EQ(0, mr_data_dir(dir, sizeof dir));
+    EXPECT_EQ(home + "/.local/share/mareplot", std::string(dir));
+
+    ASSERT_EQ(0, mkdir((home + "/Library").c_str(), 0755));
+    ASSERT_EQ(0, mkdir((home + "/Library/Application Support").c_str(), 0755));
+    ASSERT_EQ(0, mr_data_dir(dir, sizeof dir));
+    EXPECT_EQ(home + "/Library/Application Support/mareplot", std::string(dir));
+
+    if (oldHome) setenv("HOME", savedHome.c_str(), 1);
+    if (oldXdg) setenv("XDG_DATA_HOME", savedXdg.c_str(), 1); else unsetenv("XDG_DATA_HOME");
+}
+
+TEST(KeyFiles, ReadKeepsDefaultsAndTakesFirstLineBounded) {
+    std::string dir = tempDir();
+    memset(&mrApp, 0, sizeof mrApp);
+    mr_bprintf(mrApp.keyDir, sizeof mrApp.keyDir, "%s/", dir.c_str());
+    struct Case {
+        const char *content;  // nullptr: no file
+        unsigned size;
+        const char *want;
+    } cases[] = {
+        {nullptr, 4, "en"},
+        {"", 32, "en"},
+        {"xx", 4, "xx"},
+        {"de\n", 4, "de\n"},
+        {"frxy", 4, "frx"},
+        {"Foo\nBar", 32, "Foo\n"},
+        {"0123456789012345678901234567890123456789", 32, "0123456789012345678901234567890"},
+    };
+    for (const auto &c : cases) {
+        unlink((dir + "/k.key").c_str());
+        if (c.content) put(dir + "/k.key", c.content);
+        char value[64] = "en";
+        EXPECT_EQ(0, mrc_read_regkey("k", value, c.size));
+        EXPECT_STREQ(c.want, value) << (c.content ? c.content : "(none)");
+    }
+    EXPECT_EQ(0, mrc_write_regkey("skin", "Foo"));
+    EXPECT_EQ("Foo", slurp(dir + "/skin.key"));
+}
+
+TEST(BoundedCopy, OverflowIsFatal) {
+    char small[4];
+    mr_bcopy(small, sizeof small, "abc");
+    EXPECT_STREQ("abc", small);
+    EXPECT_DEATH(mr_bcopy(small, sizeof small, "abcd"), "bounded copy overflow");
+    EXPECT_DEATH(mr_bprintf(small, sizeof small, "%d", 12345), "bounded copy overflow");
+}
+
+}  // namespace

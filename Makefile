@@ -8,7 +8,7 @@ BUILD_TYPE ?= RelWithDebInfo
 
 # Debian packages the build and the tests need.
 APT_PACKAGES := cmake g++ make pkg-config libsqlite3-dev sqlite3 googletest libgtest-dev \
-	libbenchmark-dev nodejs npm socat
+	libbenchmark-dev nodejs npm socat zlib1g-dev
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 

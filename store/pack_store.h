@@ -49,5 +49,14 @@ int gazetteer(ResponseBuffer *b, const char *text);
 void download(void);
 int getCrc32(ResponseBuffer *b, const char *name);
 uint32_t ucrc32(uint32_t crc, const void *data, int length);
+/* The CRC-32 byte table of the reflected polynomial 0xEDB88320. */
+extern const uint32_t (&poly8_lookup)[256];
+/* GET path from host ("host" or "host:port"); returns the Content-Length
+** (at least 1) with the socket in b->fd, or -1 lookup, -2 connect, -3 no
+** Content-Length, -6 chunked (see download.cpp). */
+int http_get(const char *host, const char *path, ResponseBuffer *b);
+/* The chart server's "host[:port]" from chartserver.key, or the built-in
+** host that never resolves. */
+void download_server_host(char *host, unsigned size);
 
 #endif

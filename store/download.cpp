@@ -1,0 +1,318 @@
+/*
+** download.cpp -- the pack download: the background thread `download`,
+** which fetches one pack from the chart distribution server into the
+** temporary file packDir + "N%06d.temp", resumes it after dropped
+** connections and restarts of the host, verifies size and CRC-32 and then
+** puts it in place of packDir + "A%06d.marepack"; and `http_get`, the
+** plain HTTP/1.1 GET that opens each connection.
+**
+** The thread shares dlId, dlBytes, dlState and dlError with the /download/
+** route through plain 32-bit words (MR_LOAD/MR_STORE keep every poll).
+** Only one download runs at a time: the route starts the thread only in
+** state 0, and the thread goes back to 0 as its last act.
+**
+** The server's host comes from the one-line key file "chartserver.key" in
+** the data directory, as "host" or "host:port" ("[v6addr]:port" for an
+** IPv6 literal with a port). Without it the host is a name under the
+** reserved ".invalid" domain, which never resolves, so an unconfigured host
+** sends no traffic anywhere.
+*/
+#include <errno.h>
+#include <fcntl.h>
+#include <netdb.h>
+#include <sqlite3.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include "shell/app_record.h"
+#include "store/pack_store.h"
+
+#define DL_DEFAULT_HOST "charts.mareplot.invalid"
+#define DL_BLOCK 65536
+#define DL_RESUME_BLOCK 8192
+#define DL_RETRIES 5
+#define DL_LOOKUP_TRIES 20
+
+/* ---- configuration ---- */
+
+/* Fills host (size bytes) with the chart server's "host" or "host:port"
+** from keyDir + "chartserver.key" (first line, surrounding blanks and the
+** line end removed), or with the built-in ".invalid" host when the file is
+** missing or blank. A line that does not fit is cut at size-1 bytes: the
+** file is outside data and must not end the process. */
+void download_server_host(char *host, unsigned size) {
+    char line[256];
+    char *p, *end;
+    if (size == 0) return;
+    line[0] = 0;
+    mrc_read_regkey("chartserver", line, sizeof(line));
+    for (p = line; *p == ' ' || *p == '\t'; p++) {
+    }
+    end = p + strlen(p);
+    while (end > p && (end[-1] == '\n' || end[-1] == '\r' || end[-1] == ' ' || end[-1] == '\t'))
+        *--end = 0;
+    snprintf(host, size, "%s", *p ? p : DL_DEFAULT_HOST);
+}
+
+/* Splits "host", "host:port", "[v6]" or "[v6]:port" into name and service.
+** The service is "80" (the "http" port, given as a number so that the
+** lookup needs no services database) when no port follows. A bare text with
+** several colons is an IPv6 literal without port. Returns 0, or -1 when the
+** parts do not fit. */
+static int http_split_host(const char *text, char *name, size_t nameSize, char *service,
+                           size_t serviceSize) {
+    const char *colon = NULL;
+    size_t nameLen;
+    if (text[0] == '[') {
+        const char *close = strchr(text, ']');
+        if (close == NULL) return -1;
+        text++;
+        nameLen = (size_t)(close - text);
+        if (close[1] == ':') colon = close + 1;
+    } else {
+        colon = strchr(text, ':');
+        if (colon && strchr(colon + 1, ':')) colon = NULL;
+        nameLen = colon ? (size_t)(colon - text) : strlen(text);
+    }
+    if (nameLen >= nameSize) return -1;
+    memcpy(name, text, nameLen);
+    name[nameLen] = 0;
+    if (snprintf(service, serviceSize, "%s", colon && colon[1] ? colon + 1 : "80") >=
+        (int)serviceSize)
+        return -1;
+    return 0;
+}
+
+/* ---- http_get ---- */
+
+/* Receive timeout and keep-alive, set on each new socket and once more after
+** the connect. */
+static void http_socket_options(int fd) {
+    struct timeval tv;
+    int one = 1;
+    tv.tv_sec = 60;
+    tv.tv_usec = 100000;
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
+    setsockopt(fd, SOL_SOCKET, SO_KEEPALIVE, &one, sizeof(one));
+}
+
+/* Opens a connection to host ("host" or "host:port", port 80 by default),
+** sends "GET <path> HTTP/1.1" with a Host header and reads the reply's
+** header. On return b->fd holds the socket whenever one was connected
+** (also for -3 and -6; the caller closes it), and b is ready to read the
+** body with buffGetData. The status line is not examined.
+** Returns the Content-Length when it is at least 1, otherwise the value
+** read (0 or negative), or -1 name lookup failed 20 times, 2 seconds apart;
+** -2 no connection; -3 no Content-Length header; -6 chunked reply. */
+int http_get(const char *host, const char *path, ResponseBuffer *b) {
+    char name[256], service[32], request[1024];
+    struct addrinfo hints, *list = NULL, *ai;
+    int fd = -1, contentLength = -3, n;
+
+    if (http_split_host(host, name, sizeof(name), service, sizeof(service)) != 0) return -1;
+    memset(&hints, 0, sizeof(hints));
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_STREAM;
+    for (int tries = 0;; tries++) {
+        if (getaddrinfo(name, service, &hints, &list) == 0) break;
+        list = NULL;
+        sleep(2);
+        if (tries + 1 >= DL_LOOKUP_TRIES) return -1;
+    }
+
+    for (ai = list; ai != NULL; ai = ai->ai_next) {
+        fd = socket(ai->ai_family, ai->ai_socktype, ai->ai_protocol);
+        if (fd < 0) continue;
+        http_socket_options(fd);
+        if (connect(fd, ai->ai_addr, ai->ai_addrlen) == 0) break;
+        close(fd);
+        fd = -1;
+    }
+    freeaddrinfo(list);
+    if (fd < 0) return -2;
+
+    http_socket_options(fd);
+    buffReset(b);
+    b->fd = fd;
+
+    /* name is at most 255 bytes and the path is the host's own, so the
+    ** request always fits; a cut one would still be sent whole as cut */
+    n = snprintf(request, sizeof(request), "GET %s HTTP/1.1\r\nHost: %s\r\n\r\n", path, host);
+    if (n < 0 || n >= (int)sizeof(request)) n = (int)strlen(request);
+    send(fd, request, (size_t)n, MSG_NOSIGNAL);
+
+    for (;;) {
+        char *line = buffGetLine(b);
+        int value;
+        if (line == NULL) break;
+        if (strncmp(line, "Transfer-Encoding: chunked", 24) == 0) return -6;
+        if (sscanf(line, "Content-Length:%d", &value) == 1) contentLength = value;
+        if (b->lineLength <= 2) break;
+    }
+    return contentLength;
+}
+
+/* ---- the install step ---- */
+
+/* Closes the handle in *slot and stores db there. The replacement of
+** appDb and chartDb goes through this one function, so that it is the
+** only place that has to agree with the handle guard of the database set. */
+static void download_swap_handle(sqlite3 **slot, sqlite3 *db) {
+    sqlite3 *old = *slot;
+    *slot = db;
+    if (old) sqlite3_close_v2(old);
+}
+
+/* Puts the verified temporary file in place of packDir + "A%06d.marepack":
+** closes the handle that may hold the old file (appDb for pack 1, chartDb,
+** whichever pack it is, for any other), deletes the old file and renames.
+** Pack 1 is opened again at once, read-only, so that the next /app/ request
+** serves from it (a failed open leaves appDb null and /app/ falls back to
+** the file system). A chart pack is left for the client to select. */
+static void download_install(int id, const char *tempPath) {
+    char packPath[512];
+    snprintf(packPath, sizeof(packPath), "%sA%06d.marepack", mrApp.packDir, id);
+    download_swap_handle(id == 1 ? &mrApp.appDb : &mrApp.chartDb, NULL);
+    unlink(packPath);
+    rename(tempPath, packPath);
+    if (id == 1) {
+        sqlite3 *db = NULL;
+        if (sqlite3_open_v2(packPath, &db, SQLITE_OPEN_READONLY, NULL) != SQLITE_OK) {
+            sqlite3_close(db);
+            db = NULL;
+        }
+        download_swap_handle(&mrApp.appDb, db);
+    }
+}
+
+/* ---- the thread ---- */
+
+/* Writes all n bytes at the file position. Returns 0, or -1 on a failed or
+** short write. */
+static int download_write(int fd, const char *p, int n) {
+    ssize_t w;
+    do {
+        w = write(fd, p, (size_t)n);
+    } while (w < 0 && errno == EINTR);
+    return w == n ? 0 : -1;
+}
+
+/* The download thread. Runs only when dlState is 1 (set by the route);
+** takes everything from dlArgs ("<id> <version> <size> <crc32 in hex>";
+** fields that do not parse stay 0) and leaves its result in dlError:
+** 0 installed (or nothing to do), -1 no temporary file or buffer, -2 server
+** not found or unusable reply, -3 retries used up, -4 write failed,
+** -5 too many bytes or wrong CRC (temporary file deleted), -7 cancelled.
+** Ends with dlState 0. */
+void download(void) {
+    ResponseBuffer buf;
+    char args[sizeof(mrApp.dlArgs)], host[256], tempPath[512], path[160];
+    int id = 0, version = 0, size = 0, fileFd = -1, retries = DL_RETRIES;
+    unsigned expected = 0;
+    uint32_t crc = 0xFFFFFFFFu;
+    int judge = 1;
+
+    if (MR_LOAD(mrApp.dlState) != 1) return;
+    MR_STORE(mrApp.dlBytes, 0);
+    MR_STORE(mrApp.dlError, 0);
+    MR_STORE(mrApp.dlId, 0);
+    MR_STORE(mrApp.dlState, 2);
+
+    memset(&buf, 0, sizeof(buf));
+    if (buffInit(&buf) == NULL) {
+        MR_STORE(mrApp.dlError, -1);
+        judge = 0;
+        goto release;
+    }
+    buf.fd = -1;
+
+    memcpy(args, mrApp.dlArgs, sizeof(args));
+    args[sizeof(args) - 1] = 0;
+    sscanf(args, "%d %d %d %8x", &id, &version, &size, &expected);
+    MR_STORE(mrApp.dlId, id);
+    download_server_host(host, sizeof(host));
+
+    snprintf(tempPath, sizeof(tempPath), "%sN%06d.temp", mrApp.packDir, id);
+    fileFd = open(tempPath, O_RDWR | O_CREAT, 0666);
+    if (fileFd < 0) {
+        MR_STORE(mrApp.dlError, -1);
+        judge = 0;
+        goto release;
+    }
+
+    /* Resume: whatever an earlier run left is taken as the first bytes of
+    ** the pack; the file position ends at its end, where new data goes. */
+    {
+        char block[DL_RESUME_BLOCK];
+        ssize_t got;
+        int32_t held = 0;
+        while ((got = read(fileFd, block, sizeof(block))) > 0) {
+            crc = ucrc32(crc, block, (int)got);
+            /* a file beyond 2 GiB is more than any size: judged as such */
+            held = got > INT32_MAX - held ? INT32_MAX : held + (int32_t)got;
+        }
+        MR_STORE(mrApp.dlBytes, held);
+    }
+
+    while (MR_LOAD(mrApp.dlBytes) < size && MR_LOAD(mrApp.dlError) == 0 &&
+           MR_LOAD(mrApp.dlState) != 3) {
+        buffReset(&buf);
+        snprintf(path, sizeof(path), "/ajax3.php?download=%d&v=%d&p=%d&u=%d", id, version,
+                 MR_LOAD(mrApp.dlBytes), 0);
+        if (http_get(host, path, &buf) < 1) {
+            MR_STORE(mrApp.dlError, -2);
+        } else {
+            while (MR_LOAD(mrApp.dlBytes) < size && MR_LOAD(mrApp.dlState) != 3) {
+                int32_t held = MR_LOAD(mrApp.dlBytes);
+                char *block = buffGetData(&buf, DL_BLOCK);
+                int n = block ? buf.lineLength : -1;
+                if (n == DL_BLOCK || (n > 0 && n == size - held)) {
+                    if (download_write(fileFd, block, n) != 0) {
+                        MR_STORE(mrApp.dlError, -4);
+                        break;
+                    }
+                    /* a full block past the size is counted and judged */
+                    MR_STORE(mrApp.dlBytes, n > INT32_MAX - held ? INT32_MAX : held + n);
+                    crc = ucrc32(crc, block, n);
+                    retries = DL_RETRIES;
+                    continue;
+                }
+                /* a read error, a timeout or a short block of a dropped
+                ** connection: its bytes are lost, the block is fetched again */
+                if (retries > 0) {
+                    retries--;
+                    sleep(2);
+                } else {
+                    MR_STORE(mrApp.dlError, -3);
+                }
+                break;
+            }
+        }
+        if (buf.fd >= 0) close(buf.fd);
+        buf.fd = -1;
+    }
+
+release:
+    if (fileFd >= 0) close(fileFd);
+    if (buf.fd > 0) close(buf.fd);
+    buffFree(&buf);
+
+    if (judge) {
+        int32_t held = MR_LOAD(mrApp.dlBytes);
+        int crcOk = (uint32_t)~crc == (uint32_t)expected;
+        if (held > size || (held == size && !crcOk)) {
+            MR_STORE(mrApp.dlError, -5);
+            unlink(tempPath);
+        } else if (crcOk) {
+            /* also below the size when the CRC of the part matches: kept so */
+            download_install(id, tempPath);
+        }
+    }
+
+    if (MR_LOAD(mrApp.dlState) == 3) MR_STORE(mrApp.dlError, -7);
+    MR_STORE(mrApp.dlState, 0);
+}

@@ -1,0 +1,69 @@
+// CRC-32 against zlib's crc32: the table, whole runs, runs split at any
+// point, and the no-inversion contract of ucrc32.
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <string>
+#include <vector>
+
+#include "store/pack_store.h"
+
+namespace {
+
+uint32_t hostCrc(const std::string &data) {
+    return ~ucrc32(0xFFFFFFFFu, data.data(), (int)data.size());
+}
+
+uint32_t zlibCrc(const std::string &data) {
+    return (uint32_t)crc32(crc32(0L, Z_NULL, 0), (const Bytef *)data.data(), (uInt)data.size());
+}
+
+std::string pseudoRandom(size_t n, uint32_t seed) {
+    std::string s(n, 0);
+    for (size_t i = 0; i < n; i++) {
+        seed = seed * 1103515245u + 12345u;
+        s[i] = (char)(seed >> 16);
+    }
+    return s;
+}
+
+TEST(Crc32, TableIsTheReflectedIeeeTable) {
+    EXPECT_EQ(0x00000000u, poly8_lookup[0]);
+    EXPECT_EQ(0x77073096u, poly8_lookup[1]);
+    EXPECT_EQ(0xEE0E612Cu, poly8_lookup[2]);
+    EXPECT_EQ(0x990951BAu, poly8_lookup[3]);
+    EXPECT_EQ(0x2D02EF8Du, poly8_lookup[255]);
+    const z_crc_t *zt = get_crc_table();
+    for (int i = 0; i < 256; i++) ASSERT_EQ((uint32_t)zt[i], poly8_lookup[i]) << "entry " << i;
+}
+
+TEST(Crc32, MatchesZlib) {
+    const std::vector<std::string> inputs = {
+        "",
+        "a",
+        "123456789",
+        std::string(1, '\0'),
+        std::string(8192, '\xff'),
+        pseudoRandom(65536, 1),
+        pseudoRandom(100003, 7),
+    };
+    for (const std::string &in : inputs) EXPECT_EQ(zlibCrc(in), hostCrc(in)) << "length " << in.size();
+    EXPECT_EQ(0xCBF43926u, hostCrc("123456789"));
+}
+
+TEST(Crc32, RunsSplitAnywhereGiveTheSameResult) {
+    const std::string data = pseudoRandom(200000, 3);
+    for (size_t cut : {0ul, 1ul, 8191ul, 8192ul, 65536ul, 100000ul, 199999ul, 200000ul}) {
+        uint32_t c = ucrc32(0xFFFFFFFFu, data.data(), (int)cut);
+        c = ucrc32(c, data.data() + cut, (int)(data.size() - cut));
+        EXPECT_EQ(zlibCrc(data), ~c) << "cut at " << cut;
+    }
+}
+
+TEST(Crc32, NonPositiveLengthLeavesTheValue) {
+    for (int len : {0, -1, -65536}) EXPECT_EQ(0x12345678u, ucrc32(0x12345678u, "xyz", len));
+    // no inversion inside: the running value of one zero byte from 0 is 0
+    EXPECT_EQ(0u, ucrc32(0, "\0", 1));
+}
+
+}  // namespace

@@ -1,0 +1,161 @@
+// http_get against a one-reply server on loopback: the request it sends,
+// how it reads the reply header, and the chart server host from its key
+// file.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include "shell/app_record.h"
+#include "store/pack_store.h"
+
+namespace {
+
+// Accepts one connection, keeps the request header, answers with a canned
+// reply and closes.
+class OneReplyServer {
+  public:
+    explicit OneReplyServer(std::string reply) : reply_(std::move(reply)) {
+        fd_ = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t len = sizeof(a);
+        if (bind(fd_, (sockaddr *)&a, sizeof(a)) != 0 || listen(fd_, 1) != 0) return;
+        getsockname(fd_, (sockaddr *)&a, &len);
+        port_ = ntohs(a.sin_port);
+        thread_ = std::thread([this] { serve(); });
+    }
+    ~OneReplyServer() {
+        if (thread_.joinable()) thread_.join();
+        close(fd_);
+    }
+    std::string host() const { return "127.0.0.1:" + std::to_string(port_); }
+    std::string request() {
+        if (thread_.joinable()) thread_.join();
+        return request_;
+    }
+
+  private:
+    void serve() {
+        int c = accept(fd_, nullptr, nullptr);
+        if (c < 0) return;
+        char buf[2048];
+        while (request_.find("\r\n\r\n") == std::string::npos) {
+            ssize_t r = recv(c, buf, sizeof(buf), 0);
+            if (r <= 0) break;
+            request_.append(buf, (size_t)r);
+        }
+        ::send(c, reply_.data(), reply_.size(), MSG_NOSIGNAL);
+        close(c);
+    }
+    std::string reply_, request_;
+    int fd_ = -1;
+    int port_ = 0;
+    std::thread thread_;
+};
+
+struct Buf {
+    ResponseBuffer b;
+    Buf() {
+        buffInit(&b);
+        b.fd = -1;
+    }
+    ~Buf() {
+        if (b.fd >= 0) close(b.fd);
+        buffFree(&b);
+    }
+};
+
+TEST(HttpGet, ReadsTheReplyHeader) {
+    struct Case {
+        const char *name;
+        const char *reply;
+        int result;
+    } cases[] = {
+        {"length with blank", "HTTP/1.1 200 OK\r\nContent-Length: 123\r\n\r\n", 123},
+        {"length without blank", "HTTP/1.1 200 OK\r\nContent-Length:123\r\n\r\n", 123},
+        {"status not examined", "HTTP/1.1 500 Oops\r\nContent-Length: 7\r\n\r\n", 7},
+        {"bare line ends", "HTTP/1.1 200 OK\nServer: x\nContent-Length: 9\n\n", 9},
+        {"no length", "HTTP/1.1 200 OK\r\nServer: x\r\n\r\nbody", -3},
+        {"zero length", "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n", 0},
+        {"chunked", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\nContent-Length: 5\r\n\r\n", -6},
+        {"chunked, 24 characters", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunkXYZ\r\n\r\n", -6},
+        {"lower case is not seen", "HTTP/1.1 200 OK\r\ncontent-length: 5\r\n\r\n", -3},
+        {"closed inside the header", "HTTP/1.1 200 OK\r\nContent-Length: 44", 44},
+        {"nothing at all", "", -3},
+    };
+    for (const Case &c : cases) {
+        OneReplyServer server(c.reply);
+        Buf buf;
+        EXPECT_EQ(c.result, http_get(server.host().c_str(), "/x", &buf.b)) << c.name;
+        EXPECT_GE(buf.b.fd, 0) << c.name;
+    }
+}
+
+TEST(HttpGet, SendsOneExactRequestAndLeavesTheBodyToRead) {
+    OneReplyServer server("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello");
+    Buf buf;
+    const std::string host = server.host();
+    ASSERT_EQ(5, http_get(host.c_str(), "/ajax3.php?download=5&v=2&p=65536&u=0", &buf.b));
+    EXPECT_EQ("GET /ajax3.php?download=5&v=2&p=65536&u=0 HTTP/1.1\r\nHost: " + host + "\r\n\r\n",
+              server.request());
+    char *body = buffGetData(&buf.b, 65536);
+    ASSERT_NE(nullptr, body);
+    EXPECT_EQ("hello", std::string(body, (size_t)buf.b.lineLength));
+}
+
+TEST(HttpGet, RefusedConnectionIsMinusTwo) {
+    // a port that was just free: nothing listens there any more
+    int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof(a);
+    ASSERT_EQ(0, bind(fd, (sockaddr *)&a, sizeof(a)));
+    getsockname(fd, (sockaddr *)&a, &len);
+    close(fd);
+    Buf buf;
+    std::string host = "127.0.0.1:" + std::to_string(ntohs(a.sin_port));
+    EXPECT_EQ(-2, http_get(host.c_str(), "/", &buf.b));
+    EXPECT_EQ(-1, buf.b.fd);
+}
+
+TEST(DownloadServerHost, ComesFromTheKeyFileOrStaysInvalid) {
+    char tmpl[] = "/tmp/mareplot-dlkey-XXXXXX";
+    ASSERT_NE(nullptr, mkdtemp(tmpl));
+    const std::string dir = std::string(tmpl) + "/";
+    const std::string key = dir + "chartserver.key";
+    mr_bcopy(mrApp.keyDir, sizeof(mrApp.keyDir), dir.c_str());
+
+    struct Case {
+        const char *content;  // nullptr: no key file
+        const char *host;
+    } cases[] = {
+        {nullptr, "charts.mareplot.invalid"},
+        {"", "charts.mareplot.invalid"},
+        {"  \r\n", "charts.mareplot.invalid"},
+        {"charts.example.org", "charts.example.org"},
+        {"127.0.0.1:8080\n", "127.0.0.1:8080"},
+        {" [::1]:8080 \r\nsecond line\n", "[::1]:8080"},
+    };
+    for (const Case &c : cases) {
+        unlink(key.c_str());
+        if (c.content) std::ofstream(key) << c.content;
+        char host[256] = "garbage";
+        download_server_host(host, sizeof(host));
+        EXPECT_STREQ(c.host, host) << (c.content ? c.content : "(no file)");
+    }
+    unlink(key.c_str());
+    rmdir(tmpl);
+    mrApp.keyDir[0] = 0;
+}
+
+}  // namespace

@@ -1,0 +1,259 @@
+/*
+** kelvor.chartkit.js: the chart pack in use.
+**
+** Makes the host open a pack, reads the pack's documents (chart list, tile
+** availability, chart info markers, tide stations, overlay) into memory,
+** chooses the chart to show first, draws chart frames and marks a pack
+** the server listed as old. The download dialogue and kit list updates
+** live with the kit management screens.
+*/
+
+kelvor.chartkit = {
+    chartList: [],
+    markerList: [],
+    langlist: [],
+    avTiles: {},
+    navrte: null,
+    vectorMap: null,
+    update: {},
+    updatePos: [],
+    outdated: false,
+
+    /* pack id to file name: 2 -> "A000002.marepack" */
+    makeFileName: function (id) {
+        var t = String(Math.floor(Number(id)));
+        while (t.length < 6) t = "0" + t;
+        return "A" + t + ".marepack";
+    },
+
+    _json: function (text, dflt) {
+        if (text === false) return dflt;
+        try {
+            return JSON.parse(text);
+        } catch (e) {
+            console.log("chartkit: " + e);
+            return dflt;
+        }
+    },
+
+    /* Opens pack dbname and loads its documents. page: false keeps the view,
+    ** -1 picks the best chart and shows the menu, a number centres on that
+    ** entry of the chart list. */
+    loadChartKit: function (dbname, page) {
+        if (dbname === "void") return;
+        var ck = kelvor.chartkit, k = kelvor.settings.k, map = cpApp.map;
+        map.clearImageList();
+        var r = getSync("/getSetState/chartdb=" + dbname);
+        if (parseInt(r, 10) === 500) getSync("/getSetState/chartdb=A000002.marepack");
+        /* mapVersion names the requested pack even after the fallback; tile
+        ** paths do not depend on it */
+        map.mapVersion = String(dbname).split(".")[0];
+        k.chartkit = dbname;
+
+        var rows = [];
+        try {
+            rows = JSON.parse(postSync("/MexecSql",
+                "SELECT l,count(l) FROM kvt WHERE k='mrk' AND l <> '**' GROUP BY l ORDER BY 2 ASC"));
+            if (!Array.isArray(rows)) rows = [];
+        } catch (e) {
+            getSync("/getSetState/chartdb=A000002.marepack");
+            map.mapVersion = "A000002";
+            rows = [];
+        }
+        ck.langlist = [];
+        for (var i = 0; i < rows.length; i++) ck.langlist.push(rows[i][0]);
+        if (!k.maplang) k.maplang = {};
+        if (!k.maplang[dbname]) {
+            var loc = kelvor.settings.host.loc || [];
+            var found = null;
+            for (var j = 0; j < rows.length && !found; j++) {
+                if (rows[j][0] === loc[0] || rows[j][0] === loc[1]) found = rows[j][0];
+            }
+            /* the locale match is overwritten on purpose: a pack opens in
+            ** its least-marked language first */
+            k.maplang[dbname] = rows.length ? rows[0][0] : "en";
+        }
+
+        ck.chartList = ck._json(getSync("/getMapData/chartlist"), []);
+        if (!Array.isArray(ck.chartList)) ck.chartList = [];
+        var av = ck._json(getSync("/getMapData/avtiles2"), false);
+        if (av === false || av === null || typeof av !== "object") {
+            av = {};
+            var zyx = ck._json(postSync("/MexecSql", "SELECT zyx FROM tiles"), []);
+            if (Array.isArray(zyx)) {
+                for (var t = 0; t < zyx.length; t++) av[zyx[t][0]] = true;
+            }
+        }
+        ck.avTiles = av;
+
+        if (page === -1) {
+            var best = 0, bestSc = -1;
+            for (var c = 0; c < ck.chartList.length; c++) {
+                var sc = Number(ck.chartList[c].sc);
+                if (sc < 5000000 && sc > bestSc) {
+                    bestSc = sc;
+                    best = c;
+                }
+            }
+            page = best;
+            if (cpApp.showMenuBar) cpApp.showMenuBar("cp_chartkit_menu");
+        }
+        ck.loadmarker(k.maplang[dbname]);
+        ck.loadOverlay();
+        if (page !== false) ck.centerOnChart(page);
+        cpApp.update();
+        ck.setOutDated();
+    },
+
+    setOutDated: function () {
+        var ck = kelvor.chartkit, k = kelvor.settings.k;
+        var id = parseInt(String(k.chartkit).substring(1, 7), 10);
+        ck.outdated = Array.isArray(k.oldmaps) && k.oldmaps.indexOf(id) >= 0;
+    },
+
+    /* Chart info markers and tide stations in the map language lang. */
+    loadmarker: function (lang) {
+        var ck = kelvor.chartkit, k = kelvor.settings.k;
+        getSync("/getSetState/mlang=" + lang);
+        var list = ck._json(getSync("/getMapDataA/mrk"), []);
+        if (!Array.isArray(list)) list = [];
+        var mk = kelvor.marker && kelvor.marker.prototype;
+        for (var i = 0; i < list.length; i++) {
+            list[i].onUp = ck.showMrk;
+            if (mk && mk.dist) list[i].dist = mk.dist;
+        }
+        ck.markerList = list;
+        try {
+            var st = JSON.parse(getSync("/getMapData/tides"));
+            kelvor.tides.stationList = st || {};
+            for (var id in st) {
+                var s = st[id];
+                list.push({
+                    a: s,
+                    x: MERC_SPHERE_BASE * (Number(s.lon) + 180) / 360,
+                    y: cpApp.map._lat2y(Number(s.lat), MERC_SPHERE_BASE),
+                    txt: s.name,
+                    s: 400000,
+                    onUp: kelvor.tides.showTide,
+                    render: kelvor.tides.renderMarker
+                });
+            }
+        } catch (e) {
+            console.log("tides: " + e);
+        }
+        k.maplang[k.chartkit] = lang;
+    },
+
+    /* An empty fairway and an empty vector layer, filled from the pack's
+    ** overlay document where the pack has one. */
+    loadOverlay: function () {
+        var ck = kelvor.chartkit;
+        ck.navrte = new kelvor.navrte("No NavRTE");
+        ck.vectorMap = (typeof RX !== "undefined" && RX.wglmap) ? new RX.wglmap() : null;
+        var id = parseInt(String(kelvor.settings.k.chartkit).substring(1, 7), 10);
+        if (!(id > 2)) return;
+        var o = ck._json(getSync("/kvt/" + id), {});
+        if (!o || typeof o !== "object" || !Object.keys(o).length) return;
+        if (ck.vectorMap) {
+            ck.vectorMap.style = o.style;
+            ck.vectorMap.map = o.map;
+            if (ck.initVecMap) ck.initVecMap(o);
+        }
+    },
+
+    centerOnChart: function (i) {
+        var ck = kelvor.chartkit, c = ck.chartList[i];
+        if (!c) return;
+        for (var j = 0; j < ck.chartList.length; j++) ck.chartList[j].selected = false;
+        c.selected = true;
+        cpApp.map.setPosWorldMerc(Number(c.x1), Number(c.y1), Number(c.x2), Number(c.y2));
+    },
+
+    /* The finest chart that holds the point (bounds exclusive), else the
+    ** last one. */
+    showBestChart: function (x, y) {
+        var ck = kelvor.chartkit, best = null;
+        for (var i = 0; i < ck.chartList.length; i++) {
+            var c = ck.chartList[i];
+            if (x > c.x1 && x < c.x2 && y > c.y1 && y < c.y2 && (!best || Number(c.sc) < Number(best.sc))) best = c;
+        }
+        if (!best) best = ck.chartList[ck.chartList.length - 1];
+        if (!best) return;
+        cpApp.map.setPosMM(x, y, 17, false);
+        cpApp.map.setScale(Math.min(10000000, Number(best.sc) / 2.5));
+    },
+
+    renderMapFrame: function (ctx) {
+        var list = kelvor.chartkit.chartList, f = ctx.scm;
+        var vx1 = ctx.sx1 / f, vy1 = ctx.sy1 / f, vx2 = ctx.sx2 / f, vy2 = ctx.sy2 / f;
+        for (var i = 0; i < list.length; i++) {
+            var c = list[i];
+            if (!c.po || c.po.length < 4 || c.x2 < vx1 || c.x1 > vx2 || c.y2 < vy1 || c.y1 > vy2) continue;
+            ctx.beginPath();
+            for (var j = 0; j + 1 < c.po.length; j += 2) {
+                var px = Math.round(c.po[j] * f - ctx.cxzero), py = Math.round(c.po[j + 1] * f - ctx.cyzero);
+                if (j) ctx.lineTo(px, py);
+                else ctx.moveTo(px, py);
+            }
+            ctx.closePath();
+            ctx.strokeStyle = c.selected ? "rgba(255,0,255,0.8)" : "rgba(255,0,255,0.6)";
+            ctx.lineWidth = c.selected ? 5 : 2;
+            ctx.stroke();
+        }
+    },
+
+    /* Place names near a point (whole world metres), or its position. */
+    gazetteer: function (x, y) {
+        var r = kelvor.chartkit._json(getSync("/gazetteer/" + Math.round(x) + "/" + Math.round(y)), []);
+        if (Array.isArray(r) && r.length) {
+            var names = [];
+            for (var i = 0; i < r.length && i < 2; i++) names.push(r[i].n);
+            return names.join(",");
+        }
+        var m = cpApp.map;
+        var lat = m._y2lat(y, MERC_SPHERE_BASE), lon = m._x2lon(x, MERC_SPHERE_BASE);
+        return kelvor.settings.fmtLat(lat) + " " + kelvor.settings.fmtLon(lon);
+    },
+
+    /* The version text of pack id, read by opening it on the host; 0 when
+    ** the pack cannot be opened. Leaves that pack open. */
+    checkversion: function (id) {
+        var r = getSync("/getSetState/chartdb=" + kelvor.chartkit.makeFileName(id));
+        if (parseInt(r, 10) === 0) {
+            var v = getSync("/getMapData/version");
+            return v === false ? 0 : v;
+        }
+        return 0;
+    },
+
+    /* The chart info layer: markers visible at the current scale. The
+    ** icons and the info popup come with the chart info issue. */
+    renderMarker: function (ctx) {
+        var list = kelvor.chartkit.markerList, f = ctx.scm;
+        for (var i = 0; i < list.length; i++) {
+            var m = list[i];
+            if (m.render && m.render !== kelvor.chartkit.renderMarker) m.render(ctx, m);
+        }
+    },
+
+    find: function (so) {
+        var list = kelvor.chartkit.markerList;
+        for (var i = 0; i < list.length; i++) {
+            var m = list[i];
+            if (!(so.mapScale <= Number(m.s))) continue;
+            var d = Math.sqrt((m.x - so.p.x) * (m.x - so.p.x) + (m.y - so.p.y) * (m.y - so.p.y));
+            if (d < so.d) {
+                so.d = d;
+                so.o = m;
+            }
+        }
+    },
+
+    showMrk: function () {
+        /* the chart info popup belongs to the chart info issue */
+    },
+
+    checkForNewMaps: function (force) {
+        /* the server's kit check belongs to the kit management issue */
+    }
+};

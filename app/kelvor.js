@@ -1,0 +1,319 @@
+/*
+** kelvor.js: the base layer of the chart client.
+**
+** Defines the one global namespace `kelvor`, the constants every module
+** reads, the helper set `kelvor.aux`, the four request functions that all
+** talk to the host (and, for the cloud, to AJAXSERVER) and the object form
+** `kelvor.ajax`. Classic script: no modules, no syntax past Chromium 87.
+*/
+
+var MERC_SPHERE_BASE = 40030178.618589391188160183529977;
+var APPURLENC = "application/x-www-form-urlencoded";
+/* The host of the cloud endpoint is a deployment setting. The default lies
+** under the reserved .invalid domain, so an unconfigured build never reaches
+** anybody's server: every remote call fails fast and takes its error path. */
+var AJAXSERVER = "http://cloud.mareplot.invalid/ajax3-568.php";
+var ADEBUG = false;
+var MRDLGWIDTH = 420;
+/* user id, user token, language: sent as the Accept header of every request */
+var XHDRAUTH = [0, "void", ""];
+
+var kelvor = {
+    g: null,
+    aux: {}
+};
+
+/* Whole seconds of a date. */
+Date.prototype.gT = function () {
+    return Math.floor(this.getTime() / 1000);
+};
+
+/* Escapes quotes and backslashes for text placed inside quoted strings. */
+function addslashes(s) {
+    return String(s).replace(/[\\"']/g, "\\$&").replace(/\u0000/g, "\\0");
+}
+
+function _kelvorAuthHeader(xhr) {
+    try {
+        xhr.setRequestHeader("Accept", XHDRAUTH[0] + "/" + XHDRAUTH[1]);
+    } catch (e) {
+        /* a header the engine refuses must not stop the request */
+    }
+}
+
+/* Blocking GET. Returns the body, or false unless the status is 200 (a
+** refused connection counts as a failure too). */
+function getSync(url) {
+    try {
+        var xhr = new XMLHttpRequest();
+        xhr.open("GET", url, false);
+        _kelvorAuthHeader(xhr);
+        xhr.send(null);
+        return xhr.status === 200 ? xhr.responseText : false;
+    } catch (e) {
+        return false;
+    }
+}
+
+/* Blocking POST of data with the given content type (default plain text).
+** Returns the body, or false unless the status is 200. */
+function postSync(url, data, type) {
+    try {
+        var xhr = new XMLHttpRequest();
+        xhr.open("POST", url, false);
+        _kelvorAuthHeader(xhr);
+        xhr.setRequestHeader("Content-Type", type || "text/plain; charset=UTF8");
+        xhr.send(data);
+        return xhr.status === 200 ? xhr.responseText : false;
+    } catch (e) {
+        return false;
+    }
+}
+
+function _kelvorAsync(xhr, done, context) {
+    xhr.onreadystatechange = function () {
+        if (xhr.readyState !== 4) return;
+        if (xhr.status === 200) {
+            /* an empty body on 200 calls nothing */
+            if (xhr.responseText && done) done(xhr.responseText, context);
+        } else if (done) {
+            done(false, context);
+        }
+    };
+}
+
+/* Asynchronous GET: done(body, context) on 200 with a body, done(false,
+** context) on any other status; progress, if given, sees progress events. */
+function getAsync(url, done, context, progress) {
+    var xhr = new XMLHttpRequest();
+    try {
+        xhr.open("GET", url, true);
+        _kelvorAuthHeader(xhr);
+        if (progress) xhr.onprogress = progress;
+        _kelvorAsync(xhr, done, context);
+        xhr.send(null);
+    } catch (e) {
+        if (done) done(false, context);
+    }
+    return xhr;
+}
+
+/* Asynchronous POST, answered like getAsync. */
+function postAsync(url, done, data, type, context) {
+    var xhr = new XMLHttpRequest();
+    try {
+        xhr.open("POST", url, true);
+        _kelvorAuthHeader(xhr);
+        xhr.setRequestHeader("Content-Type", type || "text/plain; charset=UTF8");
+        _kelvorAsync(xhr, done, context);
+        xhr.send(data);
+    } catch (e) {
+        if (done) done(false, context);
+    }
+    return xhr;
+}
+
+/*
+** kelvor.ajax: one connection at a time. A new request aborts the one that
+** is still running on the same object.
+*/
+kelvor.ajax = function () {
+    this._xhr = null;
+    this.div = null;
+};
+
+kelvor.ajax.prototype = {
+    _abort: function () {
+        if (this._xhr && this._xhr.readyState !== 4) {
+            try { this._xhr.abort(); } catch (e) { /* already gone */ }
+        }
+        this._xhr = null;
+    },
+    /* call(method, url, data, type, done): the general form of all others */
+    call: function (method, url, data, type, done) {
+        var self = this;
+        this._abort();
+        var xhr = new XMLHttpRequest();
+        this._xhr = xhr;
+        try {
+            xhr.open(method, url, true);
+            _kelvorAuthHeader(xhr);
+            if (method === "POST") xhr.setRequestHeader("Content-Type", type || APPURLENC);
+            xhr.onreadystatechange = function () {
+                if (xhr.readyState !== 4 || self._xhr !== xhr) return;
+                self._xhr = null;
+                if (done) done(xhr.status === 200 ? xhr.responseText : false);
+            };
+            xhr.send(data === undefined ? null : data);
+        } catch (e) {
+            this._xhr = null;
+            if (done) done(false);
+        }
+    },
+    setdiv: function (div) {
+        this.div = typeof div === "string" ? document.getElementById(div) : div;
+    },
+    setinner: function (html) {
+        if (this.div) this.div.innerHTML = html;
+    },
+    /* fetch url and place the reply into the element */
+    rundiv: function (url, div) {
+        var self = this;
+        if (div) this.setdiv(div);
+        this.call("GET", url, null, null, function (r) {
+            if (r !== false) self.setinner(r);
+        });
+    },
+    /* fetch url and run the reply as script */
+    eval: function (url) {
+        this.call("GET", url, null, null, function (r) {
+            if (r !== false) (0, window.eval)(r);
+        });
+    },
+    getsync: function (url) { this._abort(); return getSync(url); },
+    postsync: function (url, data, type) { this._abort(); return postSync(url, data, type); },
+    getasync: function (url, done) { this.call("GET", url, null, null, done); },
+    postreq: function (url, data, done) { this.call("POST", url, data, APPURLENC, done); },
+    postform: function (url, form, done) {
+        this.call("POST", url, kelvor.aux.obj2form(kelvor.aux.form2obj(form)), APPURLENC, done);
+    },
+    getform: function (url, form, done) {
+        var q = kelvor.aux.obj2form(kelvor.aux.form2obj(form));
+        this.call("GET", url + (url.indexOf("?") < 0 ? "?" : "&") + q, null, null, done);
+    }
+};
+
+(function (aux) {
+    function el(e) {
+        return typeof e === "string" ? document.getElementById(e) : e;
+    }
+
+    aux.getClientSize = function () {
+        return { w: window.innerWidth, h: window.innerHeight };
+    };
+
+    aux.hasClass = function (e, cls) {
+        e = el(e);
+        return !!e && (" " + e.className + " ").indexOf(" " + cls + " ") >= 0;
+    };
+
+    aux.addClass = function (e, cls) {
+        e = el(e);
+        if (e && !aux.hasClass(e, cls)) e.className = e.className ? e.className + " " + cls : cls;
+    };
+
+    aux.removeClass = function (e, cls) {
+        e = el(e);
+        if (!e) return;
+        e.className = (" " + e.className + " ").replace(new RegExp(" " + cls + "(?= )", "g"), "")
+            .replace(/^\s+|\s+$/g, "").replace(/\s+/g, " ");
+    };
+
+    aux.strcmp = function (a, b) {
+        return a < b ? -1 : (a > b ? 1 : 0);
+    };
+
+    /* A string as the lower-case hex digits of its UTF-8 bytes, for X'..'
+    ** literals in SQL. */
+    aux.hexscape = function (s) {
+        var u = unescape(encodeURIComponent(String(s)));
+        var out = "";
+        for (var i = 0; i < u.length; i++) {
+            var h = u.charCodeAt(i).toString(16);
+            out += h.length < 2 ? "0" + h : h;
+        }
+        return out;
+    };
+
+    /* Sorts the options of a select from index `from` on by their text. */
+    aux.sortSelect = function (sel, from) {
+        sel = el(sel);
+        from = from || 0;
+        var keep = sel.value;
+        var opts = [];
+        for (var i = from; i < sel.options.length; i++) {
+            opts.push({ t: sel.options[i].text, v: sel.options[i].value });
+        }
+        opts.sort(function (a, b) { return a.t.localeCompare(b.t, "en-US"); });
+        for (var j = 0; j < opts.length; j++) {
+            sel.options[from + j].text = opts[j].t;
+            sel.options[from + j].value = opts[j].v;
+        }
+        sel.value = keep;
+    };
+
+    function ua() {
+        return typeof navigator !== "undefined" ? navigator.userAgent : "";
+    }
+    aux.isIos = function () { return /iPad|iPhone|iPod/.test(ua()); };
+    aux.isAdroid = function () { return /Android/.test(ua()); };
+    aux.isIe = function () { return /MSIE |Trident\//.test(ua()); };
+    aux.isMac = function () { return /Macintosh|Mac OS X/.test(ua()) && !aux.isIos(); };
+
+    /* The named inputs of a form as a plain object. */
+    aux.form2obj = function (form) {
+        form = el(form);
+        var o = {};
+        if (!form || !form.elements) return o;
+        for (var i = 0; i < form.elements.length; i++) {
+            var f = form.elements[i];
+            if (!f.name) continue;
+            if ((f.type === "checkbox" || f.type === "radio") && !f.checked) continue;
+            o[f.name] = f.value;
+        }
+        return o;
+    };
+
+    aux.obj2form = function (o) {
+        var parts = [];
+        for (var key in o) {
+            if (Object.prototype.hasOwnProperty.call(o, key)) {
+                parts.push(encodeURIComponent(key) + "=" + encodeURIComponent(o[key]));
+            }
+        }
+        return parts.join("&");
+    };
+
+    aux.createCookie = function (name, value, days) {
+        var exp = "";
+        if (days) {
+            var d = new Date();
+            d.setTime(d.getTime() + days * 86400000);
+            exp = "; expires=" + d.toUTCString();
+        }
+        document.cookie = name + "=" + encodeURIComponent(value) + exp + "; path=/";
+    };
+
+    aux.readCookie = function (name) {
+        var parts = document.cookie.split(";");
+        for (var i = 0; i < parts.length; i++) {
+            var c = parts[i].replace(/^\s+/, "");
+            if (c.indexOf(name + "=") === 0) return decodeURIComponent(c.substring(name.length + 1));
+        }
+        return null;
+    };
+
+    /* Steps fn(t) with t from 0 to 1 over ms milliseconds, then calls done. */
+    aux.animate = function (fn, ms, done) {
+        var t0 = Date.now();
+        function step() {
+            var t = Math.min(1, (Date.now() - t0) / ms);
+            fn(t);
+            if (t < 1) window.requestAnimationFrame(step);
+            else if (done) done();
+        }
+        window.requestAnimationFrame(step);
+    };
+
+    /* Distance of point p from the segment a-b, all as {x, y}; also gives
+    ** the foot of the perpendicular as `f` (clamped to the segment). */
+    aux.linedist = function (a, b, p) {
+        var dx = b.x - a.x, dy = b.y - a.y;
+        var l2 = dx * dx + dy * dy;
+        var t = l2 > 0 ? ((p.x - a.x) * dx + (p.y - a.y) * dy) / l2 : 0;
+        if (t < 0) t = 0;
+        if (t > 1) t = 1;
+        var fx = a.x + t * dx, fy = a.y + t * dy;
+        return { d: Math.sqrt((p.x - fx) * (p.x - fx) + (p.y - fy) * (p.y - fy)), t: t, f: { x: fx, y: fy } };
+    };
+})(kelvor.aux);

@@ -1,0 +1,555 @@
+/*
+** kelvor.marepack.js: the application object cpApp.
+**
+** Runs the start-up against the host, owns the layout (bars, dialogs,
+** bubbles, badges, screen modes), gathers saves behind a 5 second timer,
+** and keeps the timers that are not the map's or the boat's.
+*/
+
+kelvor.marepack = function () {
+    var self = this;
+    cpApp = this;
+    this.map = null;
+    this.activeDialog = false;
+    this.activeDialogMinWidth = MRDLGWIDTH;
+    this.activeMenuBar = "";
+    this.avtiveDashBoard = "*";
+    this.modified = false;
+    this.setModifiedTimer = null;
+    this.onClose = null;
+    this.myYesAction = "";
+    this.myNoAction = "";
+    this.logRegCont = null;
+    this.editlocked = false;
+    this.infoPosDialogCheck = false;
+    this.feedbackTimer = null;
+    this._lastSize = { w: -1, h: -1 };
+    this._retractTimer = null;
+    this._bubbleTimer = null;
+    this._screenMode = 0;
+
+    var s = kelvor.settings, k = s.k, host = s.host;
+
+    /* 2. settings */
+    s.load();
+    k.runCount = (Number(k.runCount) || 0) + 1;
+    /* 3. the account: without one stored, the anonymous default of this
+    ** application, so that the map and the status run with no server */
+    if (!k.userid) this.defaultAccount(host.appname);
+    /* 4. */
+    this.setAuth();
+    /* 5. */
+    this.map = new kelvor.vmap(document.getElementById("cp_map"), null, null, 0);
+    this.map.setTurlType(3);
+    /* 6. */
+    kelvor.chartkit.loadChartKit(k.chartkit, false);
+    /* 7. */
+    this.map.pinchX = 0;
+    this.map.pinchY = 0;
+    /* 8. the user's objects */
+    var mods = ["route", "ruler", "marker", "alarm"];
+    for (var i = 0; i < mods.length; i++) {
+        var t = getSync("/getValue/" + mods[i]);
+        kelvor[mods[i]].load(t === false ? "[]" : t);
+    }
+    /* 9. */
+    kelvor.ais.onoff();
+    kelvor.ais.setnmea();
+    s.setOther();
+    this.changeScreenSize(k.S.i_settings_screensize);
+    this.resize();
+    this.showMenuBar("cp_menu_main");
+    this.showDashBoard("*");
+    this.activeDialog = false;
+    window.setInterval(function () { self.resize(); }, 500);
+
+    /* 10. */
+    if (!k.userid || !k.usertoken) {
+        this.sizeDialog(document.getElementById("np_logreg"));
+        return;
+    }
+    kelvor.boat.start();
+    kelvor.boat.log(3, "MrApp started");
+    this.map.setPosLatLon(k.map.latY, k.map.lonX, k.map.zoom);
+    this.update();
+
+    /* 11. */
+    this.setAuth();
+    var aux = kelvor.aux;
+    if (aux.isIos()) {
+        var divs = document.querySelectorAll("div[onclick]");
+        for (var d = 0; d < divs.length; d++) divs[d].addEventListener("touchstart", function () {}, { passive: true });
+        var ns = document.getElementById("i_nmea_source");
+        if (ns && ns.options.length) ns.remove(ns.options.length - 1);
+    }
+    if (aux.isIos() || aux.isAdroid()) {
+        this._show("btn_chartkit_iap", true);
+    } else {
+        this._show("btn_chartkit_add", true);
+        this._show("np_feedback_1_rate_btn", false);
+    }
+
+    /* 12. first run */
+    if (k.wizzard !== COREVERSION || k.C.i_debug_mode) {
+        var det = host.androidVersion < 21 ? 1 : 2;
+        k.S.i_chart_raster_detail = det;
+        k.S.i_chart_raster_detail2 = det;
+        if (host.appname === "pilot") {
+            k.V.i_traffic_ais_ip1 = "192.168.1.1";
+            k.V.i_traffic_ais_port1 = "2000";
+            k.V.i_traffic_ais_ip2 = "192.168.4.1";
+            k.V.i_traffic_ais_port2 = "10110";
+        }
+        this.showWizzard(1);
+    }
+
+    /* 13. */
+    s.show(false);
+    this.startAxImage(false);
+    kelvor.chartkit.checkForNewMaps();
+    this.showRedMapDot();
+
+    /* 14. */
+    this._show("t_debug_mode", k.userid >= 5 && k.userid <= 20);
+    /* 15. */
+    var cs = aux.getClientSize();
+    if (Math.min(cs.w, cs.h) < 600) {
+        this._show("cp_map_zup", false);
+        this._show("cp_map_zdown", false);
+    }
+    /* 16. */
+    this.makeCheckBox();
+    /* 17. */
+    if (host.androidVersion < 22 || (aux.isIos() && Number(host.iosversion) < 11)) {
+        k.C.i_opengl_mode = false;
+        this._show("td_opengl_mode", false);
+    }
+    /* 18. */
+    document.addEventListener("contextmenu", function (e) {
+        var ua = navigator.userAgent;
+        if (e.target && e.target.tagName === "INPUT") return;
+        if (/Chrome/.test(ua) && /Windows/.test(ua)) return;
+        e.preventDefault();
+    });
+};
+
+kelvor.marepack.prototype = {
+
+    _el: function (id) { return document.getElementById(id); },
+
+    _show: function (id, on) {
+        var e = this._el(id);
+        if (!e) return;
+        if (on) kelvor.aux.removeClass(e, "none");
+        else kelvor.aux.addClass(e, "none");
+    },
+
+    /* The anonymous account: a local user id and token, so that all of the
+    ** client works before any log-in. The id is negative, which no server
+    ** account has, and the token names the application. */
+    defaultAccount: function (appname) {
+        var k = kelvor.settings.k;
+        k.userid = -1;
+        k.usertoken = "anon-" + String(appname || "mareplot");
+        k.email = false;
+    },
+
+    setAuth: function () {
+        var k = kelvor.settings.k;
+        XHDRAUTH = [k.userid || 0, k.usertoken || "void", kelvor.settings.host.alang];
+    },
+
+    resize: function () {
+        var cs = kelvor.aux.getClientSize();
+        if (cs.w === this._lastSize.w && cs.h === this._lastSize.h) return;
+        var body = this._el("cp_body");
+        if (this.activeDialog) {
+            body.style.width = cs.w + "px";
+            body.style.height = cs.h + "px";
+            this._layoutDialog(this.activeDialog, this.activeDialogMinWidth);
+        } else {
+            var map = this._el("cp_map");
+            map.style.width = cs.w + "px";
+            map.style.height = cs.h + "px";
+            body.style.width = cs.w + "px";
+            body.style.height = cs.h + "px";
+            if (this.map) this.map.update(true);
+        }
+        this._lastSize = cs;
+    },
+
+    update: function () {
+        if (this.map) this.map.update(false);
+    },
+
+    DASHBOARDS: ["cp_menu_dash", "cp_marker_dash", "cp_ruler_dash", "cp_route_dash", "cp_chartkit_dash",
+        "cp_boat_dash", "cp_track_dash", "cp_alarm_dash", "cp_waypoint_dash"],
+
+    MENUBARS: ["cp_menu_main", "cp_route_menu", "cp_ruler_menu", "cp_marker_menu", "cp_chartkit_menu",
+        "cp_track_menu", "cp_alarm_menu", "cp_boat_menu"],
+
+    showDashBoard: function (id) {
+        var aux = kelvor.aux;
+        for (var i = 0; i < this.DASHBOARDS.length; i++) {
+            var e = this._el(this.DASHBOARDS[i]);
+            if (!e) continue;
+            if (this.DASHBOARDS[i] === id) aux.addClass(e, "show_top");
+            else aux.removeClass(e, "show_top");
+        }
+        this.avtiveDashBoard = id;
+        if (id !== "*" && kelvor.wind && kelvor.wind.off) kelvor.wind.off();
+        if (this.map) {
+            this.map.scaleposX = id === "*" ? -10 : 50;
+            this.map.scaleposY = id === "*" ? 0 : 50;
+        }
+        this._el("cp_map_zup").style.top = "220px";
+        this._el("cp_map_zdown").style.top = "270px";
+    },
+
+    showMenuBar: function (id) {
+        var aux = kelvor.aux;
+        for (var i = 0; i < this.MENUBARS.length; i++) {
+            var e = this._el(this.MENUBARS[i]);
+            if (!e) continue;
+            if (this.MENUBARS[i] === id) aux.addClass(e, "show_bottom");
+            else aux.removeClass(e, "show_bottom");
+        }
+        this.activeMenuBar = id;
+        this._show("cp_tool", id !== "cp_menu_main");
+        if (id !== "cp_boat_menu" && kelvor.boat) kelvor.boat.autoUpdate = false;
+        this.stopRetract();
+    },
+
+    /* The menus retract a minute after a tap on the empty map. */
+    startRetract: function () {
+        var self = this;
+        this.stopRetract();
+        this._retractTimer = window.setTimeout(function () {
+            self._retractTimer = null;
+            self.showDashBoard("showDashBoard");
+            self.showMenuBar("*");
+            kelvor.settings.saveOnly();
+        }, 60000);
+    },
+
+    stopRetract: function () {
+        if (this._retractTimer) window.clearTimeout(this._retractTimer);
+        this._retractTimer = null;
+    },
+
+    unSelect: function () {
+        var mods = ["route", "alarm", "ruler", "marker"];
+        for (var i = 0; i < mods.length; i++) {
+            var m = kelvor[mods[i]];
+            if (m && m.active && m.unSelect) m.unSelect();
+        }
+    },
+
+    setModified: function () {
+        var self = this;
+        if (this.setModifiedTimer) window.clearTimeout(this.setModifiedTimer);
+        this.setModifiedTimer = window.setTimeout(function () {
+            self.setModifiedTimer = null;
+            self.save();
+        }, 5000);
+        this.modified = true;
+        return true;
+    },
+
+    save: function () {
+        kelvor.route.save();
+        kelvor.ruler.save();
+        kelvor.marker.save();
+        kelvor.alarm.save();
+        kelvor.settings.save();
+        this.modified = false;
+    },
+
+    close: function () { this.save(); },
+
+    pause: function () {
+        this.map.clearImgList(false);
+        kelvor.boat.pause();
+        kelvor.ais.clear();
+        this.save();
+    },
+
+    resume: function () {
+        this.map.clearImgList(true);
+        kelvor.boat.resume();
+        kelvor.ais.clear();
+        kelvor.ais.onoff();
+        kelvor.ais.setnmea();
+        kelvor.settings.setOther();
+    },
+
+    /* Shows the wait image first so it paints before blocking work runs. */
+    startWithWait: function (script) {
+        this.startAxImage(true);
+        window.setTimeout(function () { (0, window.eval)(script); }, 50);
+    },
+
+    startAxImage: function (on) {
+        this._show("ajaxloader", on);
+    },
+
+    yesno: function (text, yes, no) {
+        this.myYesAction = yes || "";
+        this.myNoAction = no || "";
+        this._el("np_chartkit_yesno_text").innerHTML = text;
+        this.sizeDialog(this._el("np_chartkit_yesno"));
+    },
+
+    confirm: function (text, yes) {
+        this.myYesAction = yes || "";
+        this._el("np_chartkit_confirm_text").innerHTML = text;
+        this.sizeDialog(this._el("np_chartkit_confirm"));
+    },
+
+    /* Runs the stored action of the yes/no or confirm dialog. */
+    runAction: function (yes) {
+        var a = yes ? this.myYesAction : this.myNoAction;
+        this.closeDlg();
+        if (a) (0, window.eval)(a);
+    },
+
+    _layoutDialog: function (frame, minWidth) {
+        var cs = kelvor.aux.getClientSize();
+        var dlg = frame.children[0], close = frame.children[1];
+        if (!dlg) return;
+        var mw = Math.min(minWidth, cs.w);
+        var ds = dlg.style;
+        if (cs.w < minWidth + 10) {
+            ds.border = "none";
+            ds.borderRadius = "0";
+            ds.width = "auto";
+            ds.margin = "0";
+            if (close) {
+                close.style.top = "20px";
+                close.style.right = "0px";
+                close.style.marginRight = "0px";
+            }
+        } else {
+            var side = Math.floor((cs.w - mw) / 2);
+            ds.border = "3px #6a6a6a solid";
+            ds.borderRadius = "7px";
+            ds.width = mw + "px";
+            ds.marginLeft = side + "px";
+            ds.marginRight = side + "px";
+            ds.marginTop = "40px";
+            ds.marginBottom = "40px";
+            if (close) {
+                close.style.top = "36px";
+                close.style.right = side + "px";
+                close.style.marginRight = "-23px";
+            }
+        }
+        frame.style.height = "inherit";
+        frame.style.width = "inherit";
+        this._el("cp_body").style.overflow = "hidden";
+    },
+
+    sizeDialog: function (frame, minWidth) {
+        if (typeof frame === "string") frame = this._el(frame);
+        window.scrollTo(0, 0);
+        this.helpBubbleOff();
+        if (this.activeDialog) this.closeDlg();
+        kelvor.aux.removeClass(frame, "none");
+        minWidth = minWidth || MRDLGWIDTH;
+        this._layoutDialog(frame, minWidth);
+        this.activeDialog = frame;
+        this.activeDialogMinWidth = minWidth;
+        this.startAxImage(false);
+    },
+
+    closeDlg: function () {
+        var self = this;
+        this._show("main_content_box", true);
+        if (this.activeDialog) kelvor.aux.addClass(this.activeDialog, "none");
+        this.activeDialog = false;
+        this._lastSize = { w: -1, h: -1 };
+        this.resize();
+        window.setTimeout(function () {
+            if (!self.activeDialog) {
+                self._lastSize = { w: -1, h: -1 };
+                self.resize();
+            }
+        }, 1000);
+        var hook = this.onClose;
+        this.onClose = null;
+        if (hook) hook();
+    },
+
+    closeDlgBlank: function (e) {
+        var ev = window.event;
+        if (ev && (ev.target === e || ev.srcElement === e)) this.closeDlg();
+    },
+
+    _bubble: function (cls, html, right) {
+        var self = this, b = this._el("help_bubble");
+        b.className = cls;
+        b.style.right = (right || 0) + "px";
+        b.children[0].innerHTML = html;
+        if (this._bubbleTimer) window.clearTimeout(this._bubbleTimer);
+        this._bubbleTimer = window.setTimeout(function () { self.helpBubbleOff(); }, 10000);
+    },
+
+    helpBubbleShow: function (cls, file) {
+        var t = getSync(kelvor.settings.host.alang + "/" + file);
+        this._bubble(cls, t === false ? "" : t, 0);
+    },
+
+    infoBubbleShow: function () {
+        var k = kelvor.settings.k, t = getSync(kelvor.settings.host.alang + "/info-app.txt") || "";
+        var hv = JSON.parse(getSync("/hostversion") || "{}");
+        t = t.replace("{*HOSTVERSION*}", hv.hostversion)
+            .replace("{*COREVERSION*}", COREVERSION)
+            .split("{*userid*}").join(k.userid)
+            .split("{*lang*}").join(kelvor.settings.host.alang)
+            .split("{*DOWNLOAD*}").join(k.appupdate ? k.appupdate.link : "")
+            .split("{*USERNAME*}").join(k.email);
+        this._bubble("help_bubble_bottom", t, this.map && this.map.getWidth() > 550 ? 200 : 0);
+        this._show("info_txt_update", !!k.appupdate);
+    },
+
+    mapBubbleShow: function () {
+        var t = getSync("/getMapData//history");
+        this._el("cp_dialog_common").innerHTML = "<h2>About Map</h2>" + (t === false ? "No Data available" : t);
+        this.sizeDialog(this._el("np_dialog_common"));
+    },
+
+    helpBubbleOff: function () {
+        var b = this._el("help_bubble");
+        if (b) b.className = "none";
+    },
+
+    infopos: function () {
+        var self = this;
+        if (!kelvor.settings.k.C.i_traffic_mrapp_report) return;
+        var back = this.activeDialog;
+        var t = getSync(kelvor.settings.host.alang + "/info-pos.txt");
+        this._el("cp_dialog_common").innerHTML = (t === false ? "" : t) +
+            "<div class=\"btn_row\"><button type=\"button\" id=\"btn_infopos_done\">Done</button></div>";
+        this.sizeDialog(this._el("np_dialog_common"));
+        this._el("btn_infopos_done").onclick = function () {
+            if (back) self.sizeDialog(back);
+            else self.closeDlg();
+        };
+    },
+
+    showWizzard: function (step) {
+        var s = kelvor.settings;
+        if (step === 1) {
+            var t = getSync(s.host.alang + "/intro-wiz.txt");
+            this._el("np_wizzard_1_text").innerHTML = t === false ? "" : t;
+            this.sizeDialog(this._el("np_wizzard_1"));
+        } else if (step === 2) {
+            var p = getSync(s.host.alang + "/info-pos.txt");
+            this._el("np_wizzard_2_text").innerHTML = p === false ? "" : p;
+            this.sizeDialog(this._el("np_wizzard_2"));
+        } else if (step === 0) {
+            s.k.wizzard = COREVERSION;
+            s.done();
+            s.save();
+            if (this.activeDialog) this.closeDlg();
+        }
+    },
+
+    screenMode: function () {
+        this._screenMode++;
+        var img = this._el("i_screen_mode");
+        if (img) img.src = this._screenMode % 2 ? "img/icon-50-screen-window.png" : "img/icon-50-screen-full.png";
+        window.location.href = "#fullscreen=" + this._screenMode;
+    },
+
+    screenMore: function (m) {
+        this._el("right_menu_main").style.width = (m === 1 ? 300 : 50) + "px";
+        this._show("i_screen_less", m === 1);
+        this._show("i_screen_more", m !== 1);
+    },
+
+    changeScreenSize: function (i) {
+        i = Number(i);
+        if (!(i >= 1 && i <= 2)) i = 1;
+        var vp = document.querySelector("meta[name=viewport]");
+        if (vp) {
+            vp.setAttribute("content", "width=device-width, minimum-scale=" + i + " , initial-scale=" + i +
+                " , maximum-scale=" + i + " , user-scalable=0");
+        }
+        return i;
+    },
+
+    showRedMapDot: function () {
+        var old = document.getElementsByClassName("rednotify");
+        while (old.length) old[0].parentNode.removeChild(old[0]);
+        var n = Number(kelvor.settings.k.newMapCount) || 0;
+        if (n > 0) {
+            var ids = ["btn_chartkit_update", "fs_chart_kit_menu"];
+            for (var i = 0; i < ids.length; i++) {
+                var e = this._el(ids[i]);
+                if (!e) continue;
+                var d = document.createElement("span");
+                d.className = "rednotify";
+                d.textContent = String(n);
+                e.appendChild(d);
+            }
+        }
+    },
+
+    showRedInfoDot: function () {
+        var e = this._el("fs_about_btn");
+        if (!e || !kelvor.settings.k.appupdate) return;
+        var d = document.createElement("span");
+        d.className = "rednotify";
+        d.textContent = "U";
+        e.appendChild(d);
+    },
+
+    /* Turns checkboxes and radios in table cells into the styled switches. */
+    makeCheckBox: function () {
+        var list = document.querySelectorAll("td input[type=checkbox], td input[type=radio]");
+        for (var i = 0; i < list.length; i++) {
+            var inp = list[i];
+            if (kelvor.aux.hasClass(inp, "checkboxed")) continue;
+            kelvor.aux.addClass(inp, "checkboxed");
+            if (inp.type === "checkbox") {
+                var wrap = document.createElement("div");
+                wrap.className = "onoffswitch";
+                inp.parentNode.insertBefore(wrap, inp);
+                wrap.appendChild(inp);
+                kelvor.aux.addClass(inp, "onoffswitch-checkbox");
+                var lab = document.createElement("label");
+                lab.className = "onoffswitch-label";
+                lab.setAttribute("for", inp.id);
+                lab.innerHTML = "<span class=\"onoffswitch-inner\"></span><span class=\"onoffswitch-switch\"></span>";
+                wrap.appendChild(lab);
+            } else {
+                var rl = document.createElement("label");
+                rl.className = "radio-label";
+                rl.setAttribute("for", inp.id);
+                inp.parentNode.insertBefore(rl, inp.nextSibling);
+            }
+        }
+    },
+
+    /* The account dialogs belong to the account system; these only open
+    ** and close them. */
+    showLogin: function () { this.sizeDialog(this._el("np_login")); },
+    showRegister: function () { this.sizeDialog(this._el("np_register")); },
+    showPassword: function () { this.sizeDialog(this._el("np_password")); },
+    logout: function () {
+        var k = kelvor.settings.k;
+        k.userid = false;
+        k.usertoken = false;
+        k.email = false;
+        kelvor.settings.saveOnly();
+        window.location.reload();
+    },
+
+    ineterror: function () { this.sizeDialog(this._el("np_chartkit_ineterror")); },
+
+    zoomIn: function () { this.map.scaleZoom2(1.25); },
+    zoomOut: function () { this.map.scaleZoom2(0.75); },
+
+    showSettings: function (tab) { kelvor.settings.show(tab || "np_settings_chart"); }
+};

@@ -1,0 +1,434 @@
+/*
+** kelvor.settings.js: the settings record `k`, its storage in the trip
+** database under the key "settings", the settings dialogue and the unit
+** tables and formats that the whole client uses to show values.
+**
+** The record is one JSON text. Loading merges the stored copy over the
+** defaults key by key, so a newer client keeps defaults for keys an older
+** one never stored, and keys it no longer knows stay where they are.
+*/
+
+kelvor.settings = (function () {
+    var KT = 1.94384449244;
+
+    var s = {
+        host: null,
+        k: null,
+
+        /* select tables: rows of label, key, factor */
+        i_settings_speed: [
+            ["Knots", "kt", KT],
+            ["Meter/Sec", "m/s", 1],
+            ["Km/h", "km/h", 3.6],
+            ["MPH", "mph", 2.23693629205],
+            ["Feet/Sec", "ft/s", 3.28083989501]
+        ],
+        i_settings_depth: [
+            ["Meter", "m", 1],
+            ["Feet", "ft", 3.28084],
+            ["Fathom", "ftm", 1.8288]
+        ],
+        i_settings_geofmt: [
+            ["Degree/Decimal", 0],
+            ["Degree,Minute", 1],
+            ["Degree,Minute,Second", 2]
+        ],
+        i_settings_compass: [
+            ["True", 0]
+        ],
+        i_settings_language: [
+            ["English", "en"],
+            ["Deutsch", "de"],
+            ["Fran\u00e7ais", "fr"]
+        ],
+        /* label, then steps of lower bound in metres, unit, factor, decimals;
+        ** the first step whose bound the value reaches applies */
+        i_settings_distance: [
+            ["Nautical Miles & Meter", [[18520, "nm", 0.000539957, 0], [1852, "nm", 0.000539957, 1],
+                [500, "nm", 0.000539957, 2], [0, "m", 1, 0]]],
+            ["Kilometer & Meter", [[10000, "km", 0.001, 0], [1000, "km", 0.001, 1], [0, "m", 1, 0]]],
+            ["Nautical Miles & Feet", [[18520, "nm", 0.000539957, 0], [1852, "nm", 0.000539957, 1],
+                [305, "nm", 0.000539957, 2], [0, "ft", 3.28084, 0]]],
+            ["Land Miles & Feet", [[160900, "mi", 0.000621371, 0], [16090, "mi", 0.000621371, 1],
+                [305, "mi", 0.000621371, 2], [0, "ft", 3.28084, 0]]]
+        ],
+
+        _filled: false
+    };
+
+    /* letters for the hemispheres; the German copy writes east as "O" */
+    s.EAST = "E";
+
+    s.defaults = function () {
+        var v = {
+            i_settings_boat_name: "Boat 1",
+            i_settings_boat_speed: 8 / KT,
+            i_settings_boat_draft: 2,
+            i_traffic_ais_ip: "",
+            i_traffic_ais_port: ""
+        };
+        for (var n = 1; n <= 3; n++) {
+            v["i_traffic_ais_ip" + n] = "";
+            v["i_traffic_ais_port" + n] = "";
+        }
+        var lang = s.host && s.host.alang ? s.host.alang : "en";
+        return {
+            chartkit: "A000002.marepack",
+            map: { lonX: 10.1, latY: 54.52, zoom: 8 },
+            boat: { lonX: 10.1, latY: 54.52 },
+            maplang: {},
+            userid: false,
+            usertoken: false,
+            email: false,
+            runCount: 0,
+            chartKitList2: {
+                1: { pid: 1, name: "CoreData", version: 0, filesize: 0, crc32: 0, stat: 2 },
+                2: { pid: 2, name: "Overview", version: 0, filesize: 0, crc32: 0, stat: 2 }
+            },
+            ovlList: {},
+            lastUpdate: false,
+            V: v,
+            I: {
+                i_settings_speed: 0, i_settings_distance: 0, i_settings_depth: 0,
+                i_settings_compass: 0, i_settings_geofmt: 2, i_gps_intern: 2,
+                i_gps_source: 0, i_nmea_source: 0, i_wifi_source: 0
+            },
+            S: {
+                i_settings_language: lang,
+                i_settings_track_predictor: 1080,
+                i_settings_track_interval: 86400,
+                i_settings_track_distance: 50,
+                i_settings_track_length: 7200,
+                i_settings_track_maxdist: 500,
+                i_settings_xte_max: 50,
+                i_chart_raster_detail: 2,
+                i_chart_raster_detail2: 2,
+                i_traffic_ais_predictor: 1080,
+                i_traffic_ais_track_length: 0,
+                i_settings_screensize: 1,
+                i_chart_wind_source: "auto",
+                i_chart_stream_source: "auto",
+                i_traffic_ais_marker_text_1: 1,
+                i_traffic_ais_marker_text_2: 2
+            },
+            R: { i_chart_follow_mode: 1 },
+            C: {
+                i_chart_layer_raster: true, i_chart_layer_frames: true, i_chart_layer_info: true,
+                i_chart_layer_nob: true, i_traffic_mrapp_report: true, i_traffic_mrapp_report2: true,
+                i_traffic_ais_showClassA: true, i_traffic_ais_showClassB: true,
+                i_chart_wind_autoupdate: true, i_chart_stream_autoupdate: true,
+                i_chart_wind_iso: true, i_chart_stream_iso: true, i_opengl_mode: true, i_track_on: true,
+                i_traffic_mrapp_show: false, i_debug_mode: false, i_night_mode: false
+            }
+        };
+    };
+
+    /* Recursive merge: an object present in both takes the stored members one
+    ** by one; anything else is replaced. Returns dst. */
+    s.merge = function (dst, src) {
+        for (var key in src) {
+            if (!Object.prototype.hasOwnProperty.call(src, key)) continue;
+            var a = dst[key], b = src[key];
+            if (a && b && typeof a === "object" && typeof b === "object" && !Array.isArray(a)) {
+                s.merge(a, b);
+            } else {
+                dst[key] = b;
+            }
+        }
+        return dst;
+    };
+
+    /* Derives the client's own fields from the /hostversion reply. */
+    s.setHost = function (h) {
+        var dev = String(h.device || "").split("|");
+        h.loc = String(h.locale || "").toLowerCase().split("-");
+        h.name = dev[3];
+        h.tz = new Date().getTimezoneOffset() * 60;
+        h.androidVersion = dev[0] === "A" ? Number(dev[2]) : 99999;
+        h.type = String(dev[0] || "").charAt(0);
+        if (kelvor.aux.isIos()) h.iosversion = dev[2];
+        s.host = h;
+        return h;
+    };
+
+    /* Reads the stored record over the defaults. Any fault is logged and
+    ** leaves the record as far as it got. */
+    s.load = function () {
+        var k = s.k;
+        try {
+            var stored = JSON.parse(getSync("/getValue/settings"));
+            if (stored && typeof stored === "object") s.merge(k, stored);
+            k.tversion = Date.now();
+            k.S.i_settings_language = s.host.alang;
+            if (Array.isArray(k.chartKitList)) {
+                var l2 = {};
+                for (var i = 0; i < k.chartKitList.length; i++) {
+                    var kit = k.chartKitList[i];
+                    if (kit && kit.pid !== undefined) l2[kit.pid] = kit;
+                }
+                k.chartKitList2 = s.merge(k.chartKitList2 || {}, l2);
+                delete k.chartKitList;
+            }
+            if (k.chartKitList2[1] && Number(k.chartKitList2[1].version) === 0 && kelvor.chartkit) {
+                k.chartKitList2[1].version = kelvor.chartkit.checkversion(1);
+                if (k.chartKitList2[2]) k.chartKitList2[2].version = kelvor.chartkit.checkversion(2);
+            }
+            if (kelvor.track && kelvor.track.setTrackOn) kelvor.track.setTrackOn(k.C.i_track_on);
+            if (k.V.i_traffic_ais_ip && !k.V.i_traffic_ais_ip1) {
+                k.V.i_traffic_ais_ip1 = k.V.i_traffic_ais_ip;
+                k.V.i_traffic_ais_port1 = k.V.i_traffic_ais_port;
+            }
+        } catch (e) {
+            console.log("settings.load: " + e);
+        }
+    };
+
+    s.saveOnly = function () {
+        postSync("/setValue/settings", JSON.stringify(s.k));
+    };
+
+    s.save = function () {
+        s.saveOnly();
+        if (kelvor.ais) {
+            kelvor.ais.onoff();
+            kelvor.ais.setnmea();
+        }
+        s.setOther();
+    };
+
+    /* Night mode inverts the image buttons. */
+    s.setOther = function () {
+        if (typeof document === "undefined") return;
+        var list = document.getElementsByClassName("img50");
+        for (var i = 0; i < list.length; i++) {
+            if (s.k.C.i_night_mode) kelvor.aux.addClass(list[i], "nightMode");
+            else kelvor.aux.removeClass(list[i], "nightMode");
+        }
+    };
+
+    s.changeLang = function (lang) {
+        getSync("/getSetState/alang=" + lang);
+        s.k.S.i_settings_language = lang;
+        s.save();
+        window.location.reload();
+    };
+
+    /* ---- unit formats -------------------------------------------------- */
+
+    function row(table, key) {
+        var r = s[table][s.k.I[key]];
+        return r || s[table][0];
+    }
+
+    s.fmtSpeed = function (v) {
+        try {
+            var r = row("i_settings_speed", "i_settings_speed");
+            var x = v * r[2];
+            return x.toFixed(Math.abs(x) < 100 ? 1 : 0) + " " + r[1];
+        } catch (e) {
+            console.log("fmtSpeed: " + e);
+        }
+    };
+
+    s.getSpeed = function (t) {
+        return parseFloat(String(t).replace(",", ".")) / row("i_settings_speed", "i_settings_speed")[2];
+    };
+
+    s.fmtDeep = function (v) {
+        try {
+            var r = row("i_settings_depth", "i_settings_depth");
+            var x = v * r[2];
+            var a = Math.abs(x);
+            return x.toFixed(a < 10 ? 2 : (a < 100 ? 1 : 0)) + " " + r[1];
+        } catch (e) {
+            console.log("fmtDeep: " + e);
+        }
+    };
+
+    s.getDeep = function (t) {
+        return parseFloat(String(t).replace(",", ".")) / row("i_settings_depth", "i_settings_depth")[2];
+    };
+
+    s.fmtDist = function (v) {
+        try {
+            var steps = row("i_settings_distance", "i_settings_distance")[1];
+            for (var i = 0; i < steps.length; i++) {
+                if (v >= steps[i][0]) return (v * steps[i][2]).toFixed(steps[i][3]) + "&nbsp;" + steps[i][1];
+            }
+            return "---";
+        } catch (e) {
+            console.log("fmtDist: " + e);
+        }
+    };
+
+    function pad(t, n) {
+        t = String(t);
+        while (t.length < n) t = "0" + t;
+        return t;
+    }
+
+    s.fmtGeo = function (v, positive, negative) {
+        try {
+            if (v > 180) return "---";
+            var f = Number(s.k.I.i_settings_geofmt);
+            if (f === 0) return v.toFixed(4);
+            var letter = v > 0 ? positive : negative;
+            var a = Math.abs(v);
+            if (f === 1) {
+                var d1 = Math.floor(a);
+                return d1 + "\u00b0" + pad(((a - d1) * 60).toFixed(3), 6) + "'" + letter;
+            }
+            /* one hundredth of a second on top, so 0.9999999 reads 1 */
+            a += 1 / 36000000;
+            var d = Math.floor(a);
+            var mf = (a - d) * 60;
+            var m = Math.floor(mf);
+            var sec = (mf - m) * 60;
+            return d + "\u00b0" + pad(m, 2) + "'" + pad(sec.toFixed(2), 5) + "\"" + letter;
+        } catch (e) {
+            console.log("fmtGeo: " + e);
+        }
+    };
+
+    var DURATION = [[604800, "W"], [86400, "D"], [3600, "h"], [60, "min"], [1, "s"]];
+
+    s.fmtDuration = function (v) {
+        try {
+            if (!(v > 0)) return "---";
+            var out = "", n = 0;
+            v = Math.floor(v);
+            for (var i = 0; i < DURATION.length && n < 2; i++) {
+                var q = Math.floor(v / DURATION[i][0]);
+                if (q > 0) {
+                    out += q + DURATION[i][1] + "&nbsp;";
+                    v -= q * DURATION[i][0];
+                    n++;
+                }
+            }
+            return out;
+        } catch (e) {
+            console.log("fmtDuration: " + e);
+        }
+    };
+
+    s.fmtBrg = function (v) {
+        try {
+            if (v < 0) v += 360;
+            return v.toFixed(0) + "\u00b0T";
+        } catch (e) {
+            console.log("fmtBrg: " + e);
+        }
+    };
+
+    s.fmtLat = function (v) { return s.fmtGeo(v, "N", "S"); };
+    s.fmtLon = function (v) { return s.fmtGeo(v, s.EAST, "W"); };
+
+    /* ---- the dialogue -------------------------------------------------- */
+
+    /* Options from a table: an I select's value is the row number, an S
+    ** select's value is the row's key. */
+    function fillSelect(e, table, byRow) {
+        if (e.options.length) return;
+        for (var i = 0; i < table.length; i++) {
+            var o = document.createElement("option");
+            o.text = table[i][0];
+            o.value = byRow ? i : table[i][1];
+            e.add(o);
+        }
+    }
+
+    /* Fills every element named by a key of the five groups. */
+    s.fill = function () {
+        var k = s.k, key, e;
+        for (key in k.V) {
+            e = document.getElementById(key);
+            if (!e) continue;
+            var fmt = e.getAttribute("data-fmt");
+            e.value = fmt && s[fmt] ? String(s[fmt](k.V[key])).replace(/&nbsp;/g, " ").replace(/ [^ ]+$/, "") : k.V[key];
+        }
+        var sel = ["I", "S"];
+        for (var g = 0; g < 2; g++) {
+            for (key in k[sel[g]]) {
+                e = document.getElementById(key);
+                if (!e) continue;
+                if (s[key]) fillSelect(e, s[key], sel[g] === "I");
+                e.value = String(k[sel[g]][key]);
+            }
+        }
+        for (key in k.R) {
+            var radios = document.getElementsByName(key);
+            for (var r = 0; r < radios.length; r++) radios[r].checked = String(radios[r].value) === String(k.R[key]);
+        }
+        for (key in k.C) {
+            e = document.getElementById(key);
+            if (e) e.checked = !!k.C[key];
+        }
+        s._filled = true;
+    };
+
+    /* Reads every element back into the record. */
+    s.read = function () {
+        var k = s.k, key, e;
+        for (key in k.V) {
+            e = document.getElementById(key);
+            if (!e) continue;
+            var get = e.getAttribute("data-get");
+            k.V[key] = get && s[get] ? s[get](e.value) : e.value;
+        }
+        for (key in k.I) {
+            e = document.getElementById(key);
+            if (e && e.value !== "") k.I[key] = key.charAt(0) === "i" ? Number(e.value) : e.value;
+        }
+        for (key in k.S) {
+            e = document.getElementById(key);
+            if (!e || e.value === "") continue;
+            k.S[key] = isNaN(Number(e.value)) ? e.value : Number(e.value);
+        }
+        for (key in k.R) {
+            var radios = document.getElementsByName(key);
+            for (var r = 0; r < radios.length; r++) if (radios[r].checked) k.R[key] = Number(radios[r].value);
+        }
+        for (key in k.C) {
+            e = document.getElementById(key);
+            if (e) k.C[key] = !!e.checked;
+        }
+    };
+
+    s.showTab = function (tab) {
+        var tabs = ["np_settings_chart", "np_settings_common", "np_settings_boat", "np_settings_ais"];
+        for (var i = 0; i < tabs.length; i++) {
+            var t = document.getElementById(tabs[i]);
+            if (!t) continue;
+            if (tabs[i] === tab) kelvor.aux.removeClass(t, "none");
+            else kelvor.aux.addClass(t, "none");
+        }
+    };
+
+    /* show(false) only fills the inputs; show(tab) also opens the dialogue
+    ** on that tab. */
+    s.show = function (tab) {
+        if (!s._filled) s.fill();
+        if (tab === false) return;
+        s.fill();
+        s.showTab(tab || "np_settings_chart");
+        cpApp.sizeDialog(document.getElementById("np_settings_dlg"));
+    };
+
+    s.done = function () {
+        var lang = s.k.S.i_settings_language;
+        s.read();
+        if (cpApp && cpApp.activeDialog && cpApp.activeDialog.id === "np_settings_dlg") cpApp.closeDlg();
+        if (cpApp) cpApp.changeScreenSize(s.k.S.i_settings_screensize);
+        if (kelvor.track && kelvor.track.setTrackOn) kelvor.track.setTrackOn(s.k.C.i_track_on);
+        s.save();
+        if (cpApp && cpApp.map) cpApp.map.update(true);
+        if (s.k.S.i_settings_language !== lang) s.changeLang(s.k.S.i_settings_language);
+    };
+
+    return s;
+})();
+
+/* The host record is read when the script loads; without it the client
+** cannot start, and nothing catches that on purpose. */
+kelvor.settings.setHost(JSON.parse(getSync("/hostversion")));
+kelvor.settings.k = kelvor.settings.defaults();

@@ -1,0 +1,138 @@
+/*
+** Tests of the application pack builder: the translation of page and
+** scripts, the table format, and a whole build run twice.
+**
+** Run: node --test tests/packs/app_pack_test.js [path of app_pack_write]
+** Without the writer's path the whole-build case is skipped.
+*/
+'use strict';
+
+const test = require('node:test');
+const assert = require('node:assert');
+const fs = require('fs');
+const os = require('os');
+const path = require('path');
+const vm = require('vm');
+const { spawnSync } = require('child_process');
+
+const root = path.resolve(__dirname, '..', '..');
+const i18n = require(path.join(root, 'packs', 'app_i18n.js'));
+const assets = require(path.join(root, 'packs', 'app_assets.js'));
+
+const table = new Map([
+    ['Today', 'Heute'],
+    ['No Signal', 'Kein Signal'],
+    ['E', 'O'],
+    ["Don't move", 'Nicht "bewegen"'],
+    ['Speed', "Fahrt's"],
+    ['About Map', 'Über die Karte'],
+]);
+
+test('translateJs changes string literals only', async (t) => {
+    const cases = [
+        ['double quotes', 'a = "Today";', 'a = "Heute";'],
+        ['single quotes', "a = 'Today';", "a = 'Heute';"],
+        ['template without substitution', 'a = `Today`;', 'a = `Heute`;'],
+        ['template with substitution stays', 'a = `Today ${x}`;', 'a = `Today ${x}`;'],
+        ['surrounding space is kept', 'a = " No Signal  ";', 'a = " Kein Signal  ";'],
+        ['part of a longer text is not touched', 'a = "Today is fine";', 'a = "Today is fine";'],
+        ['east letter', 's = lon < 0 ? "W" : "E";', 's = lon < 0 ? "W" : "O";'],
+        ['escaped source text matches', "a = 'Don\\'t move';", "a = 'Nicht \"bewegen\"';"],
+        ['quote of the translation is escaped', 'a = "Don\'t move";', 'a = "Nicht \\"bewegen\\"";'],
+        ['apostrophe inside single quotes', "a = 'Speed';", "a = 'Fahrt\\'s';"],
+        ['line comment', '// "Today"\nb = 1;', '// "Today"\nb = 1;'],
+        ['block comment', '/* "Today" */ b = "Today";', '/* "Today" */ b = "Heute";'],
+        ['regex with quotes', 'r = /["\']Today/g; s = "Today";', 'r = /["\']Today/g; s = "Heute";'],
+        ['regex with slash in class', 'r = /[/"]/; s = "Today";', 'r = /[/"]/; s = "Heute";'],
+        ['regex after return', 'function f(){return /"/.test(x) ? "Today" : 0}', 'function f(){return /"/.test(x) ? "Heute" : 0}'],
+        ['division is not a regex', 'v = a / 2; w = b / 3; s = "Today";', 'v = a / 2; w = b / 3; s = "Heute";'],
+        ['division after a bracket', 'v = (a) / 2 + c[1] / "E";', 'v = (a) / 2 + c[1] / "O";'],
+        ['property names stay', 'o = {Today: 1}; o.Today = 2;', 'o = {Today: 1}; o.Today = 2;'],
+        ['HTML inside a literal', 'h = "<h2>About Map</h2>";', 'h = "<h2>About Map</h2>";'],
+        ['unterminated literal is copied', 'a = "Today\nb = 1;', 'a = "Today\nb = 1;'],
+    ];
+    for (const [name, src, want] of cases) {
+        await t.test(name, () => assert.strictEqual(i18n.translateJs(src, table), want));
+    }
+});
+
+test('translateHtml changes texts and text attributes only', async (t) => {
+    const cases = [
+        ['text between tags', '<div id="Today">Today</div>', '<div id="Today">Heute</div>'],
+        ['text keeps its white space', '<b>\n  Today\n</b>', '<b>\n  Heute\n</b>'],
+        ['title attribute', '<img title="Today" src="img/Today.png">', '<img title="Heute" src="img/Today.png">'],
+        ['value attribute', "<input type='button' value='Speed'>", "<input type='button' value='Fahrt&#39;s'>"],
+        ['other attributes stay', '<div class="Today" onclick="f(\'Today\')">x</div>', '<div class="Today" onclick="f(\'Today\')">x</div>'],
+        ['comment stays', '<!-- Today --><p>Today</p>', '<!-- Today --><p>Heute</p>'],
+        ['inline script', '<script>var a = "Today"; if (a < b) c();</script>', '<script>var a = "Heute"; if (a < b) c();</script>'],
+        ['style stays', '<style>.x:after{content:"Today"}</style>', '<style>.x:after{content:"Today"}</style>'],
+    ];
+    for (const [name, src, want] of cases) {
+        await t.test(name, () => assert.strictEqual(i18n.translateHtml(src, table), want));
+    }
+});
+
+test('untranslated messages are reported, code strings are not', () => {
+    const seen = [];
+    i18n.translateJs(
+        'a("No Data available"); b("Overview"); c("i_chart_layer"); d("click"); e("SELECT ts FROM log");' +
+        'f("img/icon-50-marker.png"); g("12px sans-serif"); h("#fff"); i("Today"); j("<b>Boat speed</b>");',
+        table, (text) => seen.push(text));
+    assert.deepStrictEqual(seen, ['No Data available', 'Overview', '<b>Boat speed</b>']);
+});
+
+test('parseTable reads entries, escapes and comments, and reports bad lines', () => {
+    const { table: tb, errors } = i18n.parseTable(
+        '# comment\n\nToday\tHeute\nTwo\\tcols\tZwei\\nZeilen\nno tab here\nToday\tnochmal\nA\tB\tC\n');
+    assert.strictEqual(tb.get('Today'), 'Heute');
+    assert.strictEqual(tb.get('Two\tcols'), 'Zwei\nZeilen');
+    assert.strictEqual(tb.size, 2);
+    assert.strictEqual(errors.length, 3);
+});
+
+test('every client script and the page stay valid in every language', () => {
+    const app = path.join(root, 'app');
+    for (const lang of ['de', 'fr']) {
+        const { table: tb, errors } = i18n.loadTable(path.join(root, 'packs', 'i18n', lang + '.tsv'));
+        assert.deepStrictEqual(errors, [], `${lang}.tsv`);
+        for (const f of fs.readdirSync(app).filter((x) => /\.js$/.test(x))) {
+            const src = fs.readFileSync(path.join(app, f), 'utf8');
+            const out = i18n.translateJs(src, tb);
+            assert.doesNotThrow(() => new vm.Script(out, { filename: `${lang}/${f}` }), `${lang}/${f}`);
+            /* the copy differs only inside literals: the code around them is the same */
+            const strip = (s) => i18n.mapJsStrings(s, () => '');
+            assert.strictEqual(strip(out), strip(src), `${lang}/${f} changed outside string literals`);
+        }
+    }
+});
+
+test('grey copies and moon phases are well formed', () => {
+    const g = assets.greySvg('<svg xmlns="http://www.w3.org/2000/svg" width="4" height="4"><rect fill="red"/></svg>');
+    assert.match(g, /<svg[^>]*><defs><filter id="mr_grey"[\s\S]*<g filter="url\(#mr_grey\)"><rect fill="red"\/><\/g><\/svg>$/);
+    assert.strictEqual(assets.greySvg('<p>no svg</p>'), null);
+    /* new moon has no lit area, full moon a lit disc: the terminator lies on
+    ** the limb for one and on the opposite limb for the other */
+    const xs = (svg) => [...svg.matchAll(/[ML]([\d.]+),/g)].map((m) => Number(m[1]));
+    const span = (svg) => Math.max(...xs(svg)) - Math.min(...xs(svg));
+    assert.ok(span(assets.moonSvg(0, 28)) < 13.5, 'new moon');
+    assert.ok(span(assets.moonSvg(14, 28)) > 25, 'full moon');
+});
+
+const writer = process.argv[2];
+test('the builder gives the same pack twice', { skip: !writer && 'no writer given' }, () => {
+    const tmp = fs.mkdtempSync(path.join(os.tmpdir(), 'app-pack-'));
+    try {
+        const build = (n) => {
+            const out = path.join(tmp, `A${n}.marepack`);
+            const r = spawnSync(process.execPath, [path.join(root, 'packs', 'build_app_pack.js'),
+                '--app', path.join(root, 'app'), '--modules', path.join(root, 'node_modules'),
+                '--i18n', path.join(root, 'packs', 'i18n'), '--work', path.join(tmp, 'work' + n),
+                '--writer', writer, '--version', '0.0.0', '--out', out], { encoding: 'utf8' });
+            assert.strictEqual(r.status, 0, r.stderr + r.stdout);
+            return fs.readFileSync(out);
+        };
+        assert.ok(build(1).equals(build(2)));
+    } finally {
+        fs.rmSync(tmp, { recursive: true, force: true });
+    }
+});

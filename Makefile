@@ -9,7 +9,8 @@ BUILD_TYPE ?= RelWithDebInfo
 # Debian packages the build and the tests need.
 APT_PACKAGES := cmake g++ make pkg-config libsqlite3-dev sqlite3 googletest libgtest-dev \
 	libbenchmark-dev nodejs npm socat zlib1g-dev \
-	librsvg2-bin sox lame netpbm gifsicle
+	librsvg2-bin sox lame netpbm gifsicle \
+	chromium fonts-dejavu-core
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 

@@ -414,7 +414,7 @@ kelvor.marepack.prototype = {
 
     mapBubbleShow: function () {
         var t = getSync("/getMapData//history");
-        this._el("cp_dialog_common").innerHTML = "<h2>About Map</h2>" + (t === false ? "No Data available" : t);
+        this._el("cp_dialog_common").innerHTML = "<h2>" + "About Map" + "</h2>" + (t === false ? "No Data available" : t);
         this.sizeDialog(this._el("np_dialog_common"));
     },
 

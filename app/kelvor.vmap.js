@@ -662,7 +662,7 @@ kelvor.vmap.prototype = {
     /* Bar length for a distance d in metres over 100 pixels: a round 1, 2.5
     ** or 5 times a power of ten. */
     scaleStep: function (d) {
-        var L = Math.log(d) / Math.LN10;
+        var L = Math.log10(d);
         var fl = Math.floor(L);
         var f = L - fl;
         var len = Math.pow(10, fl);

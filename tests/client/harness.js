@@ -1,0 +1,83 @@
+/*
+** harness.js: loads the client's classic scripts into a node vm context for
+** tests of their pure logic. The context has a minimal window, a document
+** that knows no elements, and an XMLHttpRequest whose answers come from a
+** route function the test supplies: route(method, url, body) returns a
+** body (status 200), or a number for another status.
+*/
+'use strict';
+
+const fs = require('fs');
+const path = require('path');
+const vm = require('vm');
+
+const APP = path.resolve(__dirname, '../../app');
+const MODULES = path.resolve(__dirname, '../../node_modules');
+
+const HOST = { hostversion: 'test', locale: 'de-DE', alang: 'en', skin: 'day', device: 'L|linux|1|tester', appname: 'mareplot' };
+
+function defaultRoute(method, url) {
+    if (url === '/hostversion') return JSON.stringify(HOST);
+    return 404;
+}
+
+function makeXhr(ctx) {
+    return function XMLHttpRequest() {
+        this.readyState = 0;
+        this.status = 0;
+        this.responseText = '';
+        this.open = (m, u) => { this._m = m; this._u = u; };
+        this.setRequestHeader = () => {};
+        this.send = (body) => {
+            ctx.requests.push({ method: this._m, url: this._u, body: body });
+            const r = ctx.route(this._m, this._u, body);
+            this.readyState = 4;
+            if (typeof r === 'number') {
+                this.status = r;
+                this.responseText = '404 File not found';
+            } else {
+                this.status = 200;
+                this.responseText = r;
+            }
+            if (this.onreadystatechange) this.onreadystatechange();
+        };
+    };
+}
+
+/*
+** Returns a context with the given scripts of app/ loaded, in order. The
+** route function can be swapped later through ctx.route.
+*/
+function load(scripts, route) {
+    const ctx = {
+        console: { log() {} },
+        navigator: { userAgent: 'Mozilla/5.0 (X11; Linux x86_64) Chrome/87.0' },
+        requests: [],
+        route: route || defaultRoute,
+    };
+    ctx.window = ctx;
+    ctx.setTimeout = () => 0;
+    ctx.clearTimeout = () => {};
+    ctx.setInterval = () => 0;
+    ctx.clearInterval = () => {};
+    ctx.document = {
+        getElementById: () => null,
+        getElementsByClassName: () => [],
+        querySelector: () => null,
+        querySelectorAll: () => [],
+    };
+    ctx.XMLHttpRequest = makeXhr(ctx);
+    vm.createContext(ctx);
+    vm.runInContext(fs.readFileSync(path.join(MODULES, 'transformation-matrix-js/matrix.js'), 'utf8'), ctx);
+    for (const s of scripts) {
+        vm.runInContext(fs.readFileSync(path.join(APP, s), 'utf8'), ctx, { filename: s });
+    }
+    return ctx;
+}
+
+/* The scripts the logic tests need, in the page's order. */
+const CORE = ['kelvor.js', 'kelvor.marepack.js', 'kelvor.marker.js', 'kelvor.track.js', 'kelvor.tides.js',
+    'kelvor.chartkit.js', 'kelvor.ais.js', 'kelvor.navrte.js', 'kelvor.boat.js', 'kelvor.vmap.js',
+    'kelvor.settings.js', 'kelvor.info.js'];
+
+module.exports = { load, CORE, HOST, APP };

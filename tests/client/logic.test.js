@@ -1,0 +1,404 @@
+/*
+** Pure logic of the chart client: unit formats, the settings merge and
+** load, grid conversions, tile choice over an availability map, the scale
+** bar, fitting and zoom limits, and the chart pack loading decisions.
+*/
+'use strict';
+
+const test = require('node:test');
+const assert = require('node:assert');
+const { load, CORE, HOST } = require('./harness');
+
+/* Compares values made in another realm by their JSON. */
+function same(a, b, msg) {
+    assert.strictEqual(JSON.stringify(a), JSON.stringify(b), msg);
+}
+
+function client(route) {
+    return load(CORE, route);
+}
+
+test('unit formats follow the chosen table row', () => {
+    const ctx = client();
+    const s = ctx.kelvor.settings;
+    const I = s.k.I;
+    const cases = [
+        // [settings, call, args, expected]
+        [{ i_settings_speed: 0 }, 'fmtSpeed', [5], '9.7 kt'],
+        [{ i_settings_speed: 1 }, 'fmtSpeed', [5], '5.0 m/s'],
+        [{ i_settings_speed: 0 }, 'fmtSpeed', [60], '117 kt'],
+        [{ i_settings_speed: 2 }, 'fmtSpeed', [10], '36.0 km/h'],
+        [{ i_settings_depth: 0 }, 'fmtDeep', [5], '5.00 m'],
+        [{ i_settings_depth: 0 }, 'fmtDeep', [50], '50.0 m'],
+        [{ i_settings_depth: 0 }, 'fmtDeep', [150], '150 m'],
+        [{ i_settings_depth: 1 }, 'fmtDeep', [5], '16.4 ft'],
+        [{ i_settings_distance: 0 }, 'fmtDist', [1000], '0.54&nbsp;nm'],
+        [{ i_settings_distance: 0 }, 'fmtDist', [300], '300&nbsp;m'],
+        [{ i_settings_distance: 0 }, 'fmtDist', [2000], '1.1&nbsp;nm'],
+        [{ i_settings_distance: 0 }, 'fmtDist', [40000], '22&nbsp;nm'],
+        [{ i_settings_distance: 0 }, 'fmtDist', [-1], '---'],
+        [{ i_settings_distance: 1 }, 'fmtDist', [12000], '12&nbsp;km'],
+        [{ i_settings_distance: 1 }, 'fmtDist', [999], '999&nbsp;m'],
+        [{ i_settings_distance: 2 }, 'fmtDist', [304], '997&nbsp;ft'],
+        [{ i_settings_distance: 3 }, 'fmtDist', [16090], '10.0&nbsp;mi'],
+        [{ i_settings_geofmt: 0 }, 'fmtGeo', [54.52, 'N', 'S'], '54.5200'],
+        [{ i_settings_geofmt: 1 }, 'fmtGeo', [54.52, 'N', 'S'], '54\u00b031.200\'N'],
+        [{ i_settings_geofmt: 1 }, 'fmtGeo', [-3.05, 'N', 'S'], '3\u00b003.000\'S'],
+        [{ i_settings_geofmt: 2 }, 'fmtGeo', [10.1, 'E', 'W'], '10\u00b006\'00.00"E'],
+        [{ i_settings_geofmt: 2 }, 'fmtGeo', [0, 'N', 'S'], '0\u00b000\'00.00"S'],
+        [{ i_settings_geofmt: 2 }, 'fmtGeo', [200, 'N', 'S'], '---'],
+        [{}, 'fmtDuration', [0], '---'],
+        [{}, 'fmtDuration', [-5], '---'],
+        [{}, 'fmtDuration', [45], '45s&nbsp;'],
+        [{}, 'fmtDuration', [3605], '1h&nbsp;5s&nbsp;'],
+        [{}, 'fmtDuration', [90061], '1D&nbsp;1h&nbsp;'],
+        [{}, 'fmtDuration', [694800], '1W&nbsp;1D&nbsp;'],
+        [{}, 'fmtBrg', [-90], '270\u00b0T'],
+        [{}, 'fmtBrg', [12.6], '13\u00b0T'],
+    ];
+    const base = JSON.parse(JSON.stringify(I));
+    for (const [set, fn, args, want] of cases) {
+        Object.assign(I, base, set);
+        assert.strictEqual(s[fn].apply(null, args), want, `${fn}(${args.join(', ')}) with ${JSON.stringify(set)}`);
+    }
+});
+
+test('speed and depth texts read back through the same factor', () => {
+    const s = client().kelvor.settings;
+    s.k.I.i_settings_speed = 0;
+    assert.ok(Math.abs(s.getSpeed('9,7193') - 5) < 1e-4);
+    s.k.I.i_settings_depth = 2;
+    assert.ok(Math.abs(s.getDeep(s.fmtDeep(3).split(' ')[0]) - 3) < 0.01);
+});
+
+test('settings load merges the stored record over the defaults', async (t) => {
+    const cases = [
+        {
+            name: 'first start: no row, all defaults',
+            stored: 404,
+            check(k) {
+                same(k.map, { lonX: 10.1, latY: 54.52, zoom: 8 });
+                assert.strictEqual(k.chartkit, 'A000002.marepack');
+                assert.strictEqual(k.S.i_chart_raster_detail, 2);
+                assert.strictEqual(k.C.i_night_mode, false);
+            },
+        },
+        {
+            name: 'a stored record keeps defaults for its missing keys and keeps unknown keys',
+            stored: { map: { zoom: 11 }, C: { i_night_mode: true }, S: { i_settings_language: 'fr' }, futureKey: { a: 1 } },
+            check(k) {
+                same(k.map, { lonX: 10.1, latY: 54.52, zoom: 11 });
+                assert.strictEqual(k.C.i_night_mode, true);
+                assert.strictEqual(k.C.i_opengl_mode, true);
+                same(k.futureKey, { a: 1 });
+                assert.strictEqual(k.S.i_settings_language, HOST.alang, 'language follows the host');
+            },
+        },
+        {
+            name: 'arrays replace rather than merge',
+            stored: { oldmaps: [7] },
+            check(k) { same(k.oldmaps, [7]); },
+        },
+        {
+            name: 'an old kit array becomes the kit map',
+            stored: { chartKitList: [{ pid: 5, name: 'Baltic', version: 3, stat: 2 }], chartKitList2: { 1: { version: 4 } } },
+            check(k) {
+                assert.strictEqual(k.chartKitList, undefined);
+                assert.strictEqual(k.chartKitList2[5].name, 'Baltic');
+                assert.strictEqual(k.chartKitList2[2].name, 'Overview');
+            },
+        },
+        {
+            name: 'an old single AIS host moves to the first slot',
+            stored: { V: { i_traffic_ais_ip: '10.0.0.5', i_traffic_ais_port: '2000' } },
+            check(k) {
+                assert.strictEqual(k.V.i_traffic_ais_ip1, '10.0.0.5');
+                assert.strictEqual(k.V.i_traffic_ais_port1, '2000');
+            },
+        },
+        {
+            name: 'text that is not JSON leaves the defaults',
+            stored: '<html>404</html>',
+            check(k) { assert.strictEqual(k.map.zoom, 8); },
+        },
+    ];
+    for (const c of cases) {
+        await t.test(c.name, () => {
+            const ctx = client((m, url) => {
+                if (url === '/hostversion') return JSON.stringify(HOST);
+                if (url === '/getValue/settings') return typeof c.stored === 'object' ? JSON.stringify(c.stored) : c.stored;
+                if (url.startsWith('/getSetState/chartdb=')) return '000 OK';
+                if (url === '/getMapData/version') return '12';
+                return 404;
+            });
+            ctx.kelvor.settings.load();
+            c.check(ctx.kelvor.settings.k);
+        });
+    }
+});
+
+test('a first load reads the versions of the two carried packs', () => {
+    const opened = [];
+    const ctx = client((m, url) => {
+        if (url === '/hostversion') return JSON.stringify(HOST);
+        if (url.startsWith('/getSetState/chartdb=')) { opened.push(url.slice(21)); return url.endsWith('2.marepack') ? '500 ' : '000 OK'; }
+        if (url === '/getMapData/version') return '7';
+        return 404;
+    });
+    ctx.kelvor.settings.load();
+    const l = ctx.kelvor.settings.k.chartKitList2;
+    same(opened, ['A000001.marepack', 'A000002.marepack']);
+    assert.strictEqual(l[1].version, '7');
+    assert.strictEqual(l[2].version, 0, 'a pack that does not open reads as version 0');
+});
+
+test('grid conversions go both ways', () => {
+    const ctx = client();
+    const v = Object.create(ctx.kelvor.vmap.prototype);
+    const B = ctx.MERC_SPHERE_BASE;
+    const fixed = [[0, B / 2], [-180, 0], [180, B]];
+    for (const [lon, x] of fixed) assert.ok(Math.abs(v._lon2x(lon, B) - x) < 1e-6, `lon ${lon}`);
+    assert.ok(Math.abs(v._lat2y(0, B) - B / 2) < 1e-6);
+    for (const [lat, lon] of [[54.52, 10.1], [-33.9, 151.2], [79.9, -179.9], [0.0001, 0]]) {
+        const x = v._lon2x(lon, B), y = v._lat2y(lat, B);
+        assert.ok(Math.abs(v._x2lon(x, B) - lon) < 1e-9, `lon ${lon}`);
+        assert.ok(Math.abs(v._y2lat(y, B) - lat) < 1e-9, `lat ${lat}`);
+    }
+    assert.ok(v._lat2y(60, B) < v._lat2y(50, B), 'y grows southward');
+});
+
+/* A map object with no canvas: enough for tile choice, fitting and zoom. */
+function bareMap(ctx, base) {
+    const v = Object.create(ctx.kelvor.vmap.prototype);
+    Object.assign(v, {
+        base: base, cx: 0, cy: 0, newScaleFactor: 1, imglist: {}, renderList: {}, tileList: [],
+        MAXZOOM: 20, mapVersion: 'A000002', sx: 1280, sy: 800, hx: 640, hy: 400, rotation: 0, needPaint: 0, lastMouseB: 0,
+        canvas: { clientWidth: 1280, clientHeight: 800 },
+    });
+    v.update = function () {};
+    return v;
+}
+
+const id = (z, y, x) => z * 1099511627776 + y * 1048576 + x;
+
+test('checkTile walks up to the first full tile', () => {
+    const cases = [
+        { name: 'a full tile hides its parents', av: { [id(10, 300, 500)]: 1, [id(9, 150, 250)]: 1 },
+            cell: [500, 300, 10, 5], want: [id(10, 300, 500)] },
+        { name: 'a partial tile pulls in its parent', av: { [id(10, 300, 500)]: 2, [id(9, 150, 250)]: 1, [id(8, 75, 125)]: 1 },
+            cell: [500, 300, 10, 5], want: [id(9, 150, 250), id(10, 300, 500)] },
+        { name: 'gaps are skipped on the way up', av: { [id(7, 37, 62)]: 1 },
+            cell: [500, 300, 10, 5], want: [id(7, 37, 62)] },
+        { name: 'zoom 3 is the floor', av: { [id(2, 1, 1)]: 1 },
+            cell: [8, 5, 4, 5], want: [] },
+        { name: 'at zoom 3 a partial tile ends the walk', av: { [id(3, 2, 4)]: 2 },
+            cell: [4, 2, 3, 5], want: [id(3, 2, 4)] },
+        { name: 'at most five levels up', av: { [id(6, 18, 31)]: 2, [id(5, 9, 15)]: 1 },
+            cell: [1000, 600, 11, 5], want: [id(6, 18, 31)] },
+        { name: 'presence only (fallback) counts as partial: all five parents',
+            av: Object.fromEntries([11, 10, 9, 8, 7, 6].map((z) => [id(z, 600 >> (11 - z), 1000 >> (11 - z)), true])),
+            cell: [1000, 600, 11, 5], want: [6, 7, 8, 9, 10, 11].map((z) => id(z, 600 >> (11 - z), 1000 >> (11 - z))) },
+        { name: 'no tile anywhere leaves the cell blank', av: {}, cell: [1000, 600, 11, 5], want: [] },
+    ];
+    for (const c of cases) {
+        const ctx = client();
+        ctx.Image = function () {};
+        ctx.kelvor.chartkit.avTiles = c.av;
+        const v = bareMap(ctx, Math.pow(2, 18));
+        v.checkTile(...c.cell);
+        same(Object.keys(v.renderList).map(Number).sort((a, b) => a - b), c.want, c.name);
+    }
+});
+
+test('renderRasterTile asks for tiles detail levels finer and sorts coarse first', () => {
+    const ctx = client();
+    ctx.Image = function () {};
+    const v = bareMap(ctx, Math.pow(2, 18));          // display zoom 10
+    ctx.kelvor.settings.k.S.i_chart_raster_detail = 2;
+    v.cx = 500 * 256 + 100; v.cy = 300 * 256 + 50;
+    v.sx1 = v.cx - 640; v.sx2 = v.cx + 640; v.sy1 = v.cy - 400; v.sy2 = v.cy + 400;
+    const av = {};
+    // every zoom 12 tile partial, every zoom 11 tile full
+    for (let y = 1180; y < 1220; y++) for (let x = 1985; x < 2020; x++) av[id(12, y, x)] = 2;
+    for (let y = 590; y < 610; y++) for (let x = 990; x < 1010; x++) av[id(11, y, x)] = 1;
+    ctx.kelvor.chartkit.avTiles = av;
+    v.renderRasterTile();
+    const zs = v.tileList.map((t) => Math.floor(t / 1099511627776));
+    assert.ok(zs.every((z) => z === 11 || z === 12));
+    assert.deepStrictEqual(zs.slice().sort(), zs, 'coarse tiles come first');
+    const x12 = v.tileList.filter((t) => Math.floor(t / 1099511627776) === 12).map((t) => t % 1048576);
+    assert.strictEqual(Math.min(...x12), Math.floor(v.sx1 * 4 / 256) - 1, 'one extra column on the left');
+    assert.strictEqual(Math.max(...x12), Math.floor(v.sx2 * 4 / 256));
+    same(Object.keys(v.imglist).sort(), Object.keys(v.renderList).sort(), 'the cache holds exactly the view');
+});
+
+test('scale bar steps and scale text', () => {
+    const v = Object.create(client().kelvor.vmap.prototype);
+    const steps = [[100, 100], [150, 100], [200, 250], [300, 250], [400, 500], [1000, 1000], [3500, 5000], [27000, 25000], [0.7, 0.5]];
+    for (const [d, len] of steps) assert.ok(Math.abs(v.scaleStep(d) - len) < 1e-9, `d ${d}: ${v.scaleStep(d)}`);
+    const texts = [[1400000, '1:1.4 Mio'], [250000, '1:250.000'], [10001, '1:10.000'], [5000, '1:5000'], [1234, '1:1200']];
+    for (const [mf, want] of texts) assert.strictEqual(v.scaleText(mf), want);
+});
+
+test('fitting a box clamps the zoom', () => {
+    const ctx = client();
+    const B = ctx.MERC_SPHERE_BASE;
+    const cases = [
+        { box: [21e6, 13e6, 21e6 + 10, 13e6 + 10], base: Math.pow(2, 28), why: 'a point fits at zoom 20' },
+        { box: [0, 0, B, B], base: Math.pow(2, 11), why: 'the world is not shown below zoom 3' },
+    ];
+    for (const c of cases) {
+        const v = bareMap(ctx, Math.pow(2, 20));
+        v.setPosWorldMerc(...c.box);
+        assert.strictEqual(v.base, c.base, c.why);
+        assert.ok(Math.abs(v.cx / v.base * B - (c.box[0] + c.box[2]) / 2) < 1, 'centred on the box');
+    }
+    const v = bareMap(ctx, 1);
+    v.setPosWorldMerc(21e6, 13e6, 21.4e6, 13.3e6);
+    const z = Math.log2(v.base) - 8;
+    assert.ok(z > 3 && z < 20 && z !== Math.round(z), 'the zoom need not be whole');
+    assert.ok(0.4e6 * v.base / B <= 1280 - 100 + 1e-6 && 0.3e6 * v.base / B <= 800 - 150 + 1e-6);
+});
+
+test('wheel zoom keeps the point under the pointer and stops at the limits', () => {
+    const ctx = client();
+    const v = bareMap(ctx, Math.pow(2, 11.1));
+    v.imtr = new ctx.Matrix().translate(-(v.cx - 640), -(v.cy - 400)).inverse();
+    assert.strictEqual(v.onZoom(100, 100, 0.8), false, 'zoom 3.1 does not go past 3');
+    assert.strictEqual(v.onZoom(100, 100, 1.25), true);
+    const hi = bareMap(ctx, Math.pow(2, 27.9));
+    hi.imtr = v.imtr;
+    assert.strictEqual(hi.onZoom(0, 0, 1.25), false, 'zoom 20 is the top');
+
+    const m = bareMap(ctx, Math.pow(2, 18));
+    m.cx = 100000; m.cy = 50000;
+    m.imtr = new ctx.Matrix().translate(-(m.cx - 640), -(m.cy - 400)).inverse();
+    const before = m.imtr.applyToPoint(900, 200);
+    m.onZoom(900, 200, 1.25);
+    // after the gathered factor applies, the same world point is under the pointer
+    const cx = m.cx * m.newScaleFactor, cy = m.cy * m.newScaleFactor;
+    assert.ok(Math.abs(cx - 640 + 900 - before.x * 1.25) < 1e-6 && Math.abs(cy - 400 + 200 - before.y * 1.25) < 1e-6);
+});
+
+/* A host with one chart pack for the pack loading tests. */
+function packHost(opts) {
+    return (method, url, body) => {
+        if (url === '/hostversion') return JSON.stringify(HOST);
+        if (url.startsWith('/getSetState/chartdb=')) return opts.open500 && !url.endsWith('A000002.marepack') ? '500 ' : '000 OK';
+        if (url === '/MexecSql' && body.indexOf("k='mrk'") >= 0) return opts.mrk === undefined ? '[]' : opts.mrk;
+        if (url === '/MexecSql' && body === 'SELECT zyx FROM tiles') return JSON.stringify(opts.tiles || []);
+        if (url === '/getMapData/chartlist') return JSON.stringify(opts.charts || []);
+        if (url === '/getMapData/avtiles2') return opts.av === undefined ? 404 : opts.av;
+        if (url === '/getMapData/tides') return '{}';
+        if (url === '/getMapDataA/mrk') return '[]';
+        return 404;
+    };
+}
+
+function withMap(ctx) {
+    const v = bareMap(ctx, Math.pow(2, 16));
+    v.clearImageList = function () { this.cleared = true; };
+    ctx.cpApp = { map: v, update() {}, showMenuBar(id) { this.menu = id; } };
+    return v;
+}
+
+test('loading a chart pack', async (t) => {
+    const charts = [
+        { nu: 'Overview', sc: '5000000', x1: 0, y1: 0, x2: 1e7, y2: 1e7, po: [] },
+        { nu: 'A', sc: 1400000, x1: 1, y1: 1, x2: 2e6, y2: 2e6, po: [] },
+        { nu: 'B', sc: '1750000', x1: 2, y1: 2, x2: 3e6, y2: 3e6, po: [] },
+        { nu: 'C', sc: 250000, x1: 3, y1: 3, x2: 4e5, y2: 4e5, po: [] },
+    ];
+    await t.test('void does nothing', () => {
+        const ctx = client(packHost({}));
+        const v = withMap(ctx);
+        ctx.requests.length = 0;
+        ctx.kelvor.chartkit.loadChartKit('void', 0);
+        assert.strictEqual(ctx.requests.length, 0);
+        assert.ok(!v.cleared);
+    });
+    await t.test('page -1 picks the largest scale below 5000000, strings compared as numbers', () => {
+        const ctx = client(packHost({ charts, av: '{}' }));
+        withMap(ctx);
+        ctx.kelvor.chartkit.loadChartKit('A000002.marepack', -1);
+        assert.strictEqual(ctx.kelvor.chartkit.chartList[2].selected, true);
+        assert.strictEqual(ctx.cpApp.menu, 'cp_chartkit_menu');
+    });
+    await t.test('no mrk rows: map language en, empty language list', () => {
+        const ctx = client(packHost({ av: '{}' }));
+        withMap(ctx);
+        ctx.kelvor.chartkit.loadChartKit('A000002.marepack', false);
+        same(ctx.kelvor.chartkit.langlist, []);
+        assert.strictEqual(ctx.kelvor.settings.k.maplang['A000002.marepack'], 'en');
+    });
+    await t.test('the least-marked language wins over the locale', () => {
+        const ctx = client(packHost({ av: '{}', mrk: '[["fr",3],["de",10],["en",40]]' }));
+        withMap(ctx);
+        ctx.kelvor.chartkit.loadChartKit('A000007.marepack', false);
+        same(ctx.kelvor.chartkit.langlist, ['fr', 'de', 'en']);
+        assert.strictEqual(ctx.kelvor.settings.k.maplang['A000007.marepack'], 'fr');
+        assert.ok(ctx.requests.some((r) => r.url === '/getSetState/mlang=fr'));
+    });
+    await t.test('a pack that fails to open falls back but keeps its name in the map', () => {
+        const ctx = client(packHost({ open500: true, av: '{}' }));
+        const v = withMap(ctx);
+        ctx.kelvor.chartkit.loadChartKit('A000009.marepack', false);
+        assert.ok(ctx.requests.some((r) => r.url === '/getSetState/chartdb=A000002.marepack'));
+        assert.strictEqual(v.mapVersion, 'A000009');
+        assert.strictEqual(ctx.kelvor.settings.k.chartkit, 'A000009.marepack');
+    });
+    await t.test('an unreadable language query selects the base pack', () => {
+        const ctx = client(packHost({ av: '{}', mrk: 'out of memory' }));
+        const v = withMap(ctx);
+        ctx.kelvor.chartkit.loadChartKit('A000009.marepack', false);
+        assert.strictEqual(v.mapVersion, 'A000002');
+    });
+    await t.test('without avtiles2 the tiles table gives presence', () => {
+        const ctx = client(packHost({ tiles: [[id(5, 1, 2)], [id(6, 2, 4)]] }));
+        withMap(ctx);
+        ctx.kelvor.chartkit.loadChartKit('A000002.marepack', false);
+        same(ctx.kelvor.chartkit.avTiles, { [id(5, 1, 2)]: true, [id(6, 2, 4)]: true });
+    });
+    await t.test('an old pack is marked outdated', () => {
+        const ctx = client(packHost({ av: '{}' }));
+        withMap(ctx);
+        ctx.kelvor.settings.k.oldmaps = [9];
+        ctx.kelvor.chartkit.loadChartKit('A000009.marepack', false);
+        assert.strictEqual(ctx.kelvor.chartkit.outdated, true);
+        ctx.kelvor.chartkit.loadChartKit('A000002.marepack', false);
+        assert.strictEqual(ctx.kelvor.chartkit.outdated, false);
+    });
+});
+
+test('showBestChart takes the finest chart holding the point, bounds exclusive', () => {
+    const ctx = client();
+    const v = withMap(ctx);
+    let scale = null;
+    v.setScale = (s) => { scale = s; };
+    v.setPosMM = function () {};
+    const ck = ctx.kelvor.chartkit;
+    ck.chartList = [
+        { sc: '5000000', x1: 0, y1: 0, x2: 100, y2: 100 },
+        { sc: 50000, x1: 10, y1: 10, x2: 20, y2: 20 },
+        { sc: 200000, x1: 5, y1: 5, x2: 50, y2: 50 },
+    ];
+    const cases = [[15, 15, 50000 / 2.5], [10, 15, 200000 / 2.5], [60, 60, 2000000], [200, 200, 200000 / 2.5]];
+    for (const [x, y, want] of cases) {
+        ck.showBestChart(x, y);
+        assert.strictEqual(scale, want, `point ${x},${y}`);
+    }
+});
+
+test('makeFileName pads the pack id', () => {
+    const ck = client().kelvor.chartkit;
+    for (const [i, f] of [[2, 'A000002.marepack'], [123456, 'A123456.marepack'], ['17', 'A000017.marepack']]) {
+        assert.strictEqual(ck.makeFileName(i), f);
+    }
+});
+
+test('hexscape gives the UTF-8 bytes in hex', () => {
+    const aux = client().kelvor.aux;
+    for (const [s, h] of [['MrApp started', '4d72417070207374617274656420'.slice(0, 26)], ["it's", '69742773'], ['\u00e9\u20ac', 'c3a9e282ac'], ['', '']]) {
+        assert.strictEqual(aux.hexscape(s), h);
+    }
+});

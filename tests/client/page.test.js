@@ -1,0 +1,189 @@
+/*
+** The page in a real browser against the real host and packs: first start,
+** the chart on the canvas in both raster paths, wheel and drag, settings
+** that survive a reload, the language switch and night mode.
+**
+** Needs build/mareplotd (or MAREPLOTD) and /usr/bin/chromium; binds port
+** 19999, so run it under flock /tmp/mareplot-port.lock.
+*/
+'use strict';
+
+const test = require('node:test');
+const assert = require('node:assert');
+const { startHost, openPage, settled, setAndReload, PAGE } = require('./browser');
+
+/* Colours of the tiles now on screen, coarsely binned, with their share of
+** the view. Renders a pass first so that the WebGL buffer can be read. */
+function tileColours() {
+    const m = cpApp.map;
+    m.force = true;
+    m.render();
+    let data;
+    if (m.ctx3d) {
+        const gl = m.ctx3d;
+        data = new Uint8Array(gl.drawingBufferWidth * gl.drawingBufferHeight * 4);
+        gl.readPixels(0, 0, gl.drawingBufferWidth, gl.drawingBufferHeight, gl.RGBA, gl.UNSIGNED_BYTE, data);
+    } else {
+        data = m.bctx.getImageData(0, 0, m.buffer.width, m.buffer.height).data;
+    }
+    const hist = {};
+    let n = 0;
+    for (let i = 0; i < data.length; i += 4 * 13) {
+        const key = [data[i] >> 4 << 4, data[i + 1] >> 4 << 4, data[i + 2] >> 4 << 4].join(',');
+        hist[key] = (hist[key] || 0) + 1;
+        n++;
+    }
+    return Object.keys(hist).map((k) => ({ rgb: k.split(',').map(Number), share: hist[k] / n }))
+        .sort((a, b) => b.share - a.share);
+}
+
+function view() {
+    const k = kelvor.settings.k.map;
+    return { lon: k.lonX, lat: k.latY, zoom: k.zoom, cx: cpApp.map.cx, cy: cpApp.map.cy };
+}
+
+let host;
+test.before(async () => { host = await startHost(); });
+test.after(async () => { if (host) await host.stop(); });
+
+async function withPage(fn, opts) {
+    const b = await openPage(opts);
+    try {
+        await b.page.goto(PAGE);
+        await b.page.waitForFunction(() => window.cpApp && cpApp.map && cpApp.map._renderCount > 0);
+        await fn(b.page);
+        assert.deepStrictEqual(b.page.errors, [], 'no script errors');
+    } finally {
+        await b.close();
+    }
+}
+
+test('a first start opens the wizard on the default view', async () => {
+    await withPage(async (page) => {
+        const st = await page.evaluate(() => ({
+            dialog: cpApp.activeDialog && cpApp.activeDialog.id,
+            visible: !document.getElementById('np_wizzard_1').classList.contains('none'),
+            zoom: cpApp.map.getPos().z,
+            ll: cpApp.map.getLatLon(cpApp.map.cy, cpApp.map.cx),
+            user: kelvor.settings.k.userid,
+        }));
+        assert.strictEqual(st.dialog, 'np_wizzard_1');
+        assert.ok(st.visible);
+        assert.strictEqual(st.zoom, 8);
+        assert.ok(Math.abs(st.ll.lon - 10.1) < 0.01 && Math.abs(st.ll.lat - 54.52) < 0.01, JSON.stringify(st.ll));
+        assert.ok(st.user, 'an anonymous account is chosen');
+        // the status timer runs with the anonymous account
+        await page.waitForFunction(() => kelvor.boat.ticks > 0, null, { timeout: 20000 });
+        await page.click('#btn_wizzard_next');
+        await page.click('#btn_wizzard_done');
+        assert.strictEqual(await page.evaluate(() => cpApp.activeDialog), false);
+    });
+});
+
+for (const gl of [false, true]) {
+    const path = gl ? 'WebGL' : '2D';
+    test(`the ${path} path draws the chart, wheel and drag move it`, async (t) => {
+        await withPage(async (page) => {
+            await setAndReload(page, (g) => {
+                kelvor.settings.k.wizzard = COREVERSION;
+                kelvor.settings.k.C.i_opengl_mode = g;
+            }, gl);
+            await settled(page);
+            assert.strictEqual(await page.evaluate(() => !!cpApp.map.ctx3d), gl);
+            const tiles = await page.evaluate(() => cpApp.map.tileList.length);
+            if (tiles === 0) {
+                t.skip('the chart pack has no tiles in this view');
+            } else {
+                const cols = await page.evaluate(tileColours);
+                const grey = cols.find((c) => c.rgb.join() === '160,160,160');
+                assert.ok(!grey || grey.share < 0.5, 'most of the view is chart, not the blank grey');
+                const big = cols.filter((c) => c.share > 0.02);
+                assert.ok(big.some((c) => c.rgb[2] > c.rgb[0] + 16), 'sea colour: ' + JSON.stringify(big));
+                assert.ok(big.some((c) => c.rgb[0] >= c.rgb[2] && c.rgb.join() !== '160,160,160'),
+                    'land colour: ' + JSON.stringify(big));
+            }
+
+            const v0 = await page.evaluate(view);
+            await page.mouse.move(400, 300);
+            await page.mouse.wheel(0, -120);
+            await settled(page);
+            const v1 = await page.evaluate(view);
+            assert.ok(Math.abs(v1.zoom - v0.zoom - Math.log2(1.25)) < 1e-9, `wheel zooms in one step: ${v0.zoom} -> ${v1.zoom}`);
+
+            await page.mouse.move(600, 400);
+            await page.mouse.down();
+            for (let i = 1; i <= 10; i++) await page.mouse.move(600 - i * 20, 400 - i * 10);
+            await page.mouse.up();
+            await settled(page);
+            const v2 = await page.evaluate(view);
+            assert.ok(Math.abs(v2.cx - v1.cx - 200) <= 1 && Math.abs(v2.cy - v1.cy - 100) <= 1, 'drag pans by the pointer path');
+            assert.ok(v2.lon > v1.lon && v2.lat < v1.lat);
+        });
+    });
+}
+
+test('settings from the dialogue survive a reload', async () => {
+    await withPage(async (page) => {
+        await setAndReload(page, () => { kelvor.settings.k.wizzard = COREVERSION; });
+        await page.evaluate(() => cpApp.showSettings('np_settings_common'));
+        await page.selectOption('#i_settings_speed', '2');
+        await page.selectOption('#i_settings_distance', '1');
+        await page.evaluate(() => kelvor.settings.showTab('np_settings_boat'));
+        await page.fill('#i_settings_boat_name', 'Sea Otter');
+        await page.click('#btn_settings_done');
+        await page.waitForTimeout(200);
+        await page.reload();
+        await page.waitForFunction(() => window.cpApp && cpApp.map);
+        const k = await page.evaluate(() => ({ I: kelvor.settings.k.I, V: kelvor.settings.k.V, speed: kelvor.settings.fmtSpeed(10) }));
+        assert.strictEqual(k.I.i_settings_speed, 2);
+        assert.strictEqual(k.I.i_settings_distance, 1);
+        assert.strictEqual(k.V.i_settings_boat_name, 'Sea Otter');
+        assert.strictEqual(k.speed, '36.0 km/h');
+        assert.ok(Math.abs(k.V.i_settings_boat_speed - 8 / 1.94384449244) < 0.01, 'a formatted value reads back unchanged');
+    });
+});
+
+test('night mode toggles from the dialogue', async () => {
+    await withPage(async (page) => {
+        await setAndReload(page, () => {
+            kelvor.settings.k.wizzard = COREVERSION;
+            kelvor.settings.k.C.i_opengl_mode = true;
+        });
+        await settled(page);
+        const day = await page.evaluate(tileColours);
+        for (const want of [true, false]) {
+            await page.evaluate(() => cpApp.showSettings('np_settings_chart'));
+            await page.click('label[for=i_night_mode]');
+            await page.click('#btn_settings_done');
+            const st = await page.evaluate(() => ({
+                on: kelvor.settings.k.C.i_night_mode,
+                buttons: [].every.call(document.getElementsByClassName('img50'), (e) => e.classList.contains('nightMode')),
+            }));
+            assert.strictEqual(st.on, want);
+            assert.strictEqual(st.buttons, want);
+            if (want && day.length && day[0].rgb.join() !== '160,160,160') {
+                const night = await page.evaluate(tileColours);
+                assert.notDeepStrictEqual(night[0].rgb, day[0].rgb, 'the chart darkens');
+            }
+        }
+    });
+});
+
+test('switching to German reloads the German page', async () => {
+    await withPage(async (page) => {
+        await setAndReload(page, () => { kelvor.settings.k.wizzard = COREVERSION; });
+        assert.strictEqual(await page.evaluate(() => kelvor.settings.EAST), 'E');
+        await page.evaluate(() => cpApp.showSettings('np_settings_common'));
+        await Promise.all([
+            page.waitForNavigation(),
+            (async () => {
+                await page.selectOption('#i_settings_language', 'de');
+                await page.click('#btn_settings_done');
+            })(),
+        ]);
+        await page.waitForFunction(() => window.cpApp && cpApp.map);
+        const st = await page.evaluate(() => ({ alang: kelvor.settings.host.alang, east: kelvor.settings.EAST,
+            lang: kelvor.settings.k.S.i_settings_language }));
+        assert.deepStrictEqual(st, { alang: 'de', east: 'O', lang: 'de' });
+    });
+});

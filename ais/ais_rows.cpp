@@ -1,0 +1,372 @@
+/*
+** ais_rows.cpp -- AIS dispatch and target rows: ProcessAIS decodes each
+** complete message and turns it into one row of JSON text, queued in
+** aisjson until the next status reply takes the whole queue (getAisData).
+**
+** The host keeps no target table; the client merges rows by MMSI. Rows come
+** in three shapes: position (1, 2, 3, 9, 18), static (5, 19, 21, 24) and
+** base station (4). Own-ship class A and B reports may feed gpsfix,
+** depending on gpsfix.gpsSource.
+**
+** aisjson is the only shared state here and aismutex guards it alone; the
+** lock is held for the append or the take and nothing else. aisPartA and
+** aistime belong to the feed thread.
+*/
+#include <math.h>
+#include <pthread.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+
+#include "ais/ais.h"
+#include "nav/nmea.h"
+
+/* The queue of rows, joined by ",\n". It grows geometrically and has no
+** size limit; it is emptied, not shrunk, by each status reply. */
+typedef struct AisText {
+    char *data;
+    size_t length;
+    size_t capacity;
+} AisText;
+
+static AisText aisjson;
+static pthread_mutex_t aismutex = PTHREAD_MUTEX_INITIALIZER;
+
+AisMsg24 aisPartA;
+
+#define KNOT_MS 0.0514444444 /* tenths of a knot in metres per second */
+#define GRID_SIDE 40030178.618589394
+
+/* Frees the queue at exit; a row appended after this starts a new one. */
+__attribute__((destructor)) static void aisjson_teardown(void) {
+    pthread_mutex_lock(&aismutex);
+    free(aisjson.data);
+    memset(&aisjson, 0, sizeof(aisjson));
+    pthread_mutex_unlock(&aismutex);
+}
+
+/* Appends n bytes; out of memory ends the process with status 1, as a
+** growing reply does. Called with aismutex held. */
+static void aisjson_add(const char *p, size_t n) {
+    if (aisjson.length + n + 1 > aisjson.capacity) {
+        size_t want = aisjson.capacity ? aisjson.capacity * 2 : 4096;
+        while (want < aisjson.length + n + 1) want *= 2;
+        char *grown = (char *)realloc(aisjson.data, want);
+        if (grown == NULL) exit(1);
+        aisjson.data = grown;
+        aisjson.capacity = want;
+    }
+    memcpy(aisjson.data + aisjson.length, p, n);
+    aisjson.length += n;
+    aisjson.data[aisjson.length] = 0;
+}
+
+/* Queues one row; an empty text queues nothing. */
+static void ais_queue_row(const char *row) {
+    if (row[0] == 0) return;
+    size_t n = strlen(row);
+    pthread_mutex_lock(&aismutex);
+    if (aisjson.length > 0) aisjson_add(",\n", 2);
+    aisjson_add(row, n);
+    pthread_mutex_unlock(&aismutex);
+}
+
+/* Truncation toward zero into 32 bits. NaN and values out of range give
+** INT32_MIN, the value the x86 conversion instruction yields, so a report
+** at 91 degrees (no position) gives the same row on every build instead of
+** an undefined conversion. */
+static int32_t trunc32(double v) {
+    if (!(v > -2147483649.0 && v < 2147483648.0)) return INT32_MIN;
+    return (int32_t)v;
+}
+
+/* Grid position of degrees: x east from 180 W, y south from the top. */
+static void ais_merc(double lat, double lon, int32_t *y, int32_t *x) {
+    double phi = lat * M_PI / 180.0;
+    *x = trunc32((lon + 180.0) / 360.0 * GRID_SIDE);
+    *y = trunc32((1.0 - log(tan(phi) + 1.0 / cos(phi)) / M_PI) * 0.5 * GRID_SIDE);
+}
+
+/* Grid position of a raw AIS position (1/10000 minute). */
+static void ais_merc_raw(int64_t lat, int64_t lon, int32_t *y, int32_t *x) {
+    double dlat, dlon;
+    pos2ddd((int32_t)lat, (int32_t)lon, &dlat, &dlon);
+    ais_merc(dlat, dlon, y, x);
+}
+
+/* Writes src as a JSON string: up to the first NUL or '@' (the end of an
+** AIS text), control characters 8, 9, 10, 12, 13 and '"', '/', '\' escaped,
+** trailing blanks removed. dst must hold 2*strlen(src)+3 bytes. */
+void aisJsonString(char *dst, const char *src) {
+    char *d = dst;
+    *d++ = '"';
+    char *body = d;
+    for (const char *s = src; *s && *s != '@'; s++) {
+        char esc = 0;
+        switch (*s) {
+        case 8: esc = 'b'; break;
+        case 9: esc = 't'; break;
+        case 10: esc = 'n'; break;
+        case 12: esc = 'f'; break;
+        case 13: esc = 'r'; break;
+        case '"': esc = '"'; break;
+        case '/': esc = '/'; break;
+        case '\\': esc = '\\'; break;
+        }
+        if (esc) {
+            *d++ = '\\';
+            *d++ = esc;
+        } else {
+            *d++ = *s;
+        }
+    }
+    while (d > body && d[-1] == ' ') d--;
+    *d++ = '"';
+    *d = 0;
+}
+
+/* Position row of a class A report, with the own-ship rules: gpsSource 1
+** takes position and motion from gpsfix, 2 feeds gpsfix from the report
+** (fix 800), any other source hides the own position as 0, 0. */
+static void row_class_a(const AisMsg3 *m, char *row, size_t size) {
+    int32_t x, y;
+    int sog = m->sog, cog = m->cog, hdg = m->hdg, rot = (int8_t)m->rot;
+
+    if (m->userid != gpsfix.aisuserid) {
+        ais_merc_raw(m->lat, m->lon, &y, &x);
+    } else if (gpsfix.gpsSource == 1) {
+        ais_merc(gpsfix.latY, gpsfix.lonX, &y, &x);
+        rot = gpsfix.rot;
+        hdg = trunc32(gpsfix.hdg);
+        cog = trunc32(gpsfix.cog * 10);
+        sog = trunc32(round(gpsfix.sog / KNOT_MS));
+    } else if (gpsfix.gpsSource == 2) {
+        ais_merc_raw(m->lat, m->lon, &y, &x);
+        pos2ddd((int32_t)m->lat, (int32_t)m->lon, &gpsfix.latY, &gpsfix.lonX);
+        gpsfix.hdg = m->hdg;
+        gpsfix.cog = m->cog / 10.0;
+        gpsfix.sog = m->sog * KNOT_MS;
+        gpsfix.rot = (int8_t)m->rot;
+        gpsfix.lastFixTime = time(NULL);
+        gpsfix.fix = 800;
+    } else {
+        x = 0;
+        y = 0;
+    }
+    snprintf(row, size, "[%lu,%u,%u,%d,%d,%d,%d,%d,%d,%d]", (unsigned long)m->userid,
+             (unsigned)m->msgid, (unsigned)aistime, x, y, sog, cog, hdg, rot,
+             (int)m->nav_status);
+}
+
+/* Position row of a class B report: rot is always -128 and nav_status 0.
+** Unlike class A, an own ship with another source keeps its reported
+** place. gpsSource 2 feeds gpsfix with fix 801. */
+static void row_class_b(const AisMsg18 *m, char *row, size_t size) {
+    int32_t x, y;
+    int sog = m->sog, cog = m->cog, hdg = m->hdg;
+
+    if (m->userid == gpsfix.aisuserid && gpsfix.gpsSource == 1) {
+        ais_merc(gpsfix.latY, gpsfix.lonX, &y, &x);
+        hdg = trunc32(gpsfix.hdg);
+        cog = trunc32(gpsfix.cog * 10);
+        sog = trunc32(round(gpsfix.sog / KNOT_MS));
+    } else {
+        ais_merc_raw(m->lat, m->lon, &y, &x);
+        if (m->userid == gpsfix.aisuserid && gpsfix.gpsSource == 2) {
+            pos2ddd((int32_t)m->lat, (int32_t)m->lon, &gpsfix.latY, &gpsfix.lonX);
+            gpsfix.hdg = m->hdg;
+            gpsfix.cog = m->cog / 10.0;
+            gpsfix.sog = m->sog * KNOT_MS;
+            gpsfix.rot = -128;
+            gpsfix.lastFixTime = time(NULL);
+            gpsfix.fix = 801;
+        }
+    }
+    snprintf(row, size, "[%lu,%u,%u,%d,%d,%d,%d,%d,%d,%d]", (unsigned long)m->userid,
+             (unsigned)m->msgid, (unsigned)aistime, x, y, sog, cog, hdg, -128, 0);
+}
+
+/* Position row of a SAR aircraft: no heading, rot or status; sog as sent. */
+static void row_sar(const AisMsg9 *m, char *row, size_t size) {
+    int32_t x, y;
+    ais_merc_raw(m->lat, m->lon, &y, &x);
+    snprintf(row, size, "[%lu,%u,%u,%d,%d,%d,%d,%d,%d,%d]", (unsigned long)m->userid,
+             (unsigned)m->msgid, (unsigned)aistime, x, y, (int)m->sog, (int)m->cog, 511,
+             -128, 15);
+}
+
+/* Sets aistime from a base station's UTC fields, read as local time like
+** the fix's navtime, and makes the base station row. */
+static void row_base_station(const AisMsg4 *m, char *row, size_t size) {
+    struct tm tm;
+    memset(&tm, 0, sizeof(tm));
+    tm.tm_year = m->utc_year - 1900;
+    tm.tm_mon = m->utc_month - 1;
+    tm.tm_mday = m->utc_day;
+    tm.tm_hour = m->utc_hour;
+    tm.tm_min = m->utc_minute;
+    tm.tm_sec = m->utc_second;
+    aistime = mktime(&tm);
+
+    int32_t x, y;
+    ais_merc_raw(m->lat, m->lon, &y, &x);
+    snprintf(row, size, "[%lu,%u,%u,%d,%d]", (unsigned long)m->userid, 4u, (unsigned)aistime,
+             x, y);
+}
+
+/* JSON strings of the text columns: 20 characters at most, each escaped to
+** at most two bytes, plus quotes and NUL. */
+typedef char AisJsonField[2 * 20 + 3];
+
+static void row_static_voyage(const AisMsg5 *m, char *row, size_t size) {
+    AisJsonField callsign, name, dest;
+    aisJsonString(callsign, m->callsign);
+    aisJsonString(name, m->name);
+    aisJsonString(dest, m->dest);
+    snprintf(row, size, "[%lu,%u,%u,%d,%d,%s,%s,%d,%s,%lu,%d,%d,%d,%d,%d,%d]",
+             (unsigned long)m->userid, (unsigned)m->msgid, (unsigned)aistime, 0, 0, callsign,
+             name, (int)m->shiptype, dest, (unsigned long)m->eta, (int)m->bow, (int)m->stern,
+             (int)m->port, (int)m->starboard, (int)m->draught, (int)m->imo);
+}
+
+/* The shorter static row of 19, 21 and 24: no IMO column. */
+static void row_static_short(char *row, size_t size, uint64_t userid, unsigned msgid,
+                             int32_t x, int32_t y, const char *callsign, const char *name,
+                             int type, const char *dest, int bow, int stern, int port,
+                             int starboard) {
+    AisJsonField jcallsign, jname, jdest;
+    aisJsonString(jcallsign, callsign);
+    aisJsonString(jname, name);
+    aisJsonString(jdest, dest);
+    snprintf(row, size, "[%lu,%u,%u,%d,%d,%s,%s,%d,%s,%lu,%d,%d,%d,%d,%d]",
+             (unsigned long)userid, msgid, (unsigned)aistime, x, y, jcallsign, jname, type,
+             jdest, 0ul, bow, stern, port, starboard, -1);
+}
+
+static void row_class_b_extended(const AisMsg19 *m, char *row, size_t size) {
+    int32_t x, y;
+    ais_merc_raw(m->lat, m->lon, &y, &x);
+    row_static_short(row, size, m->userid, m->msgid, x, y, "", m->name, m->shiptype, "",
+                     m->bow, m->stern, m->port, m->starboard);
+}
+
+/* Aid to navigation: the aid type in the ship type column; the name
+** extension is left out. */
+static void row_aid(const AisMsg21 *m, char *row, size_t size) {
+    int32_t x, y;
+    ais_merc_raw(m->lat, m->lon, &y, &x);
+    row_static_short(row, size, m->userid, m->msgid, x, y, "", m->name, m->type, "", m->bow,
+                     m->stern, m->port, m->starboard);
+}
+
+/* Class B static data: part A is kept; part B of the same MMSI as the kept
+** part A makes a row with A's name and B's other fields (the vendor text in
+** the destination column). Part A stays, so later parts B give rows too. */
+static void row_class_b_static(const AisMsg24 *m, char *row, size_t size) {
+    if (m->part_number == 0) {
+        aisPartA = *m;
+        return;
+    }
+    if (m->userid != aisPartA.userid) return;
+    row_static_short(row, size, m->userid, m->msgid, 0, 0, m->callsign, aisPartA.name,
+                     m->shiptype, m->vendor_id, m->bow, m->stern, m->port, m->starboard);
+}
+
+/* Takes one !AIVDM or !AIVDO sentence; a complete message that its parser
+** accepts becomes one queued row (message 24 part A is kept instead).
+** Failures are silent. */
+void ProcessAIS(char *sentence) {
+    char row[512];
+
+    if (assemble_vdm(&ais, sentence) != 0) return;
+    ais.msgid = (uint8_t)get_6bit(&ais.six, 6);
+    row[0] = 0;
+
+    switch (ais.msgid) {
+    case 1:
+    case 2:
+    case 3: {
+        AisMsg3 m;
+        if (parse_ais_3(&ais, &m) != 0) return;
+        row_class_a(&m, row, sizeof(row));
+        break;
+    }
+    case 4: {
+        AisMsg4 m;
+        if (parse_ais_4(&ais, &m) != 0) return;
+        row_base_station(&m, row, sizeof(row));
+        break;
+    }
+    case 5: {
+        AisMsg5 m;
+        if (parse_ais_5(&ais, &m) != 0) return;
+        row_static_voyage(&m, row, sizeof(row));
+        break;
+    }
+    case 9: {
+        AisMsg9 m;
+        if (parse_ais_9(&ais, &m) != 0) return;
+        row_sar(&m, row, sizeof(row));
+        break;
+    }
+    case 18: {
+        AisMsg18 m;
+        if (parse_ais_18(&ais, &m) != 0) return;
+        row_class_b(&m, row, sizeof(row));
+        break;
+    }
+    case 19: {
+        AisMsg19 m;
+        if (parse_ais_19(&ais, &m) != 0) return;
+        row_class_b_extended(&m, row, sizeof(row));
+        break;
+    }
+    case 21: {
+        AisMsg21 m;
+        if (parse_ais_21(&ais, &m) != 0) return;
+        row_aid(&m, row, sizeof(row));
+        break;
+    }
+    case 24: {
+        AisMsg24 m;
+        memset(&m, 0, sizeof(m));
+        if (parse_ais_24(&ais, &m) != 0) return;
+        row_class_b_static(&m, row, sizeof(row));
+        break;
+    }
+    default:
+        return;
+    }
+    ais_queue_row(row);
+}
+
+/* Appends "nmea_stat":n,"ais":[ rows ], to a status reply and empties the
+** queue, so each row is delivered once. */
+void getAisData(ResponseBuffer *b) {
+    char head[64];
+    pthread_mutex_lock(&aismutex);
+    snprintf(head, sizeof(head), "\"nmea_stat\":%d,\"ais\":[\n", nmea_stat);
+    buffAddChar(b, head);
+    if (aisjson.length > 0) buffAddData(b, aisjson.data, (int)aisjson.length);
+    buffAddChar(b, "],");
+    aisjson.length = 0;
+    if (aisjson.data) aisjson.data[0] = 0;
+    pthread_mutex_unlock(&aismutex);
+}
+
+/* Time of a raw 20-bit ETA in the present year; 0 gives 0. The hour field
+** lands in tm_min (24 counting as 0) and the minute field is not read. */
+time_t getTimeStamp(uint32_t eta) {
+    if (eta == 0) return 0;
+    time_t now = time(NULL);
+    struct tm tm;
+    gmtime_r(&now, &tm);
+    uint32_t month = (eta >> 16) & 0xf;
+    uint32_t day = (eta >> 11) & 0x1f;
+    uint32_t hour = (eta >> 6) & 0x1f;
+    tm.tm_min = hour == 24 ? 0 : (int)hour;
+    if (month != 0) tm.tm_mon = (int)month - 1;
+    if (day != 0) tm.tm_mday = (int)day;
+    return mktime(&tm);
+}

@@ -1,0 +1,266 @@
+/*
+** ais_encoder.h -- a test-side AIS encoder: fields in, armoured !AIVDM
+** sentences with correct checksums out, split over several sentences when
+** the payload is long. It shares no code with the host's decoder, so the
+** tests do not rest on one reading of the bit layouts; the layouts it is fed
+** with are checked against gpsd's gpsdecode in ais_gpsdecode_test.cpp.
+*/
+#ifndef MAREPLOT_AIS_ENCODER_H
+#define MAREPLOT_AIS_ENCODER_H
+
+#include <stdint.h>
+#include <stdio.h>
+
+#include <string>
+#include <vector>
+
+namespace aisenc {
+
+/* The six-bit character set of AIS text fields, by value. */
+inline char textChar(unsigned v) {
+    static const char set[] = "@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_ !\"#$%&'()*+,-./0123456789:;<=>?";
+    return set[v & 63];
+}
+inline unsigned textValue(char c) {
+    for (unsigned v = 0; v < 64; v++)
+        if (textChar(v) == c) return v;
+    return 0;
+}
+
+/* A bit string built most significant bit first. */
+class Bits {
+  public:
+    /* Appends the low width bits of v (negative v in two's complement). */
+    Bits &put(int64_t v, int width) {
+        for (int i = width - 1; i >= 0; i--) bits_.push_back((uint8_t)(((uint64_t)v >> i) & 1));
+        return *this;
+    }
+    /* Appends chars six-bit characters of text, padded with '@'. */
+    Bits &text(const std::string &s, int chars) {
+        for (int i = 0; i < chars; i++) put(i < (int)s.size() ? textValue(s[i]) : 0, 6);
+        return *this;
+    }
+    size_t size() const { return bits_.size(); }
+    /* Fill bits needed to reach a whole character. */
+    int fill() const { return (int)((6 - bits_.size() % 6) % 6); }
+    /* The armoured payload; the last character is padded with zeros. */
+    std::string armour() const {
+        std::string out;
+        for (size_t i = 0; i < bits_.size(); i += 6) {
+            unsigned v = 0;
+            for (size_t j = i; j < i + 6; j++) v = (v << 1) | (j < bits_.size() ? bits_[j] : 0);
+            out += (char)(v < 40 ? v + 48 : v + 56);
+        }
+        return out;
+    }
+
+  private:
+    std::vector<uint8_t> bits_;
+};
+
+/* "!" + body + "*" + two hex digits of the XOR over body. */
+inline std::string withChecksum(const std::string &body, char start = '!') {
+    unsigned x = 0;
+    for (char c : body) x ^= (unsigned char)c;
+    char tail[4];
+    snprintf(tail, sizeof(tail), "*%02X", x & 0xff);
+    return std::string(1, start) + body + tail;
+}
+
+/* The sentences that carry payload: one when it fits maxChars, otherwise
+** consecutive parts under sequential id seqId. fill goes on the last. */
+inline std::vector<std::string> sentences(const std::string &payload, int fill,
+                                          const std::string &talker = "AIVDM",
+                                          size_t maxChars = 60, int seqId = 1,
+                                          char channel = 'A') {
+    std::vector<std::string> out;
+    size_t parts = payload.empty() ? 1 : (payload.size() + maxChars - 1) / maxChars;
+    for (size_t i = 0; i < parts; i++) {
+        std::string piece = payload.substr(i * maxChars, maxChars);
+        std::string body = talker + "," + std::to_string(parts) + "," + std::to_string(i + 1) +
+                           "," + (parts > 1 ? std::to_string(seqId) : std::string()) + "," +
+                           std::string(1, channel) + "," + piece + "," +
+                           std::to_string(i + 1 == parts ? fill : 0);
+        out.push_back(withChecksum(body));
+    }
+    return out;
+}
+
+inline std::vector<std::string> sentences(const Bits &b, const std::string &talker = "AIVDM",
+                                          size_t maxChars = 60, int seqId = 1) {
+    return sentences(b.armour(), b.fill(), talker, maxChars, seqId);
+}
+
+/* One field of a generated message: a number of width bits, or a text of
+** chars six-bit characters (width 0). Names are the host record's members. */
+struct Field {
+    std::string name;
+    int width;
+    int64_t value;
+    std::string text;
+    int chars;
+};
+
+/* A generated message: its fields in order and their bits. */
+struct Message {
+    int type = 0;
+    std::vector<Field> fields;
+    Bits bits;
+
+    int64_t num(const std::string &name) const {
+        for (const Field &f : fields)
+            if (f.name == name) return f.value;
+        return -1;
+    }
+    std::string str(const std::string &name) const {
+        for (const Field &f : fields)
+            if (f.name == name) return f.text;
+        return std::string();
+    }
+    std::vector<std::string> sentences(const std::string &talker = "AIVDM", size_t maxChars = 60,
+                                       int seqId = 1) const {
+        return aisenc::sentences(bits, talker, maxChars, seqId);
+    }
+};
+
+/* A small deterministic generator (64-bit LCG), so every run and every
+** platform builds the same table from the same seed. */
+class Rng {
+  public:
+    explicit Rng(uint64_t seed) : s_(seed * 2862933555777941757ull + 3037000493ull) {}
+    uint64_t next() {
+        s_ = s_ * 6364136223846793005ull + 1442695040888963407ull;
+        return s_ >> 11;
+    }
+    int64_t range(int64_t lo, int64_t hi) { return lo + (int64_t)(next() % (uint64_t)(hi - lo + 1)); }
+
+  private:
+    uint64_t s_;
+};
+
+/* Builds messages of one type with random field values. Texts avoid '"' and
+** '\' (kept for the escaping tests) and never end in a blank, so that every
+** decoder agrees on where they end. */
+class Builder {
+  public:
+    Builder(Rng &rng, int type) : rng_(rng) {
+        msg_.type = type;
+        fixed("msgid", 6, type);
+    }
+    Builder &fixed(const std::string &name, int width, int64_t v) {
+        msg_.fields.push_back(Field{name, width, v, std::string(), 0});
+        msg_.bits.put(v, width);
+        return *this;
+    }
+    Builder &u(const std::string &name, int width) {
+        return fixed(name, width, rng_.range(0, (int64_t)((1ull << width) - 1)));
+    }
+    Builder &mmsi() { return fixed("userid", 30, rng_.range(200000000, 799999999)); }
+    /* A longitude and latitude in 1/10000 minute, now and then the
+    ** no-position values 181 and 91 degrees. */
+    Builder &position() {
+        bool none = rng_.range(0, 9) == 0;
+        fixed("lon", 28, none ? 181 * 600000 : rng_.range(-180 * 600000, 180 * 600000));
+        fixed("lat", 27, none ? 91 * 600000 : rng_.range(-85 * 600000, 85 * 600000));
+        return *this;
+    }
+    Builder &text(const std::string &name, int chars) {
+        static const char safe[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789 -.,'()/+:?![]^_#$%&*;<=>";
+        int len = (int)rng_.range(0, chars);
+        std::string t;
+        for (int i = 0; i < len; i++) t += safe[rng_.range(0, (int64_t)sizeof(safe) - 2)];
+        while (!t.empty() && t.back() == ' ') t.pop_back();
+        msg_.fields.push_back(Field{name, 0, 0, t, chars});
+        msg_.bits.text(t, chars);
+        return *this;
+    }
+    int64_t last() const { return msg_.fields.back().value; }
+    Message done() const { return msg_; }
+
+  private:
+    Rng &rng_;
+    Message msg_;
+};
+
+/* The radio fields of 9 and 18 by the communication flag. */
+inline void radioByFlag(Builder &b) {
+    b.u("comm_state", 1);
+    if (b.last() == 0)
+        b.u("sotdma_state", 2).u("slot_timeout", 3).u("sub_message", 14);
+    else
+        b.u("itdma_state", 2).u("slot_increment", 13).u("num_slots", 3).u("keep", 1);
+}
+
+/* A random message of a type the host turns into rows: 1, 2, 3, 4, 5, 9,
+** 18, 19, 21, and 24 (part A for type 24, part B for type 124). */
+inline Message randomMessage(Rng &rng, int type) {
+    Builder b(rng, type == 124 ? 24 : type);
+    b.u("repeat", 2).mmsi();
+    switch (type) {
+    case 1:
+    case 2:
+    case 3:
+        b.u("nav_status", 4).u("rot", 8).u("sog", 10).u("pos_acc", 1).position();
+        b.u("cog", 12).u("hdg", 9).u("utc_sec", 6).fixed("regional", 4, 0).fixed("spare", 1, 0);
+        b.u("raim", 1).u("sync_state", 2);
+        if (type == 3)
+            b.u("slot_increment", 13).u("num_slots", 3).u("keep", 1);
+        else
+            b.u("slot_timeout", 3).u("sub_message", 14);
+        break;
+    case 4:
+        b.fixed("utc_year", 14, rng.range(2000, 2030)).fixed("utc_month", 4, rng.range(1, 12));
+        b.fixed("utc_day", 5, rng.range(1, 28)).fixed("utc_hour", 5, rng.range(0, 23));
+        b.fixed("utc_minute", 6, rng.range(0, 59)).fixed("utc_second", 6, rng.range(0, 59));
+        b.u("pos_acc", 1).position().u("pos_type", 4).fixed("spare", 10, 0);
+        b.u("raim", 1).u("sync_state", 2).u("slot_timeout", 3).u("sub_message", 14);
+        break;
+    case 5:
+        b.fixed("version", 2, 0).fixed("imo", 30, rng.range(1000000, 9999999));
+        b.text("callsign", 7).text("name", 20).u("shiptype", 8);
+        b.u("bow", 9).u("stern", 9).u("port", 6).u("starboard", 6).u("pos_type", 4);
+        b.fixed("eta", 20, (rng.range(1, 12) << 16) | (rng.range(1, 31) << 11) |
+                               (rng.range(0, 23) << 6) | rng.range(0, 59));
+        b.u("draught", 8).text("dest", 20).u("dte", 1).fixed("spare", 1, 0);
+        break;
+    case 9:
+        b.u("altitude", 12).u("sog", 10).u("pos_acc", 1).position().u("cog", 12);
+        b.u("utc_sec", 6).fixed("regional", 8, 0).u("dte", 1).fixed("spare", 3, 0);
+        b.u("assigned", 1).u("raim", 1);
+        radioByFlag(b);
+        break;
+    case 18:
+        b.fixed("regional1", 8, 0).u("sog", 10).u("pos_acc", 1).position().u("cog", 12);
+        b.u("hdg", 9).u("utc_sec", 6).fixed("regional2", 2, 0);
+        b.u("unit_flag", 1).u("display_flag", 1).u("dsc_flag", 1).u("band_flag", 1);
+        b.u("msg22_flag", 1).u("mode_flag", 1).u("raim", 1);
+        radioByFlag(b);
+        break;
+    case 19:
+        b.fixed("regional1", 8, 0).u("sog", 10).u("pos_acc", 1).position().u("cog", 12);
+        b.u("hdg", 9).u("utc_sec", 6).fixed("regional2", 4, 0).text("name", 20);
+        b.u("shiptype", 8).u("bow", 9).u("stern", 9).u("port", 6).u("starboard", 6);
+        b.u("pos_type", 4).u("raim", 1).u("dte", 1).fixed("spare", 5, 0);
+        break;
+    case 21: {
+        b.u("type", 5).text("name", 20).u("pos_acc", 1).position();
+        b.u("bow", 9).u("stern", 9).u("port", 6).u("starboard", 6).u("pos_type", 4);
+        b.u("utc_sec", 6).u("off_position", 1).fixed("regional", 8, 0).u("raim", 1);
+        b.u("virtual_aton", 1).u("assigned", 1).fixed("spare", 1, 0);
+        if (rng.range(0, 1)) b.text("name_ext", 14);
+        break;
+    }
+    case 24:
+        b.fixed("part_number", 2, 0).text("name", 20);
+        break;
+    case 124:
+        b.fixed("part_number", 2, 1).u("shiptype", 8).text("vendor_id", 7).text("callsign", 7);
+        b.u("bow", 9).u("stern", 9).u("port", 6).u("starboard", 6).fixed("spare", 6, 0);
+        break;
+    }
+    return b.done();
+}
+
+} // namespace aisenc
+
+#endif

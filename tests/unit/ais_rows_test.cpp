@@ -1,0 +1,318 @@
+// Target rows: sentences through ProcessAIS, rows taken with getAisData and
+// compared with the values encoded; the JSON strings; own-ship handling.
+#include <gtest/gtest.h>
+#include <limits.h>
+#include <string.h>
+#include <time.h>
+
+#include <string>
+#include <vector>
+
+#include "ais/ais.h"
+#include "nav/nmea.h"
+#include "store/pack_store.h"
+#include "support/ais_encoder.h"
+
+// Everything getAisData appends, as text.
+static std::string takeRows() {
+    ResponseBuffer b;
+    memset(&b, 0, sizeof(b));
+    getAisData(&b);
+    std::string s(b.data, (size_t)b.length);
+    buffFree(&b);
+    return s;
+}
+
+// The rows between "ais":[\n and ], of a getAisData text.
+static std::string rowsOf(const std::string &status) {
+    size_t open = status.find("\"ais\":[\n");
+    size_t close = status.rfind("],");
+    if (open == std::string::npos || close == std::string::npos) return "?";
+    open += 8;
+    return status.substr(open, close - open);
+}
+
+static void feed(const aisenc::Message &m, const std::string &talker = "AIVDM") {
+    for (std::string l : m.sentences(talker)) ProcessAIS(&l[0]);
+}
+
+// Splits one row "[a,"b",c]" into its columns; strings lose their quotes
+// and escapes.
+static std::vector<std::string> columns(const std::string &row) {
+    std::vector<std::string> out;
+    std::string cur;
+    bool inString = false;
+    for (size_t i = 1; i + 1 < row.size(); i++) {
+        char c = row[i];
+        if (inString) {
+            if (c == '\\') {
+                char e = row[++i];
+                cur += e == 'n' ? '\n' : e == 't' ? '\t' : e == 'r' ? '\r' : e == 'b' ? '\b'
+                     : e == 'f' ? '\f' : e;
+            } else if (c == '"') {
+                inString = false;
+            } else {
+                cur += c;
+            }
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == ',') {
+            out.push_back(cur);
+            cur.clear();
+        } else {
+            cur += c;
+        }
+    }
+    out.push_back(cur);
+    return out;
+}
+
+static std::string num(int64_t v) { return std::to_string(v); }
+
+// Grid columns of a raw position; 91 degrees (no position) has no grid
+// value and reads as INT_MIN.
+static void grid(const aisenc::Message &m, std::string &x, std::string &y) {
+    int32_t gy, gx;
+    pos2merc((int32_t)m.num("lat"), (int32_t)m.num("lon"), &gy, &gx);
+    x = num(gx);
+    y = m.num("lat") == 91 * 600000 ? num(INT_MIN) : num(gy);
+}
+
+class AisRows : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        memset(&gpsfix, 0, sizeof(gpsfix));
+        memset(&aisPartA, 0, sizeof(aisPartA));
+        aistime = 0;
+        takeRows();
+    }
+};
+
+TEST_F(AisRows, RandomMessagesGiveTheirRows) {
+    aisenc::Rng rng(77);
+    const int types[] = {1, 2, 3, 4, 5, 9, 18, 19, 21, 24};
+    for (int type : types) {
+        for (int i = 0; i < 100; i++) {
+            aisenc::Message m = aisenc::randomMessage(rng, type);
+            std::vector<std::string> want;
+            std::string x, y, mmsi = num(m.num("userid")), t = num(m.num("msgid"));
+            if (type != 5 && type != 24) grid(m, x, y);
+            if (type == 24) {
+                // part A is kept; part B of the same MMSI makes the row
+                feed(m);
+                EXPECT_EQ("", rowsOf(takeRows()));
+                aisenc::Message b = aisenc::randomMessage(rng, 124);
+                b.fields[2].value = m.num("userid");
+                b.bits = aisenc::Bits();
+                for (const aisenc::Field &f : b.fields)
+                    f.width ? (void)b.bits.put(f.value, f.width) : (void)b.bits.text(f.text, f.chars);
+                m.fields.insert(m.fields.end(), b.fields.begin() + 3, b.fields.end());
+                m.bits = b.bits;
+            }
+            feed(m);
+            std::string at = num((unsigned)aistime);
+            if (type == 4) {
+                struct tm tm;
+                memset(&tm, 0, sizeof(tm));
+                tm.tm_year = (int)m.num("utc_year") - 1900;
+                tm.tm_mon = (int)m.num("utc_month") - 1;
+                tm.tm_mday = (int)m.num("utc_day");
+                tm.tm_hour = (int)m.num("utc_hour");
+                tm.tm_min = (int)m.num("utc_minute");
+                tm.tm_sec = (int)m.num("utc_second");
+                at = num((unsigned)mktime(&tm));
+            }
+            std::string dims[] = {num(m.num("bow")), num(m.num("stern")), num(m.num("port")),
+                                  num(m.num("starboard"))};
+            switch (type) {
+            case 1:
+            case 2:
+            case 3:
+                want = {mmsi, t, at, x, y, num(m.num("sog")), num(m.num("cog")), num(m.num("hdg")),
+                        num((int8_t)m.num("rot")), num(m.num("nav_status"))};
+                break;
+            case 4:
+                want = {mmsi, t, at, x, y};
+                break;
+            case 5:
+                want = {mmsi, t, at, "0", "0", m.str("callsign"), m.str("name"),
+                        num(m.num("shiptype")), m.str("dest"), num(m.num("eta")), dims[0], dims[1],
+                        dims[2], dims[3], num(m.num("draught")), num(m.num("imo"))};
+                break;
+            case 9:
+                want = {mmsi, t, at, x, y, num(m.num("sog")), num(m.num("cog")), "511", "-128", "15"};
+                break;
+            case 18:
+                want = {mmsi, t, at, x, y, num(m.num("sog")), num(m.num("cog")), num(m.num("hdg")),
+                        "-128", "0"};
+                break;
+            case 19:
+                want = {mmsi, t, at, x, y, "", m.str("name"), num(m.num("shiptype")), "", "0",
+                        dims[0], dims[1], dims[2], dims[3], "-1"};
+                break;
+            case 21:
+                want = {mmsi, t, at, x, y, "", m.str("name"), num(m.num("type")), "", "0",
+                        dims[0], dims[1], dims[2], dims[3], "-1"};
+                break;
+            case 24:
+                want = {mmsi, t, at, "0", "0", m.str("callsign"), m.str("name"),
+                        num(m.num("shiptype")), m.str("vendor_id"), "0", dims[0], dims[1],
+                        dims[2], dims[3], "-1"};
+                break;
+            }
+            std::string rows = rowsOf(takeRows());
+            EXPECT_EQ(std::string::npos, rows.find(",\n")) << "one row per message";
+            EXPECT_EQ(want, columns(rows)) << "type " << type << " #" << i << ": " << rows;
+        }
+    }
+}
+
+TEST_F(AisRows, QueueAndStatusFragment) {
+    aisenc::Bits b;
+    b.put(1, 6).put(0, 2).put(111111111, 30).put(0, 4).put(0x80, 8).put(12, 10).put(0, 1);
+    b.put(0, 28).put(0, 27).put(450, 12).put(511, 9).put(0, 6).put(0, 25);
+    aisenc::Bits bad27;  // message number above 24: no row
+    bad27.put(27, 6).put(0, 90);
+    std::string l1 = aisenc::sentences(b)[0], l2 = l1, l27 = aisenc::sentences(bad27)[0];
+    ProcessAIS(&l1[0]);
+    ProcessAIS(&l27[0]);
+    ProcessAIS(&l2[0]);
+    nmea_stat = 1;
+    std::string row = "[111111111,1,0,20015089,20015089,12,450,511,-128,0]";
+    EXPECT_EQ("\"nmea_stat\":1,\"ais\":[\n" + row + ",\n" + row + "],", takeRows());
+    EXPECT_EQ("\"nmea_stat\":1,\"ais\":[\n],", takeRows());  // each row goes out once
+    nmea_stat = 0;
+}
+
+TEST_F(AisRows, BaseStationMovesTheTimeColumn) {
+    aisenc::Bits bs, pos;
+    bs.put(4, 6).put(0, 2).put(2190047, 30).put(2024, 14).put(6, 4).put(1, 5).put(12, 5);
+    bs.put(30, 6).put(15, 6).put(0, 1).put(0, 28).put(0, 27).put(0, 34);
+    pos.put(18, 6).put(0, 2).put(222222222, 30).put(0, 130);
+    for (std::string l : aisenc::sentences(bs)) ProcessAIS(&l[0]);
+    for (std::string l : aisenc::sentences(pos)) ProcessAIS(&l[0]);
+    struct tm tm;
+    memset(&tm, 0, sizeof(tm));
+    tm.tm_year = 124, tm.tm_mon = 5, tm.tm_mday = 1, tm.tm_hour = 12, tm.tm_min = 30, tm.tm_sec = 15;
+    std::string t = std::to_string((unsigned)mktime(&tm));
+    EXPECT_EQ("[2190047,4," + t + ",20015089,20015089],\n[222222222,18," + t +
+                  ",20015089,20015089,0,0,0,-128,0]",
+              rowsOf(takeRows()));
+}
+
+TEST_F(AisRows, JsonStrings) {
+    struct Case {
+        const char *in, *out;
+    } cases[] = {
+        {"ABC@@@@", "\"ABC\""},
+        {"AB      ", "\"AB\""},
+        {"", "\"\""},
+        {"   @AB", "\"\""},
+        {"A B @ C", "\"A B\""},
+        {"SAY \"HI\"", "\"SAY \\\"HI\\\"\""},
+        {"A/B\\C", "\"A\\/B\\\\C\""},
+        {"\b\t\n\f\r", "\"\\b\\t\\n\\f\\r\""},
+        {"'x'", "\"'x'\""},
+    };
+    for (const Case &c : cases) {
+        char out[64];
+        aisJsonString(out, c.in);
+        EXPECT_STREQ(c.out, out) << c.in;
+    }
+}
+
+TEST_F(AisRows, StaticRowsKeepTheirTexts) {
+    aisenc::Bits b5, bB;
+    b5.put(5, 6).put(0, 2).put(333333333, 30).put(0, 2).put(9074729, 30).text("C\"1", 7);
+    b5.text("AB  ", 20).put(70, 8).put(100, 9).put(20, 9).put(10, 6).put(12, 6).put(1, 4);
+    b5.put(0, 20).put(55, 8).text("HAMBURG/DE", 20).put(0, 2);
+    for (std::string l : aisenc::sentences(b5)) ProcessAIS(&l[0]);
+    EXPECT_EQ("[333333333,5,0,0,0,\"C\\\"1\",\"AB\",70,\"HAMBURG\\/DE\",0,100,20,10,12,55,9074729]",
+              rowsOf(takeRows()));
+    // part B of an MMSI whose part A never came: no row
+    bB.put(24, 6).put(0, 2).put(444444444, 30).put(1, 2).put(37, 8).put(0, 120);
+    for (std::string l : aisenc::sentences(bB)) ProcessAIS(&l[0]);
+    EXPECT_EQ("", rowsOf(takeRows()));
+}
+
+// An own-ship report with the given class and gpsfix.gpsSource: the row
+// and what gpsfix became.
+TEST_F(AisRows, OwnShip) {
+    struct Case {
+        int msgid, source;
+        const char *row;
+        int fix;
+        double latY, lonX, sog, cog, hdg;
+        int rot;
+    } cases[] = {
+        // another MMSI: from the report, gpsfix untouched
+        {1, 2, "[555,1,0,21127038,12852955,100,900,45,10,3]", 0, 0, 0, 0, 0, 0, 0},
+        {1, 0, "[246000000,1,0,0,0,100,900,45,10,3]", 0, 0, 0, 0, 0, 0, 0},
+        {1, 1, "[246000000,1,0,20015089,20015089,10,1234,511,-128,3]", 0, 0, 0, 0, 0, 0, 0},
+        {1, 2, "[246000000,1,0,21127038,12852955,100,900,45,10,3]", 800, 54, 10, 100 * 0.0514444444,
+         90, 45, 10},
+        {18, 0, "[246000000,18,0,21127038,12852955,100,900,45,-128,0]", 0, 0, 0, 0, 0, 0, 0},
+        {18, 1, "[246000000,18,0,20015089,20015089,10,1234,511,-128,0]", 0, 0, 0, 0, 0, 0, 0},
+        {18, 2, "[246000000,18,0,21127038,12852955,100,900,45,-128,0]", 801, 54, 10,
+         100 * 0.0514444444, 90, 45, -128},
+    };
+    for (const Case &c : cases) {
+        memset(&gpsfix, 0, sizeof(gpsfix));
+        gpsfix.aisuserid = 246000000;
+        gpsfix.gpsSource = c.source;
+        if (c.source == 1) {  // the NMEA fix the own row shows instead
+            gpsfix.hdg = 511;
+            gpsfix.cog = 123.45;
+            gpsfix.sog = 0.5;
+            gpsfix.rot = -128;
+        }
+        uint64_t mmsi = strstr(c.row, "[555,") ? 555 : 246000000;
+        aisenc::Bits b;
+        b.put(c.msgid, 6).put(0, 2).put((int64_t)mmsi, 30);
+        if (c.msgid == 1)
+            b.put(3, 4).put(10, 8).put(100, 10);
+        else
+            b.put(0, 8).put(100, 10);
+        b.put(0, 1).put(10 * 600000, 28).put(54 * 600000, 27).put(900, 12).put(45, 9);
+        b.put(0, 168 - b.size());
+        std::string vdo = aisenc::sentences(b, "AIVDO")[0], vdo2 = vdo;
+        ProcessAIS(&vdo[0]);
+        EXPECT_EQ(c.row, rowsOf(takeRows())) << c.msgid << "/" << c.source;
+        EXPECT_EQ(c.fix, gpsfix.fix) << c.msgid << "/" << c.source;
+        if (c.fix) {
+            EXPECT_DOUBLE_EQ(c.latY, gpsfix.latY);
+            EXPECT_DOUBLE_EQ(c.lonX, gpsfix.lonX);
+            EXPECT_DOUBLE_EQ(c.sog, gpsfix.sog);
+            EXPECT_DOUBLE_EQ(c.cog, gpsfix.cog);
+            EXPECT_DOUBLE_EQ(c.hdg, gpsfix.hdg);
+            EXPECT_EQ(c.rot, gpsfix.rot);
+            EXPECT_GT(gpsfix.lastFixTime, 0);
+        }
+        // the own-ship path learns the MMSI from the same sentence
+        gpsfix.aisuserid = 0;
+        EXPECT_EQ((int64_t)mmsi, ProcessAOS(&vdo2[0]));
+        EXPECT_EQ(mmsi, gpsfix.aisuserid);
+    }
+    std::vector<std::string> notOwn = aisenc::sentences(aisenc::Bits().put(5, 6).put(0, 420), "AIVDO");
+    EXPECT_EQ(1, ProcessAOS(&notOwn[0][0]));  // first of two parts
+    EXPECT_EQ(0, ProcessAOS(&notOwn[1][0]));  // message 5 teaches no MMSI
+    std::string badSum = "!AIVDO,1,1,,A,1,0*00";
+    EXPECT_EQ(2, ProcessAOS(&badSum[0]));
+    takeRows();
+}
+
+TEST_F(AisRows, EtaTimeStamp) {
+    EXPECT_EQ(0, getTimeStamp(0));
+    struct Case {
+        uint32_t month, day, hour;
+        int wantMon, wantMday, wantMin;
+    } cases[] = {{3, 4, 5, 2, 4, 5}, {12, 31, 24, 11, 31, 0}};
+    for (const Case &c : cases) {
+        time_t t = getTimeStamp((c.month << 16) | (c.day << 11) | (c.hour << 6) | 59);
+        struct tm lt;
+        localtime_r(&t, &lt);
+        EXPECT_EQ(c.wantMon, lt.tm_mon);
+        EXPECT_EQ(c.wantMday, lt.tm_mday);
+        EXPECT_EQ(c.wantMin, lt.tm_min);
+    }
+}

@@ -1,0 +1,93 @@
+// VDM assembly: sentence sequences against the results of assemble_vdm and
+// the payload left in the assembly.
+#include <gtest/gtest.h>
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+#include "ais/ais.h"
+#include "support/ais_encoder.h"
+
+using aisenc::withChecksum;
+
+// "AIVDM,<total>,<number>,<id>,A,<payload>,0" with its checksum.
+static std::string vdm(const std::string &fields) { return withChecksum("AIVDM," + fields); }
+
+TEST(AisVdm, AssemblySequences) {
+    std::string p300a(150, 'A'), p300b(150, 'B');
+    struct Case {
+        const char *name;
+        std::vector<std::string> lines;
+        std::vector<int> results;
+        std::string payload;  // checked after the last line when results end in 0
+    } cases[] = {
+        {"single", {vdm("1,1,,A,15M67F,0")}, {0}, "15M67F"},
+        {"total zero", {vdm("0,0,,A,abc,0")}, {0}, "abc"},
+        {"two parts", {vdm("2,1,7,A,AAA,0"), vdm("2,2,7,A,BBB,2")}, {1, 0}, "AAABBB"},
+        {"three parts", {vdm("3,1,1,B,A,0"), vdm("3,2,1,B,B,0"), vdm("3,3,1,B,C,0")}, {1, 1, 0},
+         "ABC"},
+        {"interleaved groups",
+         {vdm("2,1,1,A,AAA,0"), vdm("2,1,2,A,XXX,0"), vdm("2,2,1,A,BBB,0")},
+         {1, 5, 0},
+         "BBB"},
+        {"repeated part", {vdm("2,1,3,A,AAA,0"), vdm("2,1,3,A,AAA,0")}, {1, 5}, ""},
+        {"part 2 alone", {vdm("2,2,4,A,BBB,0")}, {0}, "BBB"},
+        {"bad checksum keeps the group",
+         {vdm("2,1,5,A,AAA,0"), "!AIVDM,2,1,9,A,ZZZ,0*00", vdm("2,2,5,A,BBB,0")},
+         {1, 2, 0},
+         "AAABBB"},
+        {"not VDM or VDO", {withChecksum("AIVDX,1,1,,A,abc,0"), withChecksum("GPRMC,1", '$')},
+         {3, 3}, ""},
+        {"short sentence", {withChecksum("AI"), withChecksum("AIVDM,1,1")}, {3, 4}, ""},
+        {"VDO of any talker", {withChecksum("XXVDO,1,1,,A,w,0")}, {0}, "w"},
+        {"cut at 255", {vdm("2,1,1,A," + p300a + ",0"), vdm("2,2,1,A," + p300b + ",0")}, {1, 0},
+         p300a + p300b.substr(0, 105)},
+        {"no checksum", {"!AIVDM,1,1,,A,abc,0"}, {2}, ""},
+    };
+    for (const Case &c : cases) {
+        VdmAssembly a;
+        memset(&a, 0, sizeof(a));
+        for (size_t i = 0; i < c.lines.size(); i++) {
+            std::vector<char> line(c.lines[i].begin(), c.lines[i].end());
+            line.push_back(0);
+            EXPECT_EQ(c.results[i], assemble_vdm(&a, line.data())) << c.name << " line " << i;
+        }
+        if (c.results.back() == 0) {
+            EXPECT_EQ(c.payload, std::string(a.six.bits)) << c.name;
+            EXPECT_EQ(a.six.bits, a.six.cursor) << c.name;
+            EXPECT_EQ(0u, a.parts) << c.name;
+        }
+    }
+}
+
+TEST(AisVdm, ChannelAndGroupState) {
+    VdmAssembly a;
+    memset(&a, 0, sizeof(a));
+    std::string l = vdm("2,1,9,B,AAA,0");
+    EXPECT_EQ(1, assemble_vdm(&a, &l[0]));
+    EXPECT_EQ('B', a.channel);
+    EXPECT_EQ(9u, a.seqId);
+    EXPECT_EQ(2u, a.parts);
+    EXPECT_EQ(1u, a.partNo);
+}
+
+TEST(AisVdm, TimetagGates) {
+    SixBitReader r;
+    uint8_t tag[4] = {0, 0, 0, 0};
+    init_6bit(&r);
+    strcpy(r.bits, "123");
+    EXPECT_EQ(1, get_timetag(NULL, tag));
+    EXPECT_EQ(1, get_timetag(&r, NULL));
+    EXPECT_EQ(2, get_timetag(&r, tag));
+    // month 5, day 17, hour 23, minute 42 packed into 20 bits
+    aisenc::Bits b;
+    b.put(5, 4).put(17, 5).put(23, 5).put(42, 6);
+    init_6bit(&r);
+    strcpy(r.bits, b.armour().c_str());
+    EXPECT_EQ(0, get_timetag(&r, tag));
+    EXPECT_EQ(5, tag[0]);
+    EXPECT_EQ(17, tag[1]);
+    EXPECT_EQ(23, tag[2]);
+    EXPECT_EQ(42, tag[3]);
+}

@@ -57,12 +57,76 @@ extern GpsFix gpsfix;
 /* 0 no feed, -1 connecting, 1 delivering */
 extern int32_t nmea_stat;
 
+/* ---- the fix model and the sentence interpreter (nmea_fix.cpp) ---- */
+
+/* Zeroes gpsfix, applies the no-data values, readies the TCP feed's buffer,
+** sets the track thresholds to 50 m / 86400 s and forgets the last mode. */
 void nmea_init(void);
+/* Sets the no-data values of position, course, heading, depth and rate of
+** turn. Returns &gpsfix. */
 GpsFix *nmea_reset(void);
+/* Files one line (writable, NUL-terminated) into gpsfix, hands AIS sentences
+** on, ages stale data and writes a track row when one is due. */
 void nmea_update(char *line);
-/* Route /setNmeaMode/<mode>: the six-field mode string. */
+/* Position from outside the NMEA feeds. Returns gpsIntern, or 0 when the
+** position source is NMEA or AIS (nothing changes then). */
+int nmea_updateLL(time_t navtime, double lat, double lon, double sog, double cog, double accuracy);
+/* Where an internal receiver would be switched. Returns 0. */
+int setSatMode(int mode);
+/* Returns gpsfix.fix. */
+int nema_getfix(void);
+/* Great-circle distance in metres between two positions in degrees. */
+double geoDist(double lon1, double lat1, double lon2, double lat2);
+/* Serial ports are found by the window's menu; nothing to do here. */
+void find_serial(void);
+/* Starts the serial feed; the window shell provides the real one. */
+void beginSerial(void);
+
+/* The clock behind gpsfix.now and the log rows; time() unless a test
+** replaces it. */
+extern time_t (*nmea_clock)(time_t *);
+
+/* ---- the feeds (nmea_feed.cpp) ---- */
+extern char nmea_host[256];
+extern int32_t nmea_port;
+extern int32_t nmea_pause;
+extern ResponseBuffer bnmea;
+extern char lastrequest[256];
+
+/* Route /setNmeaMode/<mode>: the six-field mode string
+** gpsIntern/gpsSource/nmeaSource/host/port/aisuserid. */
 void setNmeaMode(const char *mode);
-/* Route POST /getSetHostStat/<interval>/<distance>/<on>/<since>. */
+/* Thread body of the TCP feed; arg is &bnmea. Ends with pthread_exit. */
+void socketNmeaThread(void *arg);
+/* Thread body of the playback feed; arg is the file name. Ends with
+** pthread_exit. */
+void playNmeaThread(void *fileName);
+/* Starts playNmeaThread on a private copy of fileName. Playback clears the
+** track log first, so only a deliberate caller starts it. Returns 0, or -1
+** when the name does not fit. */
+int nmea_playback(const char *fileName);
+/* Pauses the TCP feed. Returns the result of shutting its socket down. */
+int stop_nmea(void);
+/* Resumes a feed paused by stop_nmea. */
+void cont_nmea(void);
+/* Reads one line byte by byte from b->fd into b->data (at most 999 bytes,
+** line feed kept). Returns b->data; b->lineLength is 0 after a failed
+** receive. */
+char *getTcpLine(ResponseBuffer *b);
+
+/* ---- the track log (nmea_log.cpp) ---- */
+
+/* Writes the track row for the current fix and offers settingsText to the
+** settings row, in one transaction under dbMutex. */
+void nmea_log_track(void);
+/* Empties the log and writes the playback start row; sets navtime. */
+void nmea_log_playback_start(void);
+
+/* ---- the status exchange (nmea_status.cpp) ---- */
+
+/* Route POST /getSetHostStat/<interval>/<distance>/<on>/<since>: stores the
+** track settings and the body, replies with the fix, the AIS rows and the
+** track points newer than since. Sends its own reply; returns 0. */
 int getSetHostStat(ResponseBuffer *out, const char *text, const char *body, int n);
 
 #endif

@@ -1,0 +1,154 @@
+// The status reply: exact JSON text, the four path numbers, the stored
+// settings text and the track points by since.
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "nav_support.h"
+
+using navtest::NavFixture;
+
+namespace {
+
+class NavStatus : public NavFixture {
+  protected:
+    void SetUp() override {
+        NavFixture::SetUp();
+        ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, sv_));
+        buffInit(&out_);
+        out_.fd = sv_[0];
+    }
+    void TearDown() override {
+        buffFree(&out_);
+        close(sv_[0]);
+        close(sv_[1]);
+        NavFixture::TearDown();
+    }
+    // Runs the handler and returns the reply; the body goes to *body.
+    std::string call(const char *path, const char *body, int n, std::string *replyBody) {
+        getSetHostStat(&out_, path, body, n);
+        std::string reply;
+        char chunk[65536];
+        ssize_t r;
+        while ((r = recv(sv_[1], chunk, sizeof(chunk), MSG_DONTWAIT)) > 0) reply.append(chunk, (size_t)r);
+        size_t cut = reply.find("\r\n\r\n");
+        *replyBody = cut == std::string::npos ? "" : reply.substr(cut + 4);
+        return reply;
+    }
+    std::string body(const char *path) {
+        std::string b;
+        call(path, "*", 1, &b);
+        return b;
+    }
+    void addLog(long long ts, int t, double x, double y) {
+        char sql[200];
+        snprintf(sql, sizeof(sql), "INSERT INTO log (ts,x,y,t,v) VALUES (%lld,%f,%f,%d,'')", ts, x, y, t);
+        sqlite3_exec(mrApp.tripDb, sql, NULL, NULL, NULL);
+    }
+    int sv_[2];
+    ResponseBuffer out_;
+};
+
+TEST_F(NavStatus, EmptyStateReadsExactly) {
+    std::string b;
+    std::string reply = call("86400/50/0/4294967295", "*", 1, &b);
+    EXPECT_EQ("{\"navtime\":0,\"fix\":0,\"latY\":999.000000,\"lonX\":999.000000,\"hdg\":511,\"cog\":360,"
+              "\"dpt\":-100.0,\"wdir\":0.0,\"wspd\":0.0,\"sog\":0.0,\"hdop\":0.0,\"rot\":-128,\"aisuserid\":0,"
+              "\"nmea_stat\":0,\"ais\":[\n],\"track\":[]}",
+              b);
+    EXPECT_NE(std::string::npos, reply.find("Content-Type: text/plain; charset=UTF-8\r\n"));
+    EXPECT_EQ(0u, reply.find("HTTP/1.1 200 OK\r\n"));
+}
+
+TEST_F(NavStatus, NumberFormats) {
+    gpsfix.navtime = (time_t)0x1FFFFFFFFLL; // low 32 bits read as -1
+    gpsfix.fix = -12;
+    gpsfix.latY = -54.1234565;
+    gpsfix.lonX = 10.5;
+    gpsfix.hdg = 123.6;
+    gpsfix.cog = 0.4;
+    gpsfix.dpt = 7.25;
+    gpsfix.wdir = 359.96;
+    gpsfix.wspd = 5.14444;
+    gpsfix.sog = 1.05;
+    gpsfix.hdop = 0.9;
+    gpsfix.rot = 127;
+    gpsfix.aisuserid = 4000000000u;
+    MR_STORE(nmea_stat, -1);
+    char want[400];
+    snprintf(want, sizeof(want),
+             "{\"navtime\":-1,\"fix\":-12,\"latY\":%.6f,\"lonX\":10.500000,\"hdg\":124,\"cog\":0,"
+             "\"dpt\":%.1f,\"wdir\":360.0,\"wspd\":5.1,\"sog\":%.1f,\"hdop\":0.9,\"rot\":127,"
+             "\"aisuserid\":4000000000,\"nmea_stat\":-1,\"ais\":[\n],\"track\":[]}",
+             -54.1234565, 7.25, 1.05);
+    EXPECT_EQ(want, body("1/2/3/-1"));
+}
+
+TEST_F(NavStatus, PathNumbers) {
+    struct {
+        const char *path;
+        int32_t interval, distance, on;
+        bool trackQueried;
+    } cases[] = {
+        {"600/25/1/4294967295", 600, 25, 1, false},
+        {"7/8", 7, 8, -5, false}, // missing values keep the members
+        {"", -5, -5, -5, false},
+        {"1/2/0/0", 1, 2, 0, true},
+        {"-3/x/1/0", -3, -5, -5, false}, // stops at the first mismatch
+    };
+    addLog(10, 1, 1, 2);
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.path);
+        gpsfix.logInterval = gpsfix.logDistance = gpsfix.trackOn = -5;
+        std::string b = body(c.path);
+        EXPECT_EQ(c.interval, gpsfix.logInterval);
+        EXPECT_EQ(c.distance, gpsfix.logDistance);
+        EXPECT_EQ(c.on, gpsfix.trackOn);
+        EXPECT_EQ(c.trackQueried, b.find("\"track\":[[") != std::string::npos) << b;
+    }
+}
+
+TEST_F(NavStatus, TrackPointsBySince) {
+    addLog(100, 1, 10.5, 54.25);
+    addLog(200, 2, 999, 999); // an event, never sent as track
+    addLog(300, 1, -1.125, -2.5);
+    struct {
+        const char *path;
+        const char *track;
+    } cases[] = {
+        {"1/1/1/0", "\"track\":[[10.500000,54.250000,100],[-1.125000,-2.500000,300]]}"},
+        {"1/1/1/100", "\"track\":[[-1.125000,-2.500000,300]]}"},
+        {"1/1/1/300", "\"track\":[]}"},
+        {"1/1/1/-1", "\"track\":[]}"},
+        {"1/1/1/4294967295", "\"track\":[]}"},
+        {"1/1/1/-2", "\"track\":[[10.500000,54.250000,100],[-1.125000,-2.500000,300]]}"},
+    };
+    for (const auto &c : cases) {
+        std::string b = body(c.path);
+        ASSERT_GT(b.size(), strlen(c.track)) << c.path;
+        EXPECT_EQ(c.track, b.substr(b.size() - strlen(c.track))) << c.path;
+    }
+}
+
+TEST_F(NavStatus, SettingsTextKeepsItsCapacity) {
+    std::string b;
+    call("1/1/1/-1", "", 0, &b);
+    EXPECT_EQ(nullptr, mrApp.settingsText);
+    EXPECT_EQ(0, mrApp.settingsCapacity);
+
+    const char ten[] = "0123456789";
+    call("1/1/1/-1", ten, 10, &b);
+    EXPECT_EQ(10, mrApp.settingsCapacity);
+    EXPECT_STREQ("0123456789", mrApp.settingsText);
+
+    const char three[] = "abc";
+    call("1/1/1/-1", three, 3, &b);
+    EXPECT_EQ(10, mrApp.settingsCapacity);
+    EXPECT_STREQ("abc", mrApp.settingsText);
+
+    std::string big(70000, 's');
+    call("1/1/1/-1", big.c_str(), (int)big.size(), &b);
+    EXPECT_EQ(70000, mrApp.settingsCapacity);
+    EXPECT_EQ(big, mrApp.settingsText);
+}
+
+} // namespace

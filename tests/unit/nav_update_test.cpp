@@ -1,0 +1,359 @@
+// The sentence interpreter: sentences in, gpsfix members out; ageing; the
+// track rows it writes.
+#include <math.h>
+#include <stdlib.h>
+
+#include <functional>
+
+#include "nav_support.h"
+
+using navtest::clockNow;
+using navtest::NavFixture;
+
+namespace {
+
+struct Step {
+    int dt; // seconds before the line
+    const char *line;
+};
+
+struct UpdateCase {
+    const char *name;
+    int gpsSource;
+    int32_t fixBefore;
+    int32_t statBefore;
+    std::vector<Step> steps;
+    std::function<void(const GpsFix &)> check;
+};
+
+const char *kRmc = "$GPRMC,123519,A,5430.0000,N,01012.0000,W,10.0,084.4,230394,003.1,W*00";
+const char *kRmcVoid = "$GPRMC,123520,V,5500.0000,N,01100.0000,E,1.0,001.0,230394,,*00";
+const char *kGga9 = "$GPGGA,123519,5430.0000,N,01012.0000,E,1,09,1.3,545.4,M,46.9,M,,*00";
+
+class NavUpdate : public NavFixture {};
+
+TEST_F(NavUpdate, SentencesFillTheFix) {
+    const double K = 10 * 0.2777775380361333 * 0.44703961417318716;
+    std::vector<UpdateCase> cases = {
+        {"rmc fills position, speed, course", 1, 0, 0, {{0, kRmc}},
+         [](const GpsFix &g) {
+             EXPECT_DOUBLE_EQ(54.5, g.latY);
+             EXPECT_DOUBLE_EQ(-10.2, g.lonX);
+             EXPECT_NEAR(5.14444, g.sog, 1e-9);
+             EXPECT_DOUBLE_EQ(84.4, g.cog);
+             EXPECT_EQ(1, g.fix);
+             EXPECT_EQ(gps2time("123519", "230394"), g.navtime);
+             EXPECT_EQ(1, nmea_stat);
+         }},
+        {"rmc with status V clears fix, keeps position", 1, 0, 0, {{0, kRmc}, {1, kRmcVoid}},
+         [](const GpsFix &g) {
+             EXPECT_EQ(0, g.fix);
+             EXPECT_DOUBLE_EQ(54.5, g.latY);
+         }},
+        {"gga count wins over rmc", 1, 0, 0, {{0, kRmc}, {0, kGga9}, {1, kRmc}},
+         [](const GpsFix &g) {
+             EXPECT_EQ(9, g.fix);
+             EXPECT_DOUBLE_EQ(1.3, g.hdop);
+         }},
+        {"gga without quality clears fix", 1, 0, 0,
+         {{0, kRmc}, {0, "$GPGGA,123519,5430.0000,N,01012.0000,E,0,09,1.3,545.4,M,46.9,M,,*00"}},
+         [](const GpsFix &g) { EXPECT_EQ(0, g.fix); }},
+        {"rmc after 998 gives 1", 1, 998, 0, {{0, kRmc}}, [](const GpsFix &g) { EXPECT_EQ(1, g.fix); }},
+        {"rmc keeps an injected accuracy", 1, -20, 0, {{0, kRmc}},
+         [](const GpsFix &g) { EXPECT_EQ(-20, g.fix); }},
+        {"rmc sets stat while connecting", 1, 0, -1, {{0, kRmc}},
+         [](const GpsFix &g) { EXPECT_EQ(1, nmea_stat); }},
+        {"no rmc while connecting: 998", 1, 0, -1, {{0, "$HCHDG,101.1,,,7.1,W*00"}},
+         [](const GpsFix &g) {
+             EXPECT_EQ(998, g.fix);
+             EXPECT_DOUBLE_EQ(101.1, g.hdg);
+         }},
+        {"position sentences ignored unless source is nmea", 0, 0, 0,
+         {{0, kRmc}, {0, "$HCHDG,101.1,,,7.1,W*00"}, {0, "$SDDPT,12.3,0.5,1.0*00"}},
+         [](const GpsFix &g) {
+             EXPECT_DOUBLE_EQ(999, g.latY);
+             EXPECT_DOUBLE_EQ(511, g.hdg);
+             EXPECT_DOUBLE_EQ(13.3, g.dpt);
+             EXPECT_EQ(0, g.fix);
+         }},
+        {"dpt takes the checksum as its third field", 1, 0, 0, {{0, "$SDDPT,12.3,0.5*5C"}},
+         [](const GpsFix &g) { EXPECT_DOUBLE_EQ(17.3, g.dpt); }},
+        {"dpt with empty third field changes nothing", 1, 0, 0, {{0, "$SDDPT,12.3,0.5,*hh"}},
+         [](const GpsFix &g) { EXPECT_DOUBLE_EQ(-100, g.dpt); }},
+        {"dbs fills in only while no depth is held", 1, 0, 0,
+         {{0, "$SDDBS,,f,7.1,M,,F"}, {10, "$SDDBS,,f,7.5,M,,F"}},
+         [](const GpsFix &g) { EXPECT_DOUBLE_EQ(7.1, g.dpt); }},
+        {"dpt overrides dbs", 1, 0, 0, {{0, "$SDDBS,,f,7.1,M,,F"}, {1, "$SDDPT,9.0,0,1.0*00"}},
+         [](const GpsFix &g) { EXPECT_DOUBLE_EQ(10.0, g.dpt); }},
+        {"depth ages after 60 s", 1, 0, 0, {{0, "$SDDBS,,f,7.1,M,,F"}, {60, "$XXXXX,1*00"}, {1, "$XXXXX,1*00"}},
+         [](const GpsFix &g) { EXPECT_DOUBLE_EQ(-100, g.dpt); }},
+        {"depth stands for 60 s", 1, 0, 0, {{0, "$SDDBS,,f,7.1,M,,F"}, {60, "$XXXXX,1*00"}},
+         [](const GpsFix &g) { EXPECT_DOUBLE_EQ(7.1, g.dpt); }},
+        {"mwv knots", 1, 0, 0, {{0, "$WIMWV,90,R,10,N,A"}},
+         [](const GpsFix &g) {
+             EXPECT_DOUBLE_EQ(90, g.wdir);
+             EXPECT_NEAR(5.14444, g.wspd, 1e-12);
+         }},
+        {"mwv km/h takes both factors", 1, 0, 0, {{0, "$WIMWV,90,R,10,K,A"}},
+         [K](const GpsFix &g) { EXPECT_NEAR(K, g.wspd, 1e-12); }},
+        {"mwv metres and unknown units stand", 1, 0, 0, {{0, "$WIMWV,90,T,10,M,A"}, {0, "$WIMWV,80,T,12,X,A"}},
+         [](const GpsFix &g) {
+             EXPECT_DOUBLE_EQ(12, g.wspd);
+             EXPECT_DOUBLE_EQ(80, g.wdir);
+         }},
+        {"wind ages after 60 s", 1, 0, 0, {{0, "$WIMWV,90,R,10,M,A"}, {61, "$XXXXX,1*00"}},
+         [](const GpsFix &g) {
+             EXPECT_DOUBLE_EQ(-100, g.wdir);
+             EXPECT_DOUBLE_EQ(-100, g.wspd);
+         }},
+        {"fix ages after 60 s without rmc", 1, 0, 0, {{0, kRmc}, {30, "$HCHDG,1,,,,*00"}, {31, "$HCHDG,1,,,,*00"}},
+         [](const GpsFix &g) { EXPECT_EQ(0, g.fix); }},
+        {"rot encodes like AIS", 1, 0, 0, {{0, "$TIROT,708,A*00"}},
+         [](const GpsFix &g) { EXPECT_EQ(126, g.rot); }},
+        {"rot saturates", 1, 0, 0, {{0, "$TIROT,709,A*00"}}, [](const GpsFix &g) { EXPECT_EQ(127, g.rot); }},
+        {"rot negative", 1, 0, 0, {{0, "$TIROT,-1,A*00"}}, [](const GpsFix &g) { EXPECT_EQ(-5, g.rot); }},
+        {"rot negative saturates", 1, 0, 0, {{0, "$TIROT,-800,A*00"}},
+         [](const GpsFix &g) { EXPECT_EQ(-127, g.rot); }},
+        {"rot invalid", 1, 0, 0, {{0, "$TIROT,5,A*00"}, {0, "$TIROT,5,V*00"}},
+         [](const GpsFix &g) { EXPECT_EQ(-128, g.rot); }},
+        {"rot without a start reaches the rot test", 1, 0, 0, {{0, "$TIROT,5,A*00"}, {0, "xxxROT,5,A"}},
+         [](const GpsFix &g) { EXPECT_EQ(-128, g.rot); }},
+        {"source change resets position on the next line", 1, 0, 0, {{0, kRmc}},
+         [](const GpsFix &) {
+             gpsfix.gpsSource = 0;
+             std::vector<char> l = {'*', '*', 0};
+             nmea_update(l.data());
+             EXPECT_DOUBLE_EQ(999, gpsfix.latY);
+             EXPECT_DOUBLE_EQ(360, gpsfix.cog);
+         }},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        gpsfix.gpsSource = c.gpsSource;
+        gpsfix.fix = c.fixBefore;
+        MR_STORE(nmea_stat, c.statBefore);
+        for (const auto &s : c.steps) feed(s.line, s.dt);
+        c.check(gpsfix);
+        TearDown();
+        SetUp();
+    }
+}
+
+TEST_F(NavUpdate, BytesBehindTheTerminatorAreNotRead) {
+    // A truncated RMC followed, in the same buffer, by a complete tail.
+    const char raw[] = "$GPRMC,123519,A\0,5430.00,N,01000.00,E,9,9,230394";
+    std::vector<char> b(raw, raw + sizeof(raw));
+    nmea_update(b.data());
+    EXPECT_DOUBLE_EQ(0, gpsfix.latY);
+    EXPECT_DOUBLE_EQ(0, gpsfix.lonX);
+    EXPECT_DOUBLE_EQ(0, gpsfix.sog);
+
+    const char dpt[] = "$SDDPT,12.3\0,0,5,5,5";
+    std::vector<char> d(dpt, dpt + sizeof(dpt));
+    nmea_update(d.data());
+    EXPECT_DOUBLE_EQ(-100, gpsfix.dpt);
+}
+
+TEST_F(NavUpdate, NothingWhileNotRunning) {
+    MR_STORE(mrApp.running, 0);
+    feed(kRmc);
+    EXPECT_DOUBLE_EQ(999, gpsfix.latY);
+    EXPECT_EQ(0, gpsfix.now);
+}
+
+TEST_F(NavUpdate, NoiseNeverCrashes) {
+    srand(7);
+    gpsfix.trackOn = 1;
+    std::vector<std::string> seeds = {"$GPRMC,", "$GPGGA,", "$TIROT,", "$SDDPT,", "$SDDBS,", "$WIMWV,", "$HCHDG,",
+                                      "!AIVDM,", "", "$", "$,,,,,,,,,,,,,,,,,,,,,,,,,,,,,,,,"};
+    for (int i = 0; i < 3000; i++) {
+        std::string s = seeds[i % seeds.size()];
+        int n = rand() % (i % 10 == 0 ? 10000 : 80);
+        for (int k = 0; k < n; k++) {
+            static const char alphabet[] = "0123456789.,*$!-ANVKMWES\x80\xff ";
+            s.push_back(i % 3 ? alphabet[rand() % (sizeof(alphabet) - 1)] : (char)(rand() % 255 + 1));
+        }
+        feed(s.c_str(), i % 50 == 0);
+    }
+    SUCCEED();
+}
+
+TEST_F(NavUpdate, InjectedPositions) {
+    gpsfix.gpsSource = 1;
+    EXPECT_EQ(0, nmea_updateLL(5, 1, 2, 3, 4, 10));
+    EXPECT_DOUBLE_EQ(999, gpsfix.latY);
+
+    gpsfix.gpsSource = 0;
+    gpsfix.gpsIntern = 2;
+    feed("**"); // settle the source change first: it clears the position
+    EXPECT_EQ(2, nmea_updateLL(5, 54.5, 10.25, 3, 4, 12.7));
+    EXPECT_EQ(-12, gpsfix.fix);
+    EXPECT_DOUBLE_EQ(54.5, gpsfix.latY);
+    EXPECT_DOUBLE_EQ(10.25, gpsfix.lonX);
+    EXPECT_EQ(5, gpsfix.navtime);
+    EXPECT_EQ(-12, nema_getfix());
+}
+
+TEST(NavGeo, GreatCircle) {
+    EXPECT_NEAR(1853.249, geoDist(10, 54, 10, 54 + 1 / 60.0), 1e-3);
+    EXPECT_NEAR(6371000.8 * M_PI, geoDist(0, 0, 180, 0), 1e-3);
+    EXPECT_EQ(0, geoDist(10.123456, 54.654321, 10.123456, 54.654321));
+}
+
+// ---- track rows ----
+
+class NavTrack : public NavFixture {
+  protected:
+    // An RMC at latitude 54 deg 30 + minutes.
+    void rmcAt(const char *latMinutes, int dt, const char *time = "123519") {
+        char line[160];
+        snprintf(line, sizeof(line), "$GPRMC,%s,A,54%s,N,01000.0000,E,1.0,10.0,230394,,*00", time, latMinutes);
+        feed(line, dt);
+    }
+    size_t trackRows() {
+        size_t n = 0;
+        for (const auto &r : logRows()) n += r[0] == '1';
+        return n;
+    }
+};
+
+TEST_F(NavTrack, DistanceAndIntervalThresholds) {
+    struct {
+        const char *name;
+        int trackOn, distance, interval;
+        std::vector<std::pair<const char *, int>> fixes; // minutes, seconds later
+        size_t rows;
+    } cases[] = {
+        {"off", 0, 50, 86400, {{"30.0000", 0}, {"31.0000", 1}}, 0},
+        {"first row at once, 49 m gives none", 1, 50, 86400, {{"30.0000", 0}, {"30.0264", 1}}, 1},
+        {"51 m gives one", 1, 50, 86400, {{"30.0000", 0}, {"30.0275", 1}}, 2},
+        {"distance counts from the last row", 1, 50, 86400,
+         {{"30.0000", 0}, {"30.0200", 1}, {"30.0400", 1}, {"30.0500", 1}}, 2},
+        {"interval only: 600 s is not enough", 1, 0, 600, {{"30.0000", 0}, {"35.0000", 600}}, 1},
+        {"interval only: 601 s is", 1, 0, 600, {{"30.0000", 0}, {"35.0000", 601}}, 2},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        gpsfix.trackOn = c.trackOn;
+        gpsfix.logDistance = c.distance;
+        gpsfix.logInterval = c.interval;
+        for (const auto &f : c.fixes) rmcAt(f.first, f.second);
+        EXPECT_EQ(c.rows, trackRows());
+        TearDown();
+        SetUp();
+    }
+}
+
+TEST_F(NavTrack, InjectedAccuracyGate) {
+    gpsfix.gpsSource = 0;
+    feed("**");
+    gpsfix.trackOn = 1;
+    nmea_updateLL(1, 54.5, 10, 0, 0, 60);
+    EXPECT_EQ(0u, trackRows());
+    nmea_updateLL(1, 54.5, 10, 0, 0, 40);
+    EXPECT_EQ(1u, trackRows());
+}
+
+TEST_F(NavTrack, LostFeedKeepsLoggingAtTheLastPosition) {
+    gpsfix.trackOn = 1;
+    gpsfix.logInterval = 10;
+    rmcAt("30.0000", 0);
+    MR_STORE(nmea_stat, -1); // feed reconnecting
+    feed("$HCHDG,1,,,,*00", 11);
+    ASSERT_EQ(2u, trackRows());
+    EXPECT_EQ(998, gpsfix.fix);
+    sqlite3_stmt *st = NULL;
+    sqlite3_prepare_v2(mrApp.tripDb, "SELECT COUNT(DISTINCT x||','||y) FROM log", -1, &st, NULL);
+    ASSERT_EQ(SQLITE_ROW, sqlite3_step(st));
+    EXPECT_EQ(1, sqlite3_column_int(st, 0)) << "rows at the last position held";
+    sqlite3_finalize(st);
+}
+
+TEST_F(NavTrack, NoRowsAfterTheFixIsLost) {
+    gpsfix.trackOn = 1;
+    gpsfix.logDistance = 1;
+    rmcAt("30.0000", 0);
+    MR_STORE(nmea_stat, 1);
+    feed("$HCHDG,1,,,,*00", 61); // fix ages to 0
+    feed("$HCHDG,1,,,,*00", 100);
+    EXPECT_EQ(1u, trackRows());
+    rmcAt("31.0000", 1);
+    EXPECT_EQ(2u, trackRows());
+}
+
+TEST_F(NavTrack, Remarks) {
+    time_t navtime = gps2time("123519", "230394");
+    struct {
+        const char *name;
+        int offset; // host clock minus navtime
+        const char *depthLine;
+        int fix999;
+        std::string want;
+    } cases[] = {
+        {"70 s off: time piece and no-depth value", 70, nullptr, 0, "", },
+        {"65 s off: no time piece", 65, nullptr, 0, " dpt=-100.0"},
+        {"-66 s off", -66, "$SDDPT,12.34,0,1*00", 0, ""},
+        {"depth exactly 0: empty remark", 0, "$SDDPT,-1.0,0,1*00", 0, ""},
+        {"simulation", 0, "$SDDPT,2,0,1*00", 1, " dpt=3.0 SIM"},
+    };
+    char nt[64];
+    snprintf(nt, sizeof(nt), " nt=%llx", (unsigned long long)navtime);
+    cases[0].want = std::string(nt) + " dpt=-100.0";
+    cases[2].want = std::string(nt) + " dpt=13.3";
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        clockNow() = navtime + c.offset;
+        if (c.depthLine) feed(c.depthLine);
+        rmcAt("30.0000", 0);
+        if (c.fix999) {
+            gpsfix.gpsSource = 0;
+            feed("**"); // the source change resets the depth
+            gpsfix.trackOn = 1;
+            gpsfix.fix = 999;
+            gpsfix.dpt = 3;
+            feed("**");
+        } else {
+            gpsfix.trackOn = 1;
+            gpsfix.fix = 1;
+            feed("$HCHDG,1,,,,*00");
+        }
+        auto rows = logRows();
+        ASSERT_EQ(1u, rows.size());
+        EXPECT_EQ(c.want, rows[0].substr(rows[0].rfind('|') + 1));
+        TearDown();
+        SetUp();
+    }
+}
+
+TEST_F(NavTrack, SettingsRowKeepsTheFirstOffer) {
+    gpsfix.trackOn = 1;
+    gpsfix.logDistance = 1;
+    mrApp.settingsText = strdup("{\"first\":1}");
+    rmcAt("30.0000", 0);
+    free(mrApp.settingsText);
+    mrApp.settingsText = strdup("{\"second\":2}");
+    rmcAt("31.0000", 1);
+    EXPECT_EQ(2u, trackRows());
+    sqlite3_stmt *st = NULL;
+    sqlite3_prepare_v2(mrApp.tripDb, "SELECT v,t,l FROM kvt WHERE k='settings'", -1, &st, NULL);
+    ASSERT_EQ(SQLITE_ROW, sqlite3_step(st));
+    EXPECT_STREQ("{\"first\":1}", (const char *)sqlite3_column_text(st, 0));
+    EXPECT_EQ(10, sqlite3_column_int(st, 1));
+    EXPECT_STREQ("**", (const char *)sqlite3_column_text(st, 2));
+    EXPECT_NE(SQLITE_ROW, sqlite3_step(st));
+    sqlite3_finalize(st);
+    EXPECT_TRUE(sqlite3_get_autocommit(mrApp.tripDb)) << "transaction left open";
+}
+
+TEST_F(NavTrack, PlaybackStartRowReplacesTheLog) {
+    gpsfix.trackOn = 1;
+    rmcAt("30.0000", 0);
+    clockNow() = 1234567;
+    nmea_log_playback_start();
+    auto rows = logRows();
+    ASSERT_EQ(1u, rows.size());
+    EXPECT_EQ("2|1234567|999.000000|999.000000|NMEA playback starts", rows[0]);
+    EXPECT_EQ(1234567, gpsfix.navtime);
+}
+
+} // namespace

@@ -1,0 +1,176 @@
+// Sentence utilities: field stepping, numbers, checksums, positions, times.
+#include <gtest/gtest.h>
+#include <math.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+#include "nav/nmea.h"
+
+static std::vector<char> buf(const char *s) { return std::vector<char>(s, s + strlen(s) + 1); }
+
+TEST(NavUtil, FindStartAndStepFields) {
+    auto a = buf("xx$GPRMC");
+    EXPECT_EQ(a.data() + 2, find_nmea_start(a.data()));
+    auto b = buf("ab!AI");
+    EXPECT_EQ(b.data() + 2, find_nmea_start(b.data()));
+    auto e = buf("");
+    EXPECT_EQ(nullptr, find_nmea_start(e.data()));
+    EXPECT_EQ(nullptr, find_nmea_start(nullptr));
+
+    // $A,B: the last field steps one byte past the terminator
+    std::vector<char> s = {'$', 'A', ',', 'B', 0, 'Z'};
+    char *p = nmea_next_field(s.data());
+    EXPECT_EQ(s.data() + 3, p);
+    EXPECT_EQ(s.data() + 5, nmea_next_field(p));
+    auto star = buf("12*34");
+    EXPECT_EQ(star.data() + 3, nmea_next_field(star.data()));
+    EXPECT_EQ(nullptr, nmea_next_field(nullptr));
+}
+
+TEST(NavUtil, UintReadsEveryByteAsDigit) {
+    struct {
+        const char *text;
+        uint32_t want;
+    } cases[] = {
+        {"12*", 12},
+        {"1a", 59},           // 10 + ('a' - 48)
+        {"", 0},
+        {",5", 0},
+        {"4294967296", 0},    // wraps in 32 bits
+        {"007,8", 7},
+    };
+    for (const auto &c : cases) EXPECT_EQ(c.want, nmea_uint(c.text)) << c.text;
+    EXPECT_EQ(0u, nmea_uint(nullptr));
+}
+
+TEST(NavUtil, CopyFieldIsBounded) {
+    struct {
+        const char *src;
+        uint32_t max;
+        const char *want;
+    } cases[] = {
+        {"ABCDE,", 3, "ABC"},
+        {"AB,CD", 5, "AB"},
+        {"AB*CD", 5, "AB"},
+        {"ABC", 0, ""},
+    };
+    for (const auto &c : cases) {
+        char dst[16];
+        memset(dst, 'x', sizeof(dst));
+        char *end = nmea_copy_field(dst, c.src, c.max);
+        EXPECT_STREQ(c.want, dst) << c.src;
+        EXPECT_EQ(dst + strlen(c.want), end);
+    }
+    char dst[4] = "zz";
+    EXPECT_EQ(dst, nmea_copy_field(dst, nullptr, 3));
+    EXPECT_STREQ("", dst);
+}
+
+TEST(NavUtil, Checksums) {
+    struct {
+        const char *text;
+        int plain;   // nmea_checksum
+        int checked; // check_nmea_checksum
+    } cases[] = {
+        {"$GPGLL,1*00", 0, 2},
+        {"$GPGLL,1", 1, 2},
+        {"$GPGLL,1*G1", 0, 1},
+        {"$GPGLL,1*1", 0, 1},
+        {"$A$B*00", 1, 2},
+        {"no start*00", 1, 2},
+        {"$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47", 0, 0},
+        {"junk!AIVDM,1,1,,A,13u?etPv2;0n:dDPwUM1U1Cb069D,0*24", 0, 0},
+        {"$gpgga,1*6b", 0, 0}, // lower-case digits accepted
+        {"$gpgga,1*\xc4" "c", 0, 1},
+    };
+    for (const auto &c : cases) {
+        unsigned char x = 0xAA;
+        EXPECT_EQ(c.plain, nmea_checksum(c.text, &x)) << c.text;
+        EXPECT_EQ(c.checked, check_nmea_checksum(c.text, &x)) << c.text;
+    }
+    unsigned char x = 0;
+    EXPECT_EQ(0, nmea_checksum("$AB*", &x));
+    EXPECT_EQ('A' ^ 'B', x);
+    EXPECT_EQ(1, nmea_checksum(nullptr, &x));
+    EXPECT_EQ(2, check_nmea_checksum(nullptr, &x));
+    EXPECT_EQ(2, check_nmea_checksum("$AB", nullptr));
+}
+
+TEST(NavUtil, HexDigits) {
+    const char *digits = "0123456789ABCDEFabcdef";
+    const int32_t want[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 10, 11, 12, 13, 14, 15};
+    for (int i = 0; digits[i]; i++) EXPECT_EQ(want[i], ahextobin(digits + i)) << digits[i];
+    for (const char *bad : {"G", "g", " ", "", "\xff"}) EXPECT_EQ(-1, ahextobin(bad)) << bad;
+}
+
+TEST(NavUtil, TokenizerKeepsEmptyTokens) {
+    std::vector<char> s = {'a', ',', ',', 'b', 0, 0};
+    char *cur = s.data();
+    std::vector<std::string> got;
+    for (char *t; (t = xtrtok(',', &cur)) != nullptr;) got.push_back(t);
+    EXPECT_EQ((std::vector<std::string>{"a", "", "b"}), got);
+    EXPECT_EQ(s.data() + 5, cur); // one past the terminator
+}
+
+TEST(NavUtil, CoordinatesToDegrees) {
+    struct {
+        const char *coord, *hemi;
+        double want;
+    } cases[] = {
+        {"5430.0000", "N", 54.5},
+        {"5430.0000", "W", -54.5},
+        {"5430.0000", "S", 54.5}, // only W negates
+        {"00930.00", "E", 9.5},
+        {"01012.5678,E", "E", 10 + 12.5678 / 60},
+        {"123.4", "N", 0.0},
+        {"5430", "N", 0.0},
+        {",N,01000.00,E", "N", 0.0}, // empty: runs on to a later '.' 8 bytes on
+        {",N,10.00,E", "N", -400 + 300 - 4 + 10 / 60.0}, // ... or 5 bytes on: codes as digits
+        {"12,3.5", "N", 12.0},       // the minutes stop at the comma
+        {" 930.00", "N", 9.5},       // a blank degree digit counts 0
+    };
+    for (const auto &c : cases) EXPECT_NEAR(c.want, gps2float(c.coord, c.hemi), 1e-9) << c.coord << c.hemi;
+}
+
+TEST(NavUtil, TimeAndDateThroughMktime) {
+    struct tm tm;
+    memset(&tm, 0, sizeof(tm));
+    tm.tm_year = 124;
+    tm.tm_mon = 2;
+    tm.tm_mday = 23;
+    tm.tm_hour = 12;
+    tm.tm_min = 35;
+    tm.tm_sec = 19;
+    time_t want = mktime(&tm);
+    EXPECT_EQ(want, gps2time("123519.55,A", "230324,003.1"));
+    // one hour converted, then neighbours inside and outside it
+    for (const char *t : {"120000", "125959", "130000", "115959", "120001"}) {
+        struct tm m;
+        memset(&m, 0, sizeof(m));
+        m.tm_year = 124, m.tm_mon = 2, m.tm_mday = 23;
+        sscanf(t, "%2d%2d%2d", &m.tm_hour, &m.tm_min, &m.tm_sec);
+        EXPECT_EQ(mktime(&m), gps2time(t, "230324")) << t;
+    }
+    // out-of-range fields are normalised as mktime does
+    memset(&tm, 0, sizeof(tm));
+    tm.tm_year = 124, tm.tm_mon = 1, tm.tm_mday = 31, tm.tm_hour = 25, tm.tm_min = 70, tm.tm_sec = 99;
+    EXPECT_EQ(mktime(&tm), gps2time("257099", "310224"));
+
+    // an empty date takes today's UTC date
+    time_t now = time(NULL);
+    struct tm utc;
+    gmtime_r(&now, &utc);
+    utc.tm_hour = 1, utc.tm_min = 2, utc.tm_sec = 3;
+    time_t today = mktime(&utc);
+    time_t got = gps2time("010203", ",");
+    if (got != today) { // the date may have turned over between the two calls
+        now = time(NULL);
+        gmtime_r(&now, &utc);
+        utc.tm_hour = 1, utc.tm_min = 2, utc.tm_sec = 3;
+        today = mktime(&utc);
+    }
+    EXPECT_EQ(today, got);
+}

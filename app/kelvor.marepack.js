@@ -89,6 +89,16 @@ kelvor.marepack = function () {
         this._show("np_feedback_1_rate_btn", false);
     }
 
+    /* the full-screen switch is for hosts that watch "#fullscreen=" */
+    if (aux.isIe()) {
+        this._show("i_screen_mode", true);
+        if (window.screen && screen.deviceXDPI > 150) {
+            var st = document.createElement("style");
+            st.textContent = "@-ms-viewport { width: 50%; }";
+            document.head.appendChild(st);
+        }
+    }
+
     /* 12. first run */
     if (k.wizzard !== COREVERSION || k.C.i_debug_mode) {
         var det = host.androidVersion < 21 ? 1 : 2;

@@ -57,6 +57,11 @@ kelvor.vmap = function (canvas, a, b, c) {
     this._callBack = null;
     this._rendered = false;
     this._renderCount = 0;
+    /* timing of the passes, read by the benchmark: the page time of the
+    ** first pass with every tile of the view drawn, and the last passes'
+    ** durations in milliseconds */
+    this.firstCompleteAt = 0;
+    this.passTimes = [];
     this._gestureStart = null;
 
     this.ctx = this.canvas.getContext("2d");
@@ -299,7 +304,7 @@ kelvor.vmap.prototype = {
     },
 
     update: function (mode) {
-        if (!this.canvas || this.canvas.offsetParent === null && this.canvas.style.display === "none") return;
+        if (!this.canvas || this.canvas.offsetParent === null) return;
         if (mode === true) this.force = true;
         this.paintByTimer();
     },
@@ -397,6 +402,7 @@ kelvor.vmap.prototype = {
     },
 
     render: function () {
+        var t0 = window.performance ? performance.now() : 0;
         var mm = this.calcMiMa();
         if (!mm) return;
         if (mm.resized) this._setSizes();
@@ -477,6 +483,14 @@ kelvor.vmap.prototype = {
         this.renderScale(ctx);
         this._rendered = true;
         this._renderCount++;
+        if (window.performance) {
+            var t1 = performance.now();
+            if (this.passTimes.length >= 256) this.passTimes.shift();
+            this.passTimes.push(t1 - t0);
+            if (!this.firstCompleteAt && this.tileList.length && this.queueWait === 0 && this.lastCx === this.cx) {
+                this.firstCompleteAt = t1;
+            }
+        }
     },
 
     /* Fills the off-screen buffer with the tiles; rebuild picks the tile

@@ -45,6 +45,10 @@ async function startHost() {
     for (let i = 0; i < 200 && !exited; i++) {
         const r = await get(ORIGIN + '/hostversion');
         if (r.status === 200) {
+            /* an answer from another host on the port does not count: ours
+            ** must still be running once the port answers */
+            await new Promise((res) => setTimeout(res, 200));
+            if (exited) break;
             return {
                 home,
                 async stop() {
@@ -58,8 +62,8 @@ async function startHost() {
         }
         await new Promise((res) => setTimeout(res, 50));
     }
-    proc.kill('SIGKILL');
-    throw new Error('mareplotd did not answer on ' + ORIGIN);
+    if (!exited) proc.kill('SIGKILL');
+    throw new Error('mareplotd did not start on ' + ORIGIN + (exited ? ' (it ended; is the port taken?)' : ''));
 }
 
 async function openPage(opts) {
@@ -85,6 +89,49 @@ async function openPage(opts) {
     };
 }
 
+/*
+** Writes a chart pack into the host's data directory: tiles is an object of
+** tile id to PNG bytes, docs an object of kvt key to JSON value. Uses the
+** sqlite3 shell, so the pack is made the way any SQLite client would.
+*/
+function writeChartPack(home, name, tiles, docs) {
+    const file = path.join(home, '.local/share/mareplot', name);
+    if (fs.existsSync(file)) return file;
+    const sql = ['CREATE TABLE kvt (k TEXT,v TEXT,t INTEGER, l TEXT);', 'CREATE INDEX i_kv_lk ON kvt(l,k);',
+        'CREATE TABLE tiles (verid INTEGER, zyx INTEGER PRIMARY KEY, png BLOB);', 'BEGIN;'];
+    for (const id of Object.keys(tiles)) sql.push(`INSERT INTO tiles VALUES(1,${id},X'${tiles[id].toString('hex')}');`);
+    for (const k of Object.keys(docs)) {
+        sql.push(`INSERT INTO kvt VALUES('${k}','${JSON.stringify(docs[k]).replace(/'/g, "''")}',5,'**');`);
+    }
+    sql.push('COMMIT;');
+    const r = require('child_process').spawnSync('sqlite3', [file], { input: sql.join('\n') });
+    if (r.status !== 0) throw new Error('sqlite3: ' + r.stderr);
+    return file;
+}
+
+/* A pack of our own, A000003.marepack: every tile from zoom 3 to 10
+** around 10.1 E, 54.52 N, full, in two known colours (devhost's sea and
+** land). For checks that must not depend on the content of the carried
+** chart pack. */
+function syntheticPack(home) {
+    const { tilePng } = require('./devhost');
+    const tiles = {}, av = {};
+    const lat = 54.52 * Math.PI / 180;
+    for (let z = 3; z <= 10; z++) {
+        const n = Math.pow(2, z);
+        const cx = Math.floor((10.1 + 180) / 360 * n);
+        const cy = Math.floor((1 - Math.log(Math.tan(lat) + 1 / Math.cos(lat)) / Math.PI) / 2 * n);
+        for (let y = Math.max(0, cy - 12); y <= Math.min(n - 1, cy + 12); y++) {
+            for (let x = Math.max(0, cx - 12); x <= Math.min(n - 1, cx + 12); x++) {
+                const id = z * 1099511627776 + y * 1048576 + x;
+                tiles[id] = tilePng(z, y, x);
+                av[id] = 1;
+            }
+        }
+    }
+    return writeChartPack(home, 'A000003.marepack', tiles, { avtiles2: av, chartlist: [] });
+}
+
 /* Waits for a render pass with every tile of the view drawn. */
 async function settled(page, timeout) {
     await page.waitForFunction(() => window.cpApp && cpApp.map && cpApp.map._renderCount > 0 &&
@@ -100,4 +147,4 @@ async function setAndReload(page, fn, arg) {
     await page.waitForFunction(() => window.cpApp && cpApp.map && cpApp.map._renderCount > 0);
 }
 
-module.exports = { startHost, openPage, settled, setAndReload, PAGE, ORIGIN, MAREPLOTD };
+module.exports = { startHost, openPage, settled, setAndReload, writeChartPack, syntheticPack, PAGE, ORIGIN, MAREPLOTD };

@@ -10,7 +10,7 @@
 
 const test = require('node:test');
 const assert = require('node:assert');
-const { startHost, openPage, settled, setAndReload, PAGE } = require('./browser');
+const { startHost, openPage, settled, setAndReload, syntheticPack, PAGE } = require('./browser');
 
 /* Colours of the tiles now on screen, coarsely binned, with their share of
 ** the view. Renders a pass first so that the WebGL buffer can be read. */
@@ -122,6 +122,32 @@ for (const gl of [false, true]) {
     });
 }
 
+for (const gl of [false, true]) {
+    test(`tiles of a pack reach the ${gl ? 'WebGL' : '2D'} canvas through the host`, async () => {
+        syntheticPack(host.home);
+        await withPage(async (page) => {
+            await setAndReload(page, (g) => {
+                kelvor.settings.k.wizzard = COREVERSION;
+                kelvor.settings.k.C.i_opengl_mode = g;
+                kelvor.settings.k.map = { lonX: 10.1, latY: 54.52, zoom: 8 };
+                kelvor.settings.k.chartkit = 'A000003.marepack';
+            }, gl);
+            await settled(page);
+            const st = await page.evaluate(() => ({
+                gl: !!cpApp.map.ctx3d,
+                zooms: cpApp.map.tileList.map((t) => Math.floor(t / 1099511627776)),
+            }));
+            assert.strictEqual(st.gl, gl);
+            assert.ok(st.zooms.length > 200 && st.zooms.every((z) => z === 10), 'two levels finer than the display');
+            const cols = await page.evaluate(tileColours);
+            const share = (rgb) => cols.filter((c) => c.rgb.join() === rgb).reduce((a, c) => a + c.share, 0);
+            assert.ok(share('160,208,208') > 0.3, 'sea: ' + JSON.stringify(cols.slice(0, 4)));
+            assert.ok(share('240,224,224') > 0.2, 'land: ' + JSON.stringify(cols.slice(0, 4)));
+            await setAndReload(page, () => { kelvor.settings.k.chartkit = 'A000002.marepack'; });
+        });
+    });
+}
+
 test('settings from the dialogue survive a reload', async () => {
     await withPage(async (page) => {
         await setAndReload(page, () => { kelvor.settings.k.wizzard = COREVERSION; });
@@ -144,10 +170,13 @@ test('settings from the dialogue survive a reload', async () => {
 });
 
 test('night mode toggles from the dialogue', async () => {
+    syntheticPack(host.home);
     await withPage(async (page) => {
         await setAndReload(page, () => {
             kelvor.settings.k.wizzard = COREVERSION;
             kelvor.settings.k.C.i_opengl_mode = true;
+            kelvor.settings.k.map = { lonX: 10.1, latY: 54.52, zoom: 8 };
+            kelvor.settings.k.chartkit = 'A000003.marepack';
         });
         await settled(page);
         const day = await page.evaluate(tileColours);
@@ -161,11 +190,16 @@ test('night mode toggles from the dialogue', async () => {
             }));
             assert.strictEqual(st.on, want);
             assert.strictEqual(st.buttons, want);
-            if (want && day.length && day[0].rgb.join() !== '160,160,160') {
-                const night = await page.evaluate(tileColours);
-                assert.notDeepStrictEqual(night[0].rgb, day[0].rgb, 'the chart darkens');
+            const now = await page.evaluate(tileColours);
+            if (want) {
+                // the grey-ish land inverts and darkens, the blue sea only darkens
+                const lum = (c) => c.rgb[0] + c.rgb[1] + c.rgb[2];
+                assert.ok(lum(now[0]) < lum(day[0]) * 0.7, `darker: ${JSON.stringify(day[0])} -> ${JSON.stringify(now[0])}`);
+            } else {
+                assert.deepStrictEqual(now[0].rgb, day[0].rgb, 'day colours come back');
             }
         }
+        await setAndReload(page, () => { kelvor.settings.k.chartkit = 'A000002.marepack'; });
     });
 });
 

@@ -1,0 +1,383 @@
+// The TCP feed end to end: mareplotd connects to a feed server on loopback
+// (a test server or the replay tool), and the status reply, the trip
+// database and the host's printed texts show what it made of the lines.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <math.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <sqlite3.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/host_harness.h"
+
+namespace {
+
+// A feed server: accepts any number of connections and sends to the newest.
+class FeedServer {
+  public:
+    explicit FeedServer(int port = 0) {
+        fd_ = socket(AF_INET, SOCK_STREAM, 0);
+        int one = 1;
+        setsockopt(fd_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof(one));
+        struct sockaddr_in a;
+        memset(&a, 0, sizeof(a));
+        a.sin_family = AF_INET;
+        a.sin_port = htons((uint16_t)port);
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (bind(fd_, (struct sockaddr *)&a, sizeof(a)) != 0 || listen(fd_, 8) != 0) abort();
+        socklen_t len = sizeof(a);
+        getsockname(fd_, (struct sockaddr *)&a, &len);
+        port_ = ntohs(a.sin_port);
+        thread_ = std::thread([this] { acceptLoop(); });
+    }
+    ~FeedServer() {
+        stop_ = true;
+        thread_.join();
+        close(fd_);
+        for (int c : conns_) close(c);
+    }
+    int port() const { return port_; }
+    int accepts() { return accepts_; }
+    bool waitAccepts(int n, int ms) {
+        for (int i = 0; i < ms / 10; i++) {
+            if (accepts_ >= n) return true;
+            usleep(10000);
+        }
+        return accepts_ >= n;
+    }
+    void sendLine(const std::string &line) {
+        int c = newest();
+        if (c >= 0) send(c, line.data(), line.size(), MSG_NOSIGNAL);
+    }
+    // True when the newest connection is closed by the peer within ms.
+    bool newestClosedWithin(int ms) {
+        int c = newest();
+        struct pollfd pf = {c, POLLIN, 0};
+        char sink[256];
+        auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+        while (std::chrono::steady_clock::now() < end) {
+            if (poll(&pf, 1, 50) > 0) {
+                ssize_t r = recv(c, sink, sizeof(sink), MSG_DONTWAIT);
+                if (r == 0 || (r < 0 && errno != EAGAIN)) return true;
+            }
+        }
+        return false;
+    }
+
+  private:
+    int newest() {
+        std::lock_guard<std::mutex> g(mu_);
+        return conns_.empty() ? -1 : conns_.back();
+    }
+    void acceptLoop() {
+        while (!stop_) {
+            struct pollfd pf = {fd_, POLLIN, 0};
+            if (poll(&pf, 1, 50) <= 0) continue;
+            int c = accept(fd_, NULL, NULL);
+            if (c < 0) continue;
+            std::lock_guard<std::mutex> g(mu_);
+            conns_.push_back(c);
+            accepts_++;
+        }
+    }
+    int fd_ = -1;
+    int port_ = 0;
+    std::atomic<bool> stop_{false};
+    std::atomic<int> accepts_{0};
+    std::mutex mu_;
+    std::vector<int> conns_;
+    std::thread thread_;
+};
+
+std::string checksummed(const std::string &body) {
+    unsigned char x = 0;
+    for (char c : body) x ^= (unsigned char)c;
+    char tail[8];
+    snprintf(tail, sizeof(tail), "*%02X\r\n", x);
+    return "$" + body + tail;
+}
+
+// An RMC at 54 deg 30 + minutes north, 10 deg east.
+std::string rmc(const char *latMinutes, const char *time = "120000") {
+    return checksummed(std::string("GPRMC,") + time + ",A,54" + latMinutes + ",N,01000.0000,E,5.0,90.0,210326,,");
+}
+
+std::string status(const std::string &path = "86400/50/0/4294967295") {
+    return httpPost("/getSetHostStat/" + path, "*").body;
+}
+
+double field(const std::string &json, const char *key) {
+    std::string k = std::string("\"") + key + "\":";
+    size_t at = json.find(k);
+    if (at == std::string::npos) return -99999;
+    return strtod(json.c_str() + at + k.size(), NULL);
+}
+
+bool waitFor(const std::function<bool()> &ok, int ms) {
+    for (int i = 0; i < ms / 50; i++) {
+        if (ok()) return true;
+        usleep(50000);
+    }
+    return ok();
+}
+
+std::string setMode(const std::string &mode) { return httpGet("/setNmeaMode/" + mode).body; }
+
+std::string feedMode(int port, const char *user = "0") {
+    return "0/1/1/127.0.0.1/" + std::to_string(port) + "/" + user;
+}
+
+int countRows(const std::string &db, const char *where) {
+    sqlite3 *h = NULL;
+    int n = -1;
+    if (sqlite3_open_v2(db.c_str(), &h, SQLITE_OPEN_READONLY, NULL) == SQLITE_OK) {
+        sqlite3_stmt *st = NULL;
+        std::string sql = std::string("SELECT COUNT(*) FROM log WHERE ") + where;
+        sqlite3_prepare_v2(h, sql.c_str(), -1, &st, NULL);
+        if (sqlite3_step(st) == SQLITE_ROW) n = sqlite3_column_int(st, 0);
+        sqlite3_finalize(st);
+    }
+    sqlite3_close(h);
+    return n;
+}
+
+// The ts of every element of the reply's track list.
+std::vector<long> trackTimes(const std::string &json) {
+    std::vector<long> ts;
+    size_t at = json.find("\"track\":[");
+    if (at == std::string::npos) return ts;
+    const char *p = json.c_str() + at + 9;
+    double x, y;
+    long t;
+    int used;
+    while (sscanf(p, "[%lf,%lf,%ld]%n", &x, &y, &t, &used) == 3) {
+        ts.push_back(t);
+        p += used;
+        if (*p == ',') p++;
+    }
+    return ts;
+}
+
+TEST(NavFeed, StatusOfAFreshHostReadsExactly) {
+    Host host;
+    ASSERT_TRUE(host.running());
+    HttpReply r = httpPost("/getSetHostStat/86400/50/1/4294967295", "*");
+    EXPECT_EQ("HTTP/1.1 200 OK", r.statusLine);
+    EXPECT_EQ("text/plain; charset=UTF-8", r.headers["Content-Type"]);
+    EXPECT_EQ("{\"navtime\":0,\"fix\":0,\"latY\":999.000000,\"lonX\":999.000000,\"hdg\":511,\"cog\":360,"
+              "\"dpt\":-100.0,\"wdir\":0.0,\"wspd\":0.0,\"sog\":0.0,\"hdop\":0.0,\"rot\":-128,\"aisuserid\":0,"
+              "\"nmea_stat\":0,\"ais\":[\n],\"track\":[]}",
+              r.body);
+}
+
+TEST(NavFeed, ConnectsOnceAndMovesThePosition) {
+    Host host;
+    FeedServer feed;
+    EXPECT_EQ("0", setMode(feedMode(feed.port())));
+    ASSERT_TRUE(feed.waitAccepts(1, 5000));
+    EXPECT_TRUE(waitFor([] { return field(status(), "nmea_stat") == 1; }, 3000));
+    EXPECT_EQ(998, field(status(), "fix"));
+
+    feed.sendLine(rmc("30.0000"));
+    ASSERT_TRUE(waitFor([] { return field(status(), "latY") == 54.5; }, 3000)) << status();
+    std::string s = status();
+    EXPECT_EQ(10, field(s, "lonX"));
+    EXPECT_EQ(1, field(s, "fix"));
+    EXPECT_EQ(2.6, field(s, "sog")); // 5 knots in m/s, one decimal
+    EXPECT_EQ(90, field(s, "cog"));
+
+    // the same string, or one that differs only in the own ship's MMSI,
+    // starts nothing new
+    setMode(feedMode(feed.port()));
+    setMode(feedMode(feed.port(), "244660000"));
+    EXPECT_EQ(244660000, field(status(), "aisuserid"));
+    usleep(1500000);
+    EXPECT_EQ(1, feed.accepts());
+    std::string out = host.output();
+    EXPECT_NE(std::string::npos, out.find("nema starts\n\n"));
+    EXPECT_NE(std::string::npos, out.find("nmea sockt start\n\n"));
+}
+
+TEST(NavFeed, BadInputIsDroppedAndLongLinesReconnect) {
+    Host host;
+    FeedServer feed;
+    setMode(feedMode(feed.port()));
+    ASSERT_TRUE(feed.waitAccepts(1, 5000));
+    feed.sendLine(rmc("30.0000"));
+    ASSERT_TRUE(waitFor([] { return field(status(), "latY") == 54.5; }, 3000));
+
+    // noise, no checksum, no start, binary: dropped without a word
+    std::string noise;
+    for (int i = 0; i < 300; i++) noise.push_back((char)(i * 37 % 251 + 1));
+    feed.sendLine(noise.substr(0, 200) + "\n");
+    feed.sendLine("$GPRMC,120001,A,5500.0000,N,01000.0000,E,5.0,90.0,210326,,\r\n");
+    feed.sendLine("GPRMC,120001,A,5500.0000,N,01000.0000,E,5.0,90.0,210326,,*00\r\n");
+    feed.sendLine("$GPRMC,120001,A,55\r\n");
+    feed.sendLine("\r\n\n\n");
+    // a 499-byte line (line end included) passes
+    std::string base = rmc("31.0000");
+    std::string pad499 =
+        base.substr(0, base.size() - 5) + std::string(499 - base.size(), 'p') + base.substr(base.size() - 5);
+    ASSERT_EQ(499u, pad499.size());
+    feed.sendLine(pad499);
+    ASSERT_TRUE(waitFor([] { return fabs(field(status(), "latY") - (54.5 + 1 / 60.0)) < 1e-6; }, 3000))
+        << status();
+    EXPECT_EQ(1, feed.accepts());
+
+    // a 500-byte line ends the connection and the host comes back at once
+    std::string long500 = std::string(500 - 2, 'L') + "\r\n";
+    feed.sendLine(long500);
+    ASSERT_TRUE(feed.waitAccepts(2, 3000));
+    // a 10000-byte line likewise
+    feed.sendLine(std::string(10000, '$') + "\n");
+    ASSERT_TRUE(feed.waitAccepts(3, 3000));
+    feed.sendLine(rmc("32.0000"));
+    EXPECT_TRUE(waitFor([] { return fabs(field(status(), "latY") - (54.5 + 2 / 60.0)) < 1e-6; }, 3000));
+    EXPECT_TRUE(host.running());
+}
+
+TEST(NavFeed, NewPortReconnectsAtTheNextLine) {
+    Host host;
+    FeedServer first, second;
+    setMode(feedMode(first.port()));
+    ASSERT_TRUE(first.waitAccepts(1, 5000));
+    setMode(feedMode(second.port()));
+    EXPECT_EQ(-1, field(status(), "nmea_stat"));
+    // the next line wakes the reader, which then leaves (an RMC would set
+    // the status back to 1 and keep it reading)
+    first.sendLine(checksummed("HCHDG,12.0,,,,"));
+    ASSERT_TRUE(second.waitAccepts(1, 5000));
+    EXPECT_TRUE(first.newestClosedWithin(2000));
+    second.sendLine(rmc("33.0000"));
+    EXPECT_TRUE(waitFor([] { return fabs(field(status(), "latY") - 54.55) < 1e-6; }, 3000));
+    EXPECT_EQ(1, field(status(), "nmea_stat"));
+}
+
+TEST(NavFeed, TrackRowsByDistanceInTheTripDatabase) {
+    Host host;
+    FeedServer feed;
+    std::string db = host.dataDir() + "/marepack.trip";
+    status("86400/50/1/4294967295"); // track on, 50 m, one day
+    setMode(feedMode(feed.port()));
+    ASSERT_TRUE(feed.waitAccepts(1, 5000));
+
+    struct {
+        const char *minutes;
+        int rows; // track rows after the line
+    } steps[] = {
+        {"30.0000", 1}, // the first row is due at once
+        {"30.0264", 1}, // 49 m
+        {"30.0275", 2}, // 51 m
+        {"30.0300", 2}, // 5 m from the last row
+    };
+    for (const auto &s : steps) {
+        feed.sendLine(rmc(s.minutes));
+        // every status call hands the track settings over again
+        ASSERT_TRUE(waitFor(
+            [&] {
+                return fabs(field(status("86400/50/1/4294967295"), "latY") - (54 + atof(s.minutes) / 60)) < 1e-6;
+            },
+            3000));
+        EXPECT_TRUE(waitFor([&] { return countRows(db, "t=1") == s.rows; }, 2000)) << s.minutes;
+        usleep(100000);
+        EXPECT_EQ(s.rows, countRows(db, "t=1")) << s.minutes;
+    }
+
+    // since selects the newer points only
+    std::vector<long> all = trackTimes(status("86400/50/1/0"));
+    ASSERT_EQ(2u, all.size());
+    EXPECT_EQ(std::vector<long>{all[1]}, trackTimes(status("86400/50/1/" + std::to_string(all[0]))));
+    EXPECT_TRUE(trackTimes(status("86400/50/1/" + std::to_string(all[1]))).empty());
+}
+
+// ---- the replay tool ----
+
+class Replay {
+  public:
+    Replay(const std::string &file, int port, const std::vector<std::string> &args) {
+        std::string tool = std::string(MAREPLOTD_PATH);
+        tool = tool.substr(0, tool.rfind('/') + 1) + "nmea_replay";
+        pid_ = fork();
+        if (pid_ == 0) {
+            std::vector<std::string> a = {tool, "-p", std::to_string(port)};
+            a.insert(a.end(), args.begin(), args.end());
+            a.push_back(file);
+            std::vector<char *> argv;
+            for (auto &s : a) argv.push_back(&s[0]);
+            argv.push_back(nullptr);
+            int devnull = open("/dev/null", O_WRONLY);
+            dup2(devnull, 1);
+            execv(tool.c_str(), argv.data());
+            _exit(127);
+        }
+    }
+    ~Replay() { stop(); }
+    void stop() {
+        if (pid_ > 0) {
+            kill(pid_, SIGTERM);
+            waitpid(pid_, NULL, 0);
+            pid_ = -1;
+        }
+    }
+
+  private:
+    pid_t pid_ = -1;
+};
+
+int freePort() {
+    FeedServer probe;
+    return probe.port();
+}
+
+TEST(NavFeed, ReplayedVoyageMovesTheBoatAndSurvivesARestart) {
+    Host host;
+    std::string file = host.home() + "/voyage.nmea";
+    std::string voyage;
+    for (int i = 0; i < 40; i++) {
+        char minutes[16], time[16];
+        snprintf(minutes, sizeof(minutes), "%02d.%04d", 30 + i / 10, (i % 10) * 1000);
+        snprintf(time, sizeof(time), "1200%02d", i);
+        voyage += rmc(minutes, time);
+        voyage += checksummed("SDDPT,4.5,0.0,1.0");
+        voyage += "garbage between sentences\r\n";
+    }
+    writeFile(file, voyage);
+    int port = freePort();
+
+    status("0/0/1/4294967295"); // a row at every new second
+    auto replay = std::make_unique<Replay>(file, port, std::vector<std::string>{"-x", "10", "-l"});
+    usleep(200000);
+    setMode(feedMode(port));
+    double firstLat = 0;
+    ASSERT_TRUE(waitFor([&] { return (firstLat = field(status(), "latY")) < 999; }, 5000));
+    EXPECT_TRUE(waitFor([&] { return field(status(), "latY") != firstLat; }, 5000));
+    EXPECT_EQ(5.5, field(status(), "dpt"));
+    EXPECT_TRUE(waitFor([] { return status("0/0/1/0").find("\"track\":[[") != std::string::npos; }, 5000));
+
+    // the tool goes away: the host retries each second until it is back
+    replay->stop();
+    EXPECT_TRUE(waitFor([] { return field(status(), "nmea_stat") == -1; }, 3000));
+    replay = std::make_unique<Replay>(file, port, std::vector<std::string>{"-x", "10", "-l"});
+    EXPECT_TRUE(waitFor([] { return field(status(), "nmea_stat") == 1; }, 5000));
+    double lat = field(status(), "latY");
+    EXPECT_TRUE(waitFor([&] { return field(status(), "latY") != lat; }, 5000));
+    EXPECT_NE(std::string::npos, host.output().find("reconnecting...\n"));
+}
+
+} // namespace

@@ -219,13 +219,21 @@ function addImageRows(rows, o, warn) {
     }
 }
 
-/* Warns about images, sounds and texts that the page or scripts name but
+/* Warns about images, sounds and texts that the page, scripts or style sheets name but
 ** the pack does not hold. */
 function checkReferences(rows, o, warn) {
     const refs = new Set();
     for (const f of fs.readdirSync(o.app).filter((x) => x === 'marepack.html' || /\.js$/.test(x))) {
         const src = fs.readFileSync(path.join(o.app, f), 'utf8');
         for (const m of src.matchAll(/\bimg\/[A-Za-z0-9_\-/]+\.(?:png|gif|mp3)\b/g)) refs.add(m[0]);
+    }
+    /* style sheets name their images relative to their own folder */
+    for (const f of listFiles(path.join(o.app, 'img')).filter((x) => /\.css$/.test(x))) {
+        const css = fs.readFileSync(path.join(o.app, 'img', f), 'utf8');
+        for (const m of css.matchAll(/url\(\s*["']?([^)"'?#]+)/g)) {
+            if (/^(data:|[a-z]+:\/\/|\/)/.test(m[1])) continue;
+            refs.add(path.posix.normalize(path.posix.join('img', path.posix.dirname(f), m[1])));
+        }
     }
     for (const r of [...refs].sort()) {
         if (!rows.has('/app/' + r.toLowerCase())) warn(`${r} is named by the client but not in the pack`);

@@ -18,6 +18,11 @@ SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
 all: build
 
+# The window (Qt 5 with its web view and serial port), its tests under Xvfb
+# and the Debian package.
+APT_PACKAGES += qtbase5-dev qtwebengine5-dev libqt5serialport5-dev xvfb xauth \
+	libgl1-mesa-dri dpkg-dev desktop-file-utils
+
 deps:
 	@missing=""; for p in $(APT_PACKAGES); do \
 	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "install ok installed" || missing="$$missing $$p"; \
@@ -63,6 +68,16 @@ test-asan: npm
 	cd build-asan && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 ctest --output-on-failure
 
 test: test-unit test-asan
+
+# Installs both programs, the desktop entry and the icon under PREFIX.
+.PHONY: install deb
+PREFIX ?= /usr/local
+install: build
+	cmake --install build --prefix $(PREFIX)
+
+# The Debian package (programs, desktop entry, icon), written to build/.
+deb: build
+	cd build && cpack -G DEB
 
 bench: build
 	$(MAKE) -C bench

@@ -1,13 +1,15 @@
 /*
 ** mareplotd.cpp -- the headless host: the window's start-up steps with no
 ** window, then the listener in the foreground. It takes no options; open
-** http://127.0.0.1:19999/app/marepack.html in any browser.
+** http://127.0.0.1:19999/app/marepack.html in any browser. With no menu to
+** pick a serial GPS port, the port named in "usbport.key" is read.
 */
 #include <signal.h>
 #include <stdio.h>
 
 #include "shell/app_record.h"
 #include "shell/carried_packs.h"
+#include "shell/serial_headless.h"
 
 int main(void) {
     char dataDir[300];
@@ -24,6 +26,7 @@ int main(void) {
     mr_app_fill("en", device, dataDir, "mareplot");
     printf("mareplot host %s serving http://127.0.0.1:19999/app/marepack.html (data in %s)\n",
            MR_HOST_VERSION, dataDir);
+    mr_serial_start_headless();
     start_server(1);
     return 0;
 }

@@ -1,0 +1,72 @@
+#!/usr/bin/env bash
+# Builds the .deb with CPack, unpacks it with dpkg -x into a temporary root
+# and starts both of its programs there: each must answer on 127.0.0.1:19999.
+# Arguments: the build directory.
+set -euo pipefail
+build=$1
+work=$(mktemp -d /tmp/mareplot-deb-XXXXXX)
+pids=()
+cleanup() {
+  for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; wait "$p" 2>/dev/null || true; done
+  rm -rf "$work"
+}
+trap cleanup EXIT
+
+fail() { echo "FAIL: $*" >&2; exit 1; }
+
+# Waits up to 30 s for the host to answer /hostversion.
+answers() {
+  for _ in $(seq 1 150); do
+    if exec 3<>/dev/tcp/127.0.0.1/19999 2>/dev/null; then
+      printf 'GET /hostversion HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n' >&3
+      if timeout 5 head -c 12 <&3 | grep -q '^HTTP/1.1 200'; then exec 3>&-; return 0; fi
+      exec 3>&-
+    fi
+    sleep 0.2
+  done
+  return 1
+}
+
+# Waits until nothing listens on the port any more.
+port_free() {
+  for _ in $(seq 1 100); do
+    (exec 3<>/dev/tcp/127.0.0.1/19999) 2>/dev/null || return 0
+    sleep 0.1
+  done
+  return 1
+}
+
+cpack --config "$build/CPackConfig.cmake" -G DEB -B "$work/out" >"$work/cpack.log" 2>&1 \
+  || { cat "$work/cpack.log"; fail "cpack"; }
+deb=$(ls "$work"/out/*.deb)
+[ "$(dpkg-deb -f "$deb" Package)" = mareplot ] || fail "package name"
+dpkg -x "$deb" "$work/root"
+for f in usr/bin/mareplotd usr/share/applications/mareplot.desktop \
+         usr/share/icons/hicolor/scalable/apps/mareplot.svg; do
+  [ -e "$work/root/$f" ] || fail "$f missing from the package"
+done
+if command -v desktop-file-validate >/dev/null; then
+  desktop-file-validate "$work/root/usr/share/applications/mareplot.desktop"
+fi
+
+# The headless host from the package.
+port_free || fail "port 19999 is taken"
+mkdir -p "$work/home1"
+HOME="$work/home1" "$work/root/usr/bin/mareplotd" >"$work/d.log" 2>&1 &
+pids+=($!)
+answers || { cat "$work/d.log"; fail "mareplotd from the package does not answer"; }
+[ -s "$work/home1/.local/share/mareplot/A000001.marepack" ] || fail "mareplotd wrote no application pack"
+kill "${pids[-1]}"; wait "${pids[-1]}" 2>/dev/null || true
+port_free || fail "mareplotd did not let go of the port"
+
+# The window from the package, when it was built.
+if [ -x "$work/root/usr/bin/mareplot" ]; then
+  mkdir -p "$work/home2"
+  [ "$(id -u)" = 0 ] && export QTWEBENGINE_DISABLE_SANDBOX=1
+  HOME="$work/home2" xvfb-run -a "$work/root/usr/bin/mareplot" >"$work/w.log" 2>&1 &
+  pids+=($!)
+  answers || { cat "$work/w.log"; fail "mareplot from the package does not answer"; }
+  cmp -s "$work/home2/.local/share/mareplot/A000001.marepack" \
+         "$work/home1/.local/share/mareplot/A000001.marepack" || fail "the two programs carry different packs"
+fi
+echo "package ok: $(basename "$deb")"

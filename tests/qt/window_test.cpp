@@ -1,0 +1,384 @@
+/*
+** window_test.cpp -- the window under a real (virtual) display: start-up
+** order, the page, link decisions, the mail hand-over and the "GPS Port"
+** menu reading NMEA from a pseudo-terminal pair made by socat.
+** One MainWindow serves every case, since the listener lives as long as
+** the process.
+*/
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <QAction>
+#include <QApplication>
+#include <QDesktopServices>
+#include <QDir>
+#include <QFile>
+#include <QImage>
+#include <QMenuBar>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QStyleFactory>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include "http/http_server.h"
+#include "http/routes.h"
+#include "nav/nmea.h"
+#include "shell/app_record.h"
+#include "shell/main_window.h"
+
+/* Stands in for the desktop: receives every URL handed to openUrl. */
+class UrlRecorder : public QObject {
+    Q_OBJECT
+  public:
+    QList<QUrl> urls;
+  public slots:
+    void handle(const QUrl &url) { urls.append(url); }
+};
+
+static QString g_home;
+
+static QString dataDir() { return g_home + "/.local/share/mareplot"; }
+
+static QByteArray readAll(const QString &path) {
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
+}
+
+/* One HTTP request to the host; returns the reply's body. */
+static QByteArray http(const char *method, const QByteArray &path, const QByteArray &body) {
+    int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a = {};
+    a.sin_family = AF_INET;
+    a.sin_port = htons(19999);
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (::connect(fd, (sockaddr *)&a, sizeof(a)) != 0) {
+        close(fd);
+        return QByteArray();
+    }
+    QByteArray req = QByteArray(method) + " " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: " +
+                     QByteArray::number(body.size()) + "\r\n\r\n" + body;
+    if (write(fd, req.constData(), req.size()) != req.size()) {
+        close(fd);
+        return QByteArray();
+    }
+    QByteArray got;
+    char buf[4096];
+    for (;;) {
+        int h = got.indexOf("\r\n\r\n");
+        if (h >= 0) {
+            int cl = got.toLower().indexOf("content-length:");
+            int len = cl >= 0 ? got.mid(cl + 15, got.indexOf('\r', cl) - cl - 15).trimmed().toInt() : 0;
+            if (got.size() >= h + 4 + len) {
+                close(fd);
+                return got.mid(h + 4, len);
+            }
+        }
+        ssize_t n = read(fd, buf, sizeof(buf));
+        if (n <= 0) break;
+        got.append(buf, (int)n);
+    }
+    close(fd);
+    return QByteArray();
+}
+
+/* An RMC sentence for the given position, stamped now, with its checksum. */
+static QByteArray rmc(const char *lat, const char *ns, const char *lon, const char *ew) {
+    time_t t = time(nullptr);
+    struct tm u;
+    gmtime_r(&t, &u);
+    char body[160];
+    snprintf(body, sizeof(body), "GPRMC,%02d%02d%02d,A,%s,%s,%s,%s,5.0,84.4,%02d%02d%02d,003.1,W,A", u.tm_hour,
+             u.tm_min, u.tm_sec, lat, ns, lon, ew, u.tm_mday, u.tm_mon + 1, u.tm_year % 100);
+    unsigned char sum = 0;
+    for (const char *p = body; *p; p++) sum ^= (unsigned char)*p;
+    char line[200];
+    snprintf(line, sizeof(line), "$%s*%02X\r\n", body, sum);
+    return QByteArray(line);
+}
+
+static QStringList menuTexts(const MainWindow *w) {
+    QStringList out;
+    for (QAction *a : w->gpsMenu->actions()) out << (a->isSeparator() ? QString("|") : a->text());
+    return out;
+}
+
+static QStringList checkedTexts(const MainWindow *w) {
+    QStringList out;
+    for (QAction *a : w->gpsMenu->actions())
+        if (a->isChecked()) out << (a->isSeparator() ? QString("|") : a->text());
+    return out;
+}
+
+class WindowTest : public QObject {
+    Q_OBJECT
+    MainWindow *w = nullptr;
+    UrlRecorder rec;
+    bool listenerUpAtLoadStart = false;
+    QSignalSpy *loadSpy = nullptr;
+
+  private slots:
+    void initTestCase() {
+        QDesktopServices::setUrlHandler("http", &rec, "handle");
+        QDesktopServices::setUrlHandler("https", &rec, "handle");
+        QDesktopServices::setUrlHandler("mailto", &rec, "handle");
+
+        w = new MainWindow();
+        QWebEnginePage *page = w->view->page();
+        connect(page, &QWebEnginePage::loadStarted, this,
+                [this]() { listenerUpAtLoadStart = MR_LOAD(httpd_running) != 0; });
+        loadSpy = new QSignalSpy(page, &QWebEnginePage::loadFinished);
+        w->resize(900, 650);
+        w->show();
+        QVERIFY(QTest::qWaitForWindowExposed(w));
+    }
+
+    void cleanupTestCase() {
+        delete w;
+        w = nullptr;
+        QDesktopServices::unsetUrlHandler("http");
+        QDesktopServices::unsetUrlHandler("https");
+        QDesktopServices::unsetUrlHandler("mailto");
+    }
+
+    /* The stored port and speed never survive a start. */
+    void startResetsThePort() {
+        QCOMPARE(readAll(dataDir() + "/usbport.key"), QByteArray("Off\n4800"));
+        QCOMPARE(checkedTexts(w), QStringList({"Off", "4800 Baud"}));
+        QVERIFY(serPort == nullptr);
+        QCOMPARE(w->menuBar()->actions().size(), 1);
+        QCOMPARE(w->menuBar()->actions().first()->text(), QString("GPS Port"));
+        QStringList texts = menuTexts(w);
+        QCOMPARE(texts.first(), QString("Off"));
+        QCOMPARE(texts.mid(texts.size() - 4),
+                 QStringList({"|", "4800 Baud", "9600 Baud", "38400 Baud"}));
+        QCOMPARE(texts.at(1), QString("|"));
+    }
+
+    void startWritesPacksAndStamp() {
+        QCOMPARE(readAll(dataDir() + "/version.key"), QByteArray(MR_HOST_VERSION));
+        QFile res(":/A000001.marepack");
+        QVERIFY(res.open(QIODevice::ReadOnly));
+        QCOMPARE(readAll(dataDir() + "/A000001.marepack"), res.readAll());
+        QVERIFY(QFileInfo(dataDir() + "/A000002.marepack").size() > 0);
+        QVERIFY(QFileInfo(dataDir() + "/A000001.marepack").isWritable());
+    }
+
+    void pageLoadsAfterListenerAndRenders() {
+        if (loadSpy->isEmpty()) QVERIFY(loadSpy->wait(30000));
+        QCOMPARE(loadSpy->first().at(0).toBool(), true);
+        QVERIFY(listenerUpAtLoadStart);
+        QCOMPARE(w->view->url().path(), QString("/app/marepack.html"));
+
+        /* Something is drawn: the view's picture has more than one colour. */
+        bool varied = false;
+        for (int attempt = 0; attempt < 40 && !varied; attempt++) {
+            QTest::qWait(250);
+            QImage img = w->view->grab().toImage();
+            if (img.isNull()) continue;
+            QRgb first = img.pixel(0, 0);
+            for (int y = 0; y < img.height() && !varied; y += 3)
+                for (int x = 0; x < img.width() && !varied; x += 3) varied = img.pixel(x, y) != first;
+        }
+        QVERIFY2(varied, "the rendered page is one uniform colour");
+    }
+
+    void navigationDecisions_data() {
+        QTest::addColumn<QString>("url");
+        QTest::addColumn<int>("type");
+        QTest::addColumn<bool>("accepted");
+        const int link = QWebEnginePage::NavigationTypeLinkClicked;
+        QTest::newRow("loopback, host port") << "http://127.0.0.1:19999/app/x.html" << link << true;
+        QTest::newRow("loopback, other port") << "http://127.0.0.1:8080/" << link << true;
+        QTest::newRow("localhost") << "http://localhost:19999/" << link << false;
+        QTest::newRow("foreign host") << "https://example.org/chart" << link << false;
+        QTest::newRow("mail link, empty host") << "mailto:someone@example.org" << link << false;
+        QTest::newRow("foreign, typed") << "https://example.org/" << (int)QWebEnginePage::NavigationTypeTyped
+                                        << true;
+        QTest::newRow("foreign, redirect") << "https://example.org/"
+                                           << (int)QWebEnginePage::NavigationTypeRedirect << true;
+        QTest::newRow("foreign, other (script)") << "https://example.org/"
+                                                 << (int)QWebEnginePage::NavigationTypeOther << true;
+        QTest::newRow("foreign, form") << "https://example.org/"
+                                       << (int)QWebEnginePage::NavigationTypeFormSubmitted << true;
+    }
+
+    /* Only refused link clicks reach the desktop, each exactly once. */
+    void navigationDecisions() {
+        QFETCH(QString, url);
+        QFETCH(int, type);
+        QFETCH(bool, accepted);
+        auto *page = static_cast<MyQWebEnginePage *>(w->view->page());
+        rec.urls.clear();
+        for (bool mainFrame : {true, false}) {
+            QCOMPARE(page->acceptNavigationRequest(QUrl(url), (QWebEnginePage::NavigationType)type, mainFrame),
+                     accepted);
+        }
+        QCOMPARE(rec.urls.size(), accepted ? 0 : 2);
+        if (!accepted) QCOMPARE(rec.urls.first(), QUrl(url));
+    }
+
+    /* Real clicks in the page: a foreign link goes to the desktop and the
+    ** view stays; a loopback link is followed in the view. */
+    void clickedLinks() {
+        QWebEnginePage *page = w->view->page();
+        const QUrl before = page->url();
+        auto clickAnchor = [&](const QString &href) {
+            QString js = QString("(function(){var a=document.createElement('a');a.href='%1';"
+                                 "a.textContent='LINK';a.style.cssText='position:fixed;left:0;top:0;"
+                                 "width:300px;height:200px;display:block;z-index:99999;background:#f00';"
+                                 "document.body.appendChild(a);return 1;})()")
+                             .arg(href);
+            bool done = false;
+            page->runJavaScript(js, [&](const QVariant &) { done = true; });
+            QTRY_VERIFY_WITH_TIMEOUT(done, 10000);
+            QTest::qWait(300);
+            QWidget *target = w->view->focusProxy();
+            QVERIFY(target);
+            QTest::mouseClick(target, Qt::LeftButton, Qt::NoModifier, QPoint(100, 100));
+        };
+
+        rec.urls.clear();
+        clickAnchor("https://example.org/foreign");
+        QTRY_COMPARE_WITH_TIMEOUT(rec.urls.size(), 1, 10000);
+        QCOMPARE(rec.urls.first(), QUrl("https://example.org/foreign"));
+        QTest::qWait(500);
+        QCOMPARE(page->url(), before);
+
+        rec.urls.clear();
+        loadSpy->clear();
+        clickAnchor("http://127.0.0.1:19999/app/marepack.html?stay=1");
+        QTRY_COMPARE_WITH_TIMEOUT(page->url().query(), QString("stay=1"), 10000);
+        QVERIFY(rec.urls.isEmpty());
+    }
+
+    void shareUrl_data() {
+        QTest::addColumn<QByteArray>("title");
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QString>("url");
+        QTest::newRow("ascii word, empty body") << QByteArray("Hello") << QByteArray("")
+                                                << "mailto:?subject=Hello&body=";
+        QTest::newRow("reserved characters") << QByteArray("a&b=c") << QByteArray("x y/z?")
+                                             << "mailto:?subject=a%26b%3Dc&body=x%20y%2Fz%3F";
+        /* UTF-8 "é" is read as two Latin-1 characters and each is encoded
+        ** as UTF-8 again. */
+        QTest::newRow("non-ascii, encoded twice") << QByteArray("\xC3\xA9t\xC3\xA9") << QByteArray("\xE2\x82\xAC")
+                                                  << "mailto:?subject=%C3%83%C2%A9t%C3%83%C2%A9"
+                                                     "&body=%C3%A2%C2%82%C2%AC";
+    }
+
+    void shareUrl() {
+        QFETCH(QByteArray, title);
+        QFETCH(QByteArray, body);
+        QFETCH(QString, url);
+        QCOMPARE(window_share_url(title.constData(), body.constData()).toString(QUrl::FullyEncoded), url);
+    }
+
+    /* The route's postShare reaches the desktop from a connection thread. */
+    void shareThroughTheRoute() {
+        rec.urls.clear();
+        QCOMPARE(window_share_url(nullptr, nullptr).toString(), QString("mailto:?subject=&body="));
+        const QUrl expected("mailto:?subject=Tide%20table&body=High%20water%2012%3A04");
+        http("POST", "/postShare/Tide%20table", "High water 12:04");
+        QTRY_VERIFY_WITH_TIMEOUT(rec.urls.contains(expected), 10000);
+        QCOMPARE(rec.urls.count(expected), 1);
+    }
+
+    /* A speed picked with no port open is checked, stored, and used by the
+    ** next port. */
+    void speedWithoutPort() {
+        QVERIFY(serPort == nullptr);
+        w->b38400();
+        QCOMPARE(checkedTexts(w), QStringList({"Off", "38400 Baud"}));
+        QCOMPARE(readAll(dataDir() + "/usbport.key"), QByteArray("Off\n38400"));
+        w->b9600();
+        QCOMPARE(checkedTexts(w), QStringList({"Off", "9600 Baud"}));
+        QCOMPARE(readAll(dataDir() + "/usbport.key"), QByteArray("Off\n9600"));
+    }
+
+    /* NMEA written into one end of a pty pair, the other end picked in the
+    ** menu, comes out as the position of the status exchange. */
+    void serialPortFeedsTheFix() {
+        QTemporaryDir dir;
+        QVERIFY(dir.isValid());
+        const QString gps = dir.path() + "/gps", feed = dir.path() + "/feed";
+        QProcess socat;
+        struct Reaper {
+            QProcess &p;
+            ~Reaper() {
+                p.kill();
+                p.waitForFinished(3000);
+            }
+        } reaper{socat};
+        socat.start("socat", {"pty,raw,echo=0,link=" + gps, "pty,raw,echo=0,link=" + feed});
+        QVERIFY2(socat.waitForStarted(5000), "socat is needed for this test");
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(gps) && QFile::exists(feed), 5000);
+
+        /* The pty is no listed port, so it joins the menu as a port entry
+        ** would and is picked like one. */
+        QAction *entry = new QAction(gps, w->portGroup);
+        w->gpsMenu->insertAction(w->gpsMenu->actions().at(2), entry);
+        entry->trigger();
+        QVERIFY(serPort != nullptr);
+        QVERIFY(serPort->isOpen());
+        QCOMPARE(serPort->baudRate(), 9600);
+        QCOMPARE(w->portName, gps);
+        QCOMPARE(checkedTexts(w), QStringList({gps, "9600 Baud"}));
+        QCOMPARE(readAll(dataDir() + "/usbport.key"), (gps + "\n9600").toUtf8());
+
+        MR_STORE(gpsfix.gpsSource, 1);
+        int out = open(feed.toLocal8Bit().constData(), O_WRONLY | O_NOCTTY);
+        QVERIFY(out >= 0);
+        QByteArray stat;
+        for (int i = 0; i < 40; i++) {
+            QByteArray line = rmc("4807.038", "N", "01131.000", "E");
+            QCOMPARE(write(out, line.constData(), line.size()), (ssize_t)line.size());
+            QTest::qWait(150);
+            stat = http("POST", "/getSetHostStat/5/10/0/-1", "*");
+            if (stat.contains("\"latY\":48.117300") && stat.contains("\"lonX\":11.516667")) break;
+        }
+        close(out);
+        QVERIFY2(stat.contains("\"latY\":48.117300"), stat.constData());
+        QVERIFY2(stat.contains("\"lonX\":11.516667"), stat.constData());
+
+        /* "Off" closes the port and says so in the menu and the file. */
+        w->gpsMenu->actions().first()->trigger();
+        QVERIFY(serPort == nullptr);
+        QCOMPARE(w->portName, QString("Off"));
+        QCOMPARE(checkedTexts(w), QStringList({"Off", "9600 Baud"}));
+        QCOMPARE(readAll(dataDir() + "/usbport.key"), QByteArray("Off\n9600"));
+        MR_STORE(gpsfix.gpsSource, 0);
+    }
+};
+
+int main(int argc, char **argv) {
+    /* A fresh home whose stored port names a device at 38400: the start
+    ** must ignore it. */
+    char tmpl[] = "/tmp/mareplot-window-XXXXXX";
+    if (mkdtemp(tmpl) == nullptr) return 2;
+    g_home = QString::fromLocal8Bit(tmpl);
+    setenv("HOME", tmpl, 1);
+    unsetenv("XDG_DATA_HOME");
+    QDir().mkpath(dataDir());
+    QFile key(dataDir() + "/usbport.key");
+    if (!key.open(QIODevice::WriteOnly)) return 2;
+    key.write("/dev/ttyUSB7\n38400");
+    key.close();
+
+    if (getuid() == 0) setenv("QTWEBENGINE_DISABLE_SANDBOX", "1", 0);
+    setenv("QTWEBENGINE_CHROMIUM_FLAGS", "--ignore-gpu-blocklist", 0);
+
+    QApplication app(argc, argv);
+    QApplication::setStyle(QStyleFactory::create("fusion"));
+    WindowTest t;
+    int rc = QTest::qExec(&t, argc, argv);
+    QDir(g_home).removeRecursively();
+    return rc;
+}
+
+#include "window_test.moc"

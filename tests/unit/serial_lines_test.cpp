@@ -1,0 +1,158 @@
+/*
+** serial_lines_test.cpp -- the serial sentence accumulator (gate, guard,
+** line cutting) and the reading of the stored port setting.
+*/
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "nav/nmea.h"
+#include "shell/serial_headless.h"
+#include "shell/serial_lines.h"
+
+static std::vector<std::string> delivered;
+static void capture(char *sentence) { delivered.push_back(sentence); }
+
+static const std::string kGga = "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47";
+static const std::string kRmc = "$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W*6A";
+
+struct ArrivalCase {
+    const char *name;
+    int gpsSource;
+    std::vector<std::string> arrivals;
+    std::vector<std::string> sentences; /* handed on, in order */
+    int heldAfter;                      /* bytes left in the accumulator */
+};
+
+class SerialLines : public ::testing::TestWithParam<ArrivalCase> {};
+
+TEST_P(SerialLines, CutsAndGates) {
+    const ArrivalCase &c = GetParam();
+    MrSerialLines acc = {};
+    int saved = gpsfix.gpsSource;
+    gpsfix.gpsSource = c.gpsSource;
+    delivered.clear();
+    int count = 0;
+    for (const std::string &a : c.arrivals) count += mr_serial_arrival(&acc, a.data(), a.size(), capture);
+    gpsfix.gpsSource = saved;
+    EXPECT_EQ(delivered, c.sentences);
+    EXPECT_EQ(count, (int)c.sentences.size());
+    EXPECT_EQ(acc.len, c.heldAfter);
+}
+
+static std::string repeat(const std::string &s, int n) {
+    std::string out;
+    for (int i = 0; i < n; i++) out += s;
+    return out;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Arrivals, SerialLines,
+    ::testing::Values(
+        ArrivalCase{"ignored_unless_nmea_source", 0, {kRmc + "\r\n", "$GP"}, {}, 0},
+        ArrivalCase{"ignored_for_ais_own_ship", 2, {kRmc + "\r\n"}, {}, 0},
+        ArrivalCase{"crlf_sentence", 1, {kRmc + "\r\n"}, {kRmc}, 0},
+        /* the byte before the line feed is always dropped */
+        ArrivalCase{"lf_only_loses_last_char", 1, {kRmc + "\n"}, {kRmc.substr(0, kRmc.size() - 1)}, 0},
+        ArrivalCase{"two_in_one_arrival", 1, {kGga + "\r\n" + kRmc + "\r\n"}, {kGga, kRmc}, 0},
+        ArrivalCase{"split_over_arrivals", 1, {kRmc.substr(0, 20), kRmc.substr(20) + "\r", "\n$GP"}, {kRmc}, 3},
+        ArrivalCase{"no_star_is_dropped", 1, {"$GPRMC,1,2,3\r\n" + kGga + "\r\n"}, {kGga}, 0},
+        ArrivalCase{"bare_crlf_is_no_sentence", 1, {"\r\n" + kGga + "\r\n"}, {kGga}, 0},
+        /* a leading line feed stops the cutting; bytes pile up */
+        ArrivalCase{"leading_lf_stalls", 1, {"\n" + kRmc + "\r\n", kGga + "\r\n"}, {}, (int)(1 + kRmc.size() + 2 + kGga.size() + 2)},
+        /* ...until the guard clears them, after which lines flow again */
+        ArrivalCase{"guard_clears_stall", 1, {"\n" + kRmc + "\r\n", kGga + "\r\n", kGga + "\r\n", kRmc + "\r\n"},
+                    {kRmc}, 0},
+        ArrivalCase{"arrival_of_250_bytes_yields_nothing", 1,
+                    {repeat("$GPXDR,A,1*0\r\n", 17) + std::string(12, 'x')}, {}, 0},
+        ArrivalCase{"guard_at_201", 1, {std::string(200, 'x'), "y"}, {}, 0},
+        ArrivalCase{"guard_not_at_200", 1, {std::string(199, 'x'), "y"}, {}, 200}),
+    [](const ::testing::TestParamInfo<ArrivalCase> &i) { return std::string(i.param.name); });
+
+TEST(SerialLinesGuard, EveryDeliveredSentenceIsTerminatedWithinBounds) {
+    /* A stream of random bytes with line feeds must never run past the
+    ** accumulator or hand on text longer than it. */
+    MrSerialLines acc = {};
+    int saved = gpsfix.gpsSource;
+    gpsfix.gpsSource = 1;
+    delivered.clear();
+    srand(7);
+    for (int i = 0; i < 20000; i++) {
+        char chunk[64];
+        size_t n = (size_t)(rand() % (int)sizeof(chunk));
+        for (size_t k = 0; k < n; k++) {
+            int r = rand() % 16;
+            chunk[k] = r == 0 ? '\n' : r == 1 ? '*' : r == 2 ? '$' : r == 3 ? 0 : (char)(rand() & 0xff);
+        }
+        mr_serial_arrival(&acc, chunk, n, capture);
+        ASSERT_GE(acc.len, 0);
+        ASSERT_LT(acc.len, MR_SERIAL_GUARD);
+    }
+    gpsfix.gpsSource = saved;
+    for (const std::string &s : delivered) EXPECT_LT(s.size(), (size_t)MR_SERIAL_GUARD);
+}
+
+struct SettingCase {
+    const char *name;
+    const char *content; /* nullptr: no file */
+    const char *port;
+    int baud;
+};
+
+class SerialSetting : public ::testing::TestWithParam<SettingCase> {};
+
+TEST_P(SerialSetting, ReadsPortAndSpeed) {
+    const SettingCase &c = GetParam();
+    char path[] = "/tmp/mareplot-usbport-XXXXXX";
+    int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    if (c.content) {
+        ASSERT_EQ(write(fd, c.content, strlen(c.content)), (ssize_t)strlen(c.content));
+    }
+    close(fd);
+    if (!c.content) unlink(path);
+    MrSerialSetting s;
+    int rc = mr_serial_read_setting(path, &s);
+    unlink(path);
+    EXPECT_EQ(rc, c.content ? 0 : -1);
+    EXPECT_STREQ(s.portName, c.port);
+    EXPECT_EQ(s.baudRate, c.baud);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, SerialSetting,
+    ::testing::Values(SettingCase{"as_the_window_writes_it", "/dev/ttyUSB0\n38400", "/dev/ttyUSB0", 38400},
+                      SettingCase{"crlf_and_trailing_newline", "/dev/ttyS1\r\n9600\n", "/dev/ttyS1", 9600},
+                      SettingCase{"off", "Off\n4800", "Off", 4800},
+                      SettingCase{"no_file", nullptr, "Off", 4800},
+                      SettingCase{"empty_file", "", "Off", 4800},
+                      SettingCase{"no_speed_line", "/dev/ttyACM0\n", "/dev/ttyACM0", 4800},
+                      SettingCase{"speed_not_a_number", "/dev/ttyACM0\nfast", "/dev/ttyACM0", 4800},
+                      SettingCase{"negative_speed", "/dev/ttyACM0\n-9600", "/dev/ttyACM0", 4800}),
+    [](const ::testing::TestParamInfo<SettingCase> &i) { return std::string(i.param.name); });
+
+TEST(SerialSetting, OverlongFirstLineStaysInsideTheField) {
+    char path[] = "/tmp/mareplot-usbport-XXXXXX";
+    int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    std::string content = "/dev/" + std::string(400, 'a') + "\n9600";
+    ASSERT_EQ(write(fd, content.data(), content.size()), (ssize_t)content.size());
+    close(fd);
+    MrSerialSetting s;
+    EXPECT_EQ(mr_serial_read_setting(path, &s), 0);
+    unlink(path);
+    EXPECT_EQ(strlen(s.portName), sizeof(s.portName) - 1);
+}
+
+TEST(SerialSpeed, StandardRatesOnly) {
+    EXPECT_NE(mr_serial_speed(4800), 0u);
+    EXPECT_NE(mr_serial_speed(9600), 0u);
+    EXPECT_NE(mr_serial_speed(38400), 0u);
+    EXPECT_EQ(mr_serial_speed(0), 0u);
+    EXPECT_EQ(mr_serial_speed(12345), 0u);
+}

@@ -26,10 +26,66 @@ typedef struct SixBitReader {
     uint8_t remainderBits;  /* how many */
 } SixBitReader;
 
-extern const uint8_t pow2_mask[8];
+/* Low-bit masks by bit count. */
+inline constexpr uint8_t pow2_mask[8] = {0, 1, 3, 7, 15, 31, 63, 0};
 
 int init_6bit(SixBitReader *r);
-uint64_t get_6bit(SixBitReader *r, int16_t count);
+
+/* Six-bit value of every byte, 255 where the armour has none; the same
+** rule as binfrom6bit, computed at compile time. */
+struct SixbitTable {
+    uint8_t v[256];
+    constexpr SixbitTable() : v() {
+        for (int c = 0; c < 256; c++) {
+            bool bad = c < 48 || c > 119 || (c >= 88 && c <= 95);
+            v[c] = bad ? 255 : (uint8_t)((c < 96 ? c + 16 : c + 8) & 0x3f);
+        }
+    }
+};
+inline constexpr SixbitTable sixbit_table{};
+
+/* Reads count bits (0 < count <= 64) and returns them as an unsigned value.
+** count <= 0 gives 0 and changes nothing. A read past the end of the text
+** returns what the available bits made, with no error; the cursor never
+** moves past the terminating NUL. An invalid character reads as the byte
+** 255, added in at its place like any other value. Inline, so that the
+** parsers' fixed counts fold into it. */
+inline uint64_t get_6bit(SixBitReader *r, int16_t count) {
+    uint64_t result = 0;
+    int n = count;
+    /* The reader's members live in locals for the loop and are stored back
+    ** once: the char cursor would otherwise make every store reload them. */
+    unsigned rem = r->remainder;
+    unsigned remBits = r->remainderBits;
+    const char *c = r->cursor;
+
+    if (n <= 0) return 0;
+    for (;;) {
+        if (remBits > 0) {
+            if (n < (int)remBits) {
+                result = (result << n) + (uint64_t)(rem >> (remBits - n));
+                remBits -= (unsigned)n;
+                rem &= pow2_mask[remBits];
+                break;
+            }
+            n -= (int)remBits;
+            /* A pending remainder shorter than 6 bits only exists at the start
+            ** of a call, when result is still 0, so the fixed shift is exact. */
+            result = (result << 6) + rem;
+            rem = 0;
+            remBits = 0;
+        }
+        if (*c == 0) break;
+        rem = sixbit_table.v[(uint8_t)*c++];
+        remBits = 6;
+        if (n == 0) break;
+    }
+    r->remainder = (uint8_t)rem;
+    r->remainderBits = (uint8_t)remBits;
+    r->cursor = (char *)c;
+    return result;
+}
+
 int32_t binfrom6bit(int32_t c);
 int32_t binto6bit(int32_t value);
 uint32_t sixbit_length(const SixBitReader *r);

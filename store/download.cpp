@@ -169,7 +169,9 @@ static void download_swap_handle(sqlite3 **slot, sqlite3 *db) {
 
 /* Puts the verified temporary file in place of packDir + "A%06d.marepack":
 ** closes the handle that may hold the old file (appDb for pack 1, chartDb,
-** whichever pack it is, for any other), deletes the old file and renames.
+** whichever pack it is, for any other) and renames the temporary file over
+** the old one. rename replaces the old file in one step, so no moment
+** exists at which the pack is missing on disk.
 ** Pack 1 is opened again at once, read-only, so that the next /app/ request
 ** serves from it (a failed open leaves appDb null and /app/ falls back to
 ** the file system). A chart pack is left for the client to select. */
@@ -177,7 +179,6 @@ static void download_install(int id, const char *tempPath) {
     char packPath[512];
     snprintf(packPath, sizeof(packPath), "%sA%06d.marepack", mrApp.packDir, id);
     download_swap_handle(id == 1 ? &mrApp.appDb : &mrApp.chartDb, NULL);
-    unlink(packPath);
     rename(tempPath, packPath);
     if (id == 1) {
         sqlite3 *db = NULL;

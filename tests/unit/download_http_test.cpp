@@ -112,22 +112,6 @@ TEST(HttpGet, SendsOneExactRequestAndLeavesTheBodyToRead) {
     EXPECT_EQ("hello", std::string(body, (size_t)buf.b.lineLength));
 }
 
-TEST(HttpGet, RefusedConnectionIsMinusTwo) {
-    // a port that was just free: nothing listens there any more
-    int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof(a);
-    ASSERT_EQ(0, bind(fd, (sockaddr *)&a, sizeof(a)));
-    getsockname(fd, (sockaddr *)&a, &len);
-    close(fd);
-    Buf buf;
-    std::string host = "127.0.0.1:" + std::to_string(ntohs(a.sin_port));
-    EXPECT_EQ(-2, http_get(host.c_str(), "/", &buf.b));
-    EXPECT_EQ(-1, buf.b.fd);
-}
-
 TEST(DownloadServerHost, ComesFromTheKeyFileOrStaysInvalid) {
     char tmpl[] = "/tmp/mareplot-dlkey-XXXXXX";
     ASSERT_NE(nullptr, mkdtemp(tmpl));

@@ -219,13 +219,13 @@ function addImageRows(rows, o, warn) {
     }
 }
 
-/* Warns about images, sounds and texts that the page, scripts or style sheets name but
-** the pack does not hold. */
+/* Warns about images, sounds and scripts that the page, the scripts or the
+** style sheets name but the pack does not hold. */
 function checkReferences(rows, o, warn) {
     const refs = new Set();
     for (const f of fs.readdirSync(o.app).filter((x) => x === 'marepack.html' || /\.js$/.test(x))) {
         const src = fs.readFileSync(path.join(o.app, f), 'utf8');
-        for (const m of src.matchAll(/\bimg\/[A-Za-z0-9_\-/]+\.(?:png|gif|mp3)\b/g)) refs.add(m[0]);
+        for (const m of src.matchAll(/\b(?:img|lib)\/[A-Za-z0-9_\-/.]+\.(?:png|gif|mp3|js)\b/g)) refs.add(m[0]);
     }
     /* style sheets name their images relative to their own folder */
     for (const f of listFiles(path.join(o.app, 'img')).filter((x) => /\.css$/.test(x))) {

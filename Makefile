@@ -10,7 +10,8 @@ BUILD_TYPE ?= RelWithDebInfo
 APT_PACKAGES := cmake g++ make pkg-config libsqlite3-dev sqlite3 googletest libgtest-dev \
 	libbenchmark-dev nodejs npm socat zlib1g-dev \
 	librsvg2-bin sox lame netpbm gifsicle \
-	chromium fonts-dejavu-core
+	chromium fonts-dejavu-core \
+	libcairo2-dev
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 

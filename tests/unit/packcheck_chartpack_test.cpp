@@ -1,0 +1,250 @@
+// The base chart pack: its drawing functions on small inputs, and the pack
+// as built, read the way the host and the client read it.
+#include <gtest/gtest.h>
+#include <math.h>
+#include <sqlite3.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "packs/chartpack_render.h"
+#include "store/pack_store.h"
+#include "tools/packcheck.h"
+
+namespace {
+
+double area(const CpRing &r) {
+    double a = 0;
+    size_t n = r.xy.size() / 2;
+    for (size_t i = 0; i < n; i++) {
+        size_t j = (i + 1) % n;
+        a += r.xy[2 * i] * r.xy[2 * j + 1] - r.xy[2 * j] * r.xy[2 * i + 1];
+    }
+    return fabs(a) / 2;
+}
+
+CpRing ring(std::vector<double> xy) {
+    CpRing r;
+    r.xy = xy;
+    r.hole = 0;
+    r.x1 = r.y1 = 1e9;
+    r.x2 = r.y2 = -1e9;
+    for (size_t i = 0; i < xy.size(); i += 2) {
+        r.x1 = fmin(r.x1, xy[i]), r.x2 = fmax(r.x2, xy[i]);
+        r.y1 = fmin(r.y1, xy[i + 1]), r.y2 = fmax(r.y2, xy[i + 1]);
+    }
+    return r;
+}
+
+TEST(ChartPackRender, ClipKeepsTheAreaInsideTheBox) {
+    struct Case {
+        const char *what;
+        std::vector<double> xy;
+        double wantArea;  // inside the box 0..1 x 0..1
+    } cases[] = {
+        {"inside", {0.2, 0.2, 0.8, 0.2, 0.8, 0.8, 0.2, 0.8}, 0.36},
+        {"outside", {2, 2, 3, 2, 3, 3}, 0},
+        {"across the right edge", {0.5, 0.25, 1.5, 0.25, 1.5, 0.75, 0.5, 0.75}, 0.25},
+        {"around the box", {-1, -1, 2, -1, 2, 2, -1, 2}, 1},
+        // a U open to the top, its arms reaching out of the box
+        {"concave across the top", {0.1, -0.5, 0.3, -0.5, 0.3, 0.5, 0.7, 0.5, 0.7, -0.5, 0.9, -0.5, 0.9, 0.7, 0.1, 0.7},
+         0.2 * 0.7 * 2 + 0.4 * 0.2},
+        {"triangle over a corner", {-0.5, 0.5, 0.5, -0.5, 0.5, 0.5}, 0.25},
+    };
+    for (const auto &c : cases) {
+        CpRing out;
+        int n = cp_clipRing(ring(c.xy), 0, 0, 1, 1, &out);
+        if (c.wantArea == 0) {
+            EXPECT_EQ(0, n) << c.what;
+            continue;
+        }
+        ASSERT_GE(n, 3) << c.what;
+        EXPECT_NEAR(c.wantArea, area(out), 1e-9) << c.what;
+        for (size_t i = 0; i < out.xy.size(); i++) {
+            EXPECT_GE(out.xy[i], -1e-12) << c.what;
+            EXPECT_LE(out.xy[i], 1 + 1e-12) << c.what;
+        }
+    }
+}
+
+TEST(ChartPackRender, ClipKeepsTheHoleFlag) {
+    CpRing lake = ring({-1, 0.5, 2, 0.5, 2, 0.6});
+    lake.hole = 1;
+    CpRing out;
+    ASSERT_GT(cp_clipRing(lake, 0, 0, 1, 1, &out), 0);
+    EXPECT_EQ(1, out.hole);
+}
+
+TEST(ChartPackRender, TileRangeOfABox) {
+    struct Case {
+        CpGeoBox box;
+        int z, x1, y1, x2, y2;
+    } cases[] = {
+        {{-180, 180, -85, 85}, 3, 0, 0, 7, 7},
+        {{0, 45, 0, 40}, 3, 4, 3, 4, 3},    // exactly one tile: its east and south edges are not the next tile
+        {{10.1, 10.1, 54.52, 54.52}, 8, 135, 81, 135, 81},
+        {{-200, 200, -89, 89}, 2, 0, 0, 3, 3},  // held inside the grid
+    };
+    for (const auto &c : cases) {
+        int x1, y1, x2, y2;
+        cp_tileRange(c.box, c.z, &x1, &y1, &x2, &y2);
+        EXPECT_EQ(c.x1, x1) << c.z;
+        EXPECT_EQ(c.y1, y1) << c.z;
+        EXPECT_EQ(c.x2, x2) << c.z;
+        EXPECT_EQ(c.y2, y2) << c.z;
+    }
+}
+
+TEST(ChartPackRender, ReadsPolygonsAndHoles) {
+    const char *text =
+        "{\"type\":\"GeometryCollection\",\"geometries\":[\n"
+        "{\"type\":\"Polygon\",\"coordinates\":[[[0,0],[10,0],[10,10],[0,10],[0,0]],[[2,2],[3,2],[3,3],[2,2]]]},\n"
+        "{\"type\":\"MultiPolygon\",\"coordinates\":[[[[20,0],[30,0],[30,5, 7],[20,0]]],[[[40,0],[41,0]]]]}]}";
+    char path[] = "/tmp/packcheck_land_XXXXXX";
+    int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ((ssize_t)strlen(text), write(fd, text, strlen(text)));
+    close(fd);
+    std::vector<CpRing> rings;
+    EXPECT_EQ(3, cp_loadLand(path, &rings));  // the two-point ring is dropped
+    unlink(path);
+    ASSERT_EQ(3u, rings.size());
+    EXPECT_EQ(0, rings[0].hole);
+    EXPECT_EQ(1, rings[1].hole);
+    EXPECT_EQ(0, rings[2].hole);
+    EXPECT_EQ(8u, rings[0].xy.size());  // the repeated first point is not kept
+    EXPECT_NEAR(cp_mercX(10), rings[0].x2, 1e-12);
+    EXPECT_NEAR(cp_mercY(10), rings[0].y1, 1e-12);
+
+    std::vector<CpRing> none;
+    EXPECT_EQ(-1, cp_loadLand("/nonexistent.geo.json", &none));
+}
+
+TEST(ChartPackRender, TileCornersFollowTheClip) {
+    // z 8 tile holding the default view; a land square over all of it
+    CpRing land = ring({0, 0, 1, 0, 1, 1, 0, 1});
+    std::vector<CpRing> rings = {land};
+    CpTileStyle open = {0, {0, 0, 0, 0}};
+    CpTileStyle half = {1, {-180, 180, -85, 54.52}};  // clip cuts through the tile
+    std::string png;
+    int opaque = -1;
+    ASSERT_EQ(0, cp_drawTile(8, 81, 135, rings, open, &png, &opaque));
+    EXPECT_EQ(1, opaque);
+    EXPECT_EQ(1, pc_cornerValue(png.data(), (int)png.size()));
+    ASSERT_EQ(0, cp_drawTile(8, 81, 135, rings, half, &png, &opaque));
+    EXPECT_EQ(0, opaque);
+    EXPECT_EQ(2, pc_cornerValue(png.data(), (int)png.size()));
+}
+
+// ---- the pack as built ----
+
+struct BuiltPack : ::testing::Test {
+    sqlite3 *db = nullptr;
+    void SetUp() override {
+        ASSERT_EQ(SQLITE_OK, sqlite3_open_v2(MAREPLOT_CHART_PACK, &db, SQLITE_OPEN_READONLY, nullptr));
+    }
+    void TearDown() override { sqlite3_close(db); }
+    long long count(const std::string &sql) {
+        sqlite3_stmt *st = nullptr;
+        long long n = -1;
+        if (sqlite3_prepare_v2(db, sql.c_str(), -1, &st, nullptr) == SQLITE_OK && sqlite3_step(st) == SQLITE_ROW)
+            n = sqlite3_column_int64(st, 0);
+        sqlite3_finalize(st);
+        return n;
+    }
+    std::string text(const std::string &sql) {
+        sqlite3_stmt *st = nullptr;
+        std::string s;
+        if (sqlite3_prepare_v2(db, sql.c_str(), -1, &st, nullptr) == SQLITE_OK && sqlite3_step(st) == SQLITE_ROW &&
+            sqlite3_column_blob(st, 0))
+            s.assign((const char *)sqlite3_column_blob(st, 0), sqlite3_column_bytes(st, 0));
+        sqlite3_finalize(st);
+        return s;
+    }
+};
+
+TEST_F(BuiltPack, PassesTheChecker) {
+    PcReport r;
+    int rc = pc_checkFile(MAREPLOT_CHART_PACK, &r);
+    std::string all;
+    for (const auto &p : r.problems) all += p + "\n";
+    EXPECT_EQ(0, rc) << all;
+    EXPECT_EQ(1, r.chartPack);
+    EXPECT_GT(r.tiles, 5000);
+    EXPECT_GT(r.tideRows, 100000);
+    EXPECT_GT(r.gazRows, 1000);
+}
+
+TEST_F(BuiltPack, DefaultViewHasEveryDetailLevel) {
+    for (int z = 3; z <= 12; z++) {
+        int n = 1 << z;
+        long long x = (long long)((10.1 + 180) / 360 * n);
+        double phi = 54.52 * M_PI / 180;
+        long long y = (long long)((1 - log(tan(phi) + 1 / cos(phi)) / M_PI) / 2 * n);
+        long long key = ((long long)z << 40) + (y << 20) + x;
+        EXPECT_EQ(1, count("SELECT count(*) FROM tiles WHERE zyx=" + std::to_string(key))) << "zoom " << z;
+        // the client draws this tile alone: all four corners opaque
+        EXPECT_EQ(1, count("SELECT value FROM json_each((SELECT CAST(v AS TEXT) FROM kvt WHERE k='avtiles2')) "
+                           "WHERE key='" + std::to_string(key) + "'"))
+            << "zoom " << z;
+    }
+}
+
+TEST_F(BuiltPack, TidesCoverTheComingWeeksAtEveryStation) {
+    // what the tide view asks for when opened now: 30 days either side
+    long long now = (long long)time(nullptr), db1 = now - 30 * 86400, db2 = db1 + 60 * 86400;
+    long long stations = count("SELECT count(*) FROM json_each((SELECT CAST(v AS TEXT) FROM kvt WHERE k='tides'))");
+    ASSERT_GT(stations, 0);
+    for (long long id = 1; id <= stations; id++) {
+        std::string where = " FROM tides WHERE id=" + std::to_string(id) + " AND ts > " + std::to_string(db1) +
+                            " AND ts < " + std::to_string(db2);
+        EXPECT_GE(count("SELECT count(*)" + where + " AND typ=2"), 60 * 24 - 2) << "station " << id;
+        EXPECT_GT(count("SELECT count(*)" + where + " AND typ=1"), 40) << "station " << id;
+        EXPECT_GT(count("SELECT count(*)" + where + " AND typ=0"), 40) << "station " << id;
+    }
+}
+
+TEST_F(BuiltPack, ChartListLeadsToTheDetailChart) {
+    const char *charts = "json_each((SELECT CAST(v AS TEXT) FROM kvt WHERE k='chartlist'))";
+    // first view of the pack: the largest scale below 5000000
+    std::string first = text(std::string("SELECT json_extract(value,'$.nu') FROM ") + charts +
+                             " WHERE CAST(json_extract(value,'$.sc') AS REAL) < 5000000"
+                             " ORDER BY CAST(json_extract(value,'$.sc') AS REAL) DESC LIMIT 1");
+    // a tap on the default position: the smallest scale whose box holds it
+    int32_t y, x;
+    toMerc(54.52, 10.1, &y, &x);
+    std::string best = text(std::string("SELECT json_extract(value,'$.nu') FROM ") + charts + " WHERE " +
+                            std::to_string(x) + " > json_extract(value,'$.x1') AND " + std::to_string(x) +
+                            " < json_extract(value,'$.x2') AND " + std::to_string(y) +
+                            " > json_extract(value,'$.y1') AND " + std::to_string(y) +
+                            " < json_extract(value,'$.y2') ORDER BY CAST(json_extract(value,'$.sc') AS REAL) LIMIT 1");
+    EXPECT_FALSE(first.empty());
+    EXPECT_EQ(first, best);
+}
+
+TEST_F(BuiltPack, GazetteerNamesThePlacesAroundTheDefaultView) {
+    int32_t y, x;
+    toMerc(54.32, 10.13, &y, &x);  // Kiel
+    long long near = count("SELECT count(*) FROM gaz WHERE x > " + std::to_string(x - 50000) + " AND x < " +
+                           std::to_string(x + 50000) + " AND y > " + std::to_string(y - 50000) + " AND y < " +
+                           std::to_string(y + 50000));
+    EXPECT_GT(near, 10);
+    EXPECT_EQ(1, count("SELECT count(*) FROM gaz WHERE n='Kiel' AND c LIKE 'P.PPL%'"));
+}
+
+TEST_F(BuiltPack, CreditsItsSources) {
+    std::string info = text("SELECT v FROM kvt WHERE k='/info' AND l='**'");
+    std::string history = text("SELECT v FROM kvt WHERE k='/history' AND l='**'");
+    EXPECT_FALSE(info.empty());
+    for (const char *s : {"OpenStreetMap contributors", "ODbL", "GeoNames", "CC BY 4.0", "Neaps tide database"})
+        EXPECT_NE(std::string::npos, history.find(s)) << s;
+    std::string version = text("SELECT v FROM kvt WHERE k='version'");
+    EXPECT_GT(atoll(version.c_str()), 1500000000LL);
+}
+
+}  // namespace

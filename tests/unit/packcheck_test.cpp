@@ -1,0 +1,230 @@
+// The pack checker on small packs made here: a good pack passes, and each
+// kind of damage is reported under its own heading.
+#include <cairo.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "tools/packcheck.h"
+
+namespace {
+
+cairo_status_t toString(void *closure, const unsigned char *data, unsigned int length) {
+    ((std::string *)closure)->append((const char *)data, length);
+    return CAIRO_STATUS_SUCCESS;
+}
+
+// A 256 by 256 PNG: opaque all over, or with its top left quarter clear.
+std::string tilePng(bool clearCorner) {
+    cairo_surface_t *s = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 256, 256);
+    cairo_t *cr = cairo_create(s);
+    cairo_set_source_rgb(cr, 0.8, 0.9, 1.0);
+    cairo_paint(cr);
+    if (clearCorner) {
+        cairo_set_operator(cr, CAIRO_OPERATOR_CLEAR);
+        cairo_rectangle(cr, 0, 0, 128, 128);
+        cairo_fill(cr);
+    }
+    cairo_destroy(cr);
+    std::string png;
+    cairo_surface_write_to_png_stream(s, toString, &png);
+    cairo_surface_destroy(s);
+    return png;
+}
+
+const long long kFull = (3LL << 40) | (1LL << 20) | 0;   // 3/1/0
+const long long kPartial = (3LL << 40) | (1LL << 20) | 1; // 3/1/1
+
+struct TempPack {
+    std::string path;
+    sqlite3 *db = nullptr;
+
+    explicit TempPack(int pageSize = 1024) {
+        char tmpl[] = "/tmp/packcheck_test_XXXXXX";
+        int fd = mkstemp(tmpl);
+        close(fd);
+        unlink(tmpl);
+        path = tmpl;
+        sqlite3_open(path.c_str(), &db);
+        exec("PRAGMA page_size=" + std::to_string(pageSize) + "; PRAGMA journal_mode=DELETE;");
+        exec("CREATE TABLE kvt (k TEXT,v TEXT,t INTEGER, l TEXT)");
+        exec("CREATE INDEX i_kv_lk ON kvt(l,k) ");
+        exec("CREATE TABLE tiles (verid INTEGER,\t\tzyx INTEGER PRIMARY KEY,\t\tpng BLOB)");
+        exec("CREATE TABLE gaz (x INTEGER, y INTEGER, c TEXT, r INTEGER, n TEXT)");
+        exec("CREATE INDEX i_gaz ON gaz(x) ");
+        exec("CREATE TABLE tides (id INTEGER, ts INTEGER, level INTEGER, typ INTEGER)");
+        exec("CREATE UNIQUE INDEX i_tides ON tides(id,ts) ");
+        tile(kFull, tilePng(false));
+        tile(kPartial, tilePng(true));
+        kv("avtiles2", "{\"" + std::to_string(kFull) + "\":1,\"" + std::to_string(kPartial) + "\":2}");
+        kv("avtiles", "{\"" + std::to_string(kFull) + "\":true,\"" + std::to_string(kPartial) + "\":true}");
+        kv("chartlist", "[" + chart("\"5000000\"", "[100,200,900,200,900,800,100,800]") + "]");
+        kv("tides", "{\"7\":{\"id\":7,\"src\":\"X\",\"name\":\"Pier\",\"stype\":1}}");
+        kv("version", "1700000000");
+        // samples around a high and a low
+        exec("INSERT INTO tides VALUES (7,0,10,2),(7,1800,5,0),(7,3600,40,2),(7,5400,90,1),(7,7200,80,2)");
+        exec("INSERT INTO gaz VALUES (21000000,12800000,'P.PPL',40,'Kiel')");
+    }
+    ~TempPack() {
+        if (db) sqlite3_close(db);
+        unlink(path.c_str());
+    }
+    static std::string chart(const std::string &sc, const std::string &po) {
+        return "{\"nu\":\"N1\",\"na\":\"Name\",\"ed\":\"--\",\"sc\":" + sc +
+               ",\"un\":\"\",\"sd\":\"\",\"x1\":100,\"y1\":200,\"x2\":900,\"y2\":800,\"po\":" + po + "}";
+    }
+    void exec(const std::string &sql) {
+        char *err = nullptr;
+        ASSERT_EQ(SQLITE_OK, sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &err)) << sql << ": " << (err ? err : "");
+    }
+    void tile(long long key, const std::string &png) {
+        sqlite3_stmt *st;
+        sqlite3_prepare_v2(db, "INSERT INTO tiles VALUES (NULL,?,?)", -1, &st, nullptr);
+        sqlite3_bind_int64(st, 1, key);
+        sqlite3_bind_blob(st, 2, png.data(), (int)png.size(), SQLITE_TRANSIENT);
+        sqlite3_step(st);
+        sqlite3_finalize(st);
+    }
+    void kv(const std::string &k, const std::string &v, int t = 5) {
+        sqlite3_stmt *st;
+        exec("DELETE FROM kvt WHERE k='" + k + "'");
+        sqlite3_prepare_v2(db, "INSERT INTO kvt VALUES (?,?,?,'**')", -1, &st, nullptr);
+        sqlite3_bind_text(st, 1, k.c_str(), -1, SQLITE_TRANSIENT);
+        sqlite3_bind_blob(st, 2, v.data(), (int)v.size(), SQLITE_TRANSIENT);
+        sqlite3_bind_int(st, 3, t);
+        sqlite3_step(st);
+        sqlite3_finalize(st);
+    }
+    PcReport check() {
+        sqlite3_close(db);
+        db = nullptr;
+        PcReport r;
+        pc_checkFile(path.c_str(), &r);
+        return r;
+    }
+};
+
+std::string joined(const PcReport &r) {
+    std::string s;
+    for (const auto &p : r.problems) s += p + "\n";
+    return s;
+}
+
+TEST(PackCheck, GoodPackPasses) {
+    TempPack p;
+    PcReport r = p.check();
+    EXPECT_TRUE(r.problems.empty()) << joined(r);
+    EXPECT_EQ(1, r.chartPack);
+    EXPECT_EQ(2, r.tiles);
+    EXPECT_EQ(5, r.tideRows);
+    EXPECT_EQ(1, r.gazRows);
+}
+
+TEST(PackCheck, EachDamageIsReported) {
+    const std::string full = std::to_string(kFull), part = std::to_string(kPartial);
+    struct Case {
+        const char *what;
+        std::string sql;  // run on the good pack
+        const char *expect;
+    } cases[] = {
+        {"tile not listed", "UPDATE kvt SET v='{\"" + full + "\":1}' WHERE k='avtiles2'", "is not listed"},
+        {"listed tile missing", "DELETE FROM tiles WHERE zyx=" + part, "no such tile"},
+        {"corner rule broken", "UPDATE kvt SET v='{\"" + full + "\":1,\"" + part + "\":1}' WHERE k='avtiles2'",
+         "the corners say 2"},
+        {"value not 1 or 2", "UPDATE kvt SET v='{\"" + full + "\":3,\"" + part + "\":2}' WHERE k='avtiles2'",
+         "not 1 or 2"},
+        {"avtiles2 not JSON", "UPDATE kvt SET v='{1:' WHERE k='avtiles2'", "not a JSON object"},
+        {"avtiles count", "UPDATE kvt SET v='{\"" + full + "\":true}' WHERE k='avtiles'", "1 entries for 2 tiles"},
+        {"tile not a PNG", "UPDATE tiles SET png=x'0102' WHERE zyx=" + full, "not a PNG"},
+        {"tile key out of range", "UPDATE tiles SET zyx=" + std::to_string((3LL << 40) | 9) + " WHERE zyx=" + full,
+         "not a tile key"},
+        {"verid set", "UPDATE tiles SET verid=1", "verid is not NULL"},
+        {"box outside grid", "UPDATE kvt SET v=replace(v,'\"x2\":900','\"x2\":41000000') WHERE k='chartlist'",
+         "x2 lies outside the grid"},
+        {"box turned", "UPDATE kvt SET v=replace(v,'\"y1\":200','\"y1\":850') WHERE k='chartlist'", "box is empty"},
+        {"outline odd", "UPDATE kvt SET v=replace(v,',100,800]',',100]') WHERE k='chartlist'", "not a closed outline"},
+        {"outline outside box", "UPDATE kvt SET v=replace(v,'[100,200,','[5,200,') WHERE k='chartlist'",
+         "outside its box"},
+        {"key missing", "UPDATE kvt SET v=replace(v,'\"un\":\"\",','') WHERE k='chartlist'", "has keys"},
+        {"scale not a number", "UPDATE kvt SET v=replace(v,'\"5000000\"','\"big\"') WHERE k='chartlist'",
+         "sc is neither"},
+        {"extreme before samples", "INSERT INTO tides VALUES (7,-100,5,0)", "before the first sample"},
+        {"extreme after samples", "INSERT INTO tides VALUES (7,9000,5,0)", "after the last sample"},
+        {"high below a sample", "UPDATE tides SET level=60 WHERE typ=1", "passed by its samples"},
+        {"two highs", "UPDATE tides SET typ=1, level=95 WHERE ts=1800", "two high waters in a row"},
+        {"typ out of range", "UPDATE tides SET typ=5 WHERE ts=1800", "typ 5"},
+        {"rows not sorted", "DELETE FROM tides WHERE ts=0; INSERT INTO tides VALUES (7,0,10,2)", "not after"},
+        {"station without rows", "UPDATE kvt SET v=replace(v,'\"7\":{\"id\":7','\"8\":{\"id\":8') WHERE k='tides'",
+         "stype 1 but no rows"},
+        {"station id mismatch", "UPDATE kvt SET v=replace(v,'\"id\":7','\"id\":9') WHERE k='tides'",
+         "differs from its name"},
+        {"rank too high", "UPDATE gaz SET r=256", "rank outside"},
+        {"rank negative", "UPDATE gaz SET r=-1", "rank outside"},
+        {"quote in name", "UPDATE gaz SET n='Kiel \"Fjord\"'", "quote or backslash"},
+        {"backslash in name", "UPDATE gaz SET n='Ki\\el'", "quote or backslash"},
+        {"empty name", "UPDATE gaz SET n=''", "without a name"},
+        {"place outside grid", "UPDATE gaz SET y=-5", "outside the grid"},
+        {"type code outside table", "UPDATE kvt SET t=15 WHERE k='version'", "type code"},
+        {"capital key", "UPDATE kvt SET k='Version' WHERE k='version'", "capitals"},
+        {"version not decimal", "UPDATE kvt SET v='v1' WHERE k='version'", "version"},
+        {"index not unique", "DROP INDEX i_tides; CREATE INDEX i_tides ON tides(id,ts) ", "schema: i_tides is"},
+        {"table missing", "DROP TABLE gaz", "gaz is missing"},
+        {"extra table", "CREATE TABLE extra (a)", "unexpected extra"},
+        {"user_version", "PRAGMA user_version=3", "user_version 3"},
+        {"application_id", "PRAGMA application_id=7", "application_id 7"},
+    };
+    for (const auto &c : cases) {
+        TempPack p;
+        p.exec(c.sql);
+        PcReport r = p.check();
+        EXPECT_NE(std::string::npos, joined(r).find(c.expect)) << c.what << ":\n" << joined(r);
+    }
+}
+
+TEST(PackCheck, FileProperties) {
+    TempPack big(4096);
+    EXPECT_NE(std::string::npos, joined(big.check()).find("page size 4096")) << joined(big.check());
+
+    TempPack wal;
+    wal.exec("PRAGMA journal_mode=WAL");
+    EXPECT_NE(std::string::npos, joined(wal.check()).find("not the rollback journal"));
+
+    PcReport r;
+    EXPECT_EQ(-1, pc_checkFile("/nonexistent/pack.marepack", &r));
+}
+
+TEST(PackCheck, ApplicationPackNeedsNoChartTables) {
+    TempPack p;
+    p.exec("DROP TABLE tiles; DROP TABLE gaz; DROP TABLE tides; DELETE FROM kvt");
+    PcReport r = p.check();
+    EXPECT_EQ(0, r.chartPack);
+    EXPECT_TRUE(r.problems.empty()) << joined(r);
+}
+
+TEST(PackCheck, FalseAvailabilityIsAccepted) {
+    TempPack p;
+    p.kv("avtiles2", "false");
+    PcReport r = p.check();
+    EXPECT_TRUE(r.problems.empty()) << joined(r);
+}
+
+TEST(PackCheck, CornerValue) {
+    const std::string opaque = tilePng(false), partial = tilePng(true);
+    struct Case {
+        std::string bytes;
+        int want;
+    } cases[] = {
+        {opaque, 1},
+        {partial, 2},
+        {opaque.substr(0, opaque.size() / 2), 0},  // cut short
+        {"GIF89a", 0},
+        {"", 0},
+    };
+    for (const auto &c : cases) EXPECT_EQ(c.want, pc_cornerValue(c.bytes.data(), (int)c.bytes.size()));
+    EXPECT_EQ(0, pc_cornerValue(nullptr, 10));
+}
+
+}  // namespace

@@ -217,11 +217,15 @@ void download(void) {
     uint32_t crc = 0xFFFFFFFFu;
     int judge = 1;
 
-    if (MR_LOAD(mrApp.dlState) != 1) return;
+    /* 1 -> 2 in one step: should two starts race in the route, only one
+    ** thread takes the download and the other leaves at once */
+    int32_t requested = 1;
+    if (!__atomic_compare_exchange_n(&mrApp.dlState, &requested, 2, 0, __ATOMIC_SEQ_CST,
+                                     __ATOMIC_SEQ_CST))
+        return;
     MR_STORE(mrApp.dlBytes, 0);
     MR_STORE(mrApp.dlError, 0);
     MR_STORE(mrApp.dlId, 0);
-    MR_STORE(mrApp.dlState, 2);
 
     memset(&buf, 0, sizeof(buf));
     if (buffInit(&buf) == NULL) {

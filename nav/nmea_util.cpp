@@ -147,21 +147,20 @@ double gps2float(const char *coordinate, const char *hemisphere) {
 
 /* mktime re-reads the zone file on every call (a stat when TZ is unset),
 ** which costs more than the rest of a sentence. Each thread therefore keeps
-** the result for the last whole hour it converted, and a time within that
-** hour is the hour's result plus minutes and seconds -- as long as
+** mktime's result for the start of the last hour it converted; when
 ** localtime_r (which does not re-read the file) reports the same UTC offset
-** and daylight flag at both ends, so the value is exactly mktime's. */
+** and daylight flag at the first and the last second of that hour, no
+** change of offset falls inside it, and a time within the hour is exactly
+** the hour's result plus its minutes and seconds. Otherwise, and for
+** fields out of their ranges, mktime itself answers. */
 typedef struct HourCache {
     int valid;
     int year, mon, mday, hour;
     time_t base;
-    long gmtoff;
-    int isdst;
 } HourCache;
 
 static time_t mktime_cached(struct tm *tm) {
     static thread_local HourCache c;
-    struct tm probe;
 
     if (tm->tm_min < 0 || tm->tm_min > 59 || tm->tm_sec < 0 || tm->tm_sec > 59 || tm->tm_hour < 0 ||
         tm->tm_hour > 23 || tm->tm_mon < 0 || tm->tm_mon > 11 || tm->tm_mday < 1 || tm->tm_mday > 31 ||
@@ -169,24 +168,23 @@ static time_t mktime_cached(struct tm *tm) {
         return mktime(tm);
     if (!c.valid || c.year != tm->tm_year || c.mon != tm->tm_mon || c.mday != tm->tm_mday ||
         c.hour != tm->tm_hour) {
-        struct tm h = *tm;
+        struct tm h = *tm, first, last;
         h.tm_min = 0;
         h.tm_sec = 0;
         c.valid = 0;
-        c.base = mktime(&h);
-        if (c.base == (time_t)-1 || localtime_r(&c.base, &probe) == NULL) return mktime(tm);
+        time_t base = mktime(&h);
+        time_t end = base + 3599;
+        if (base == (time_t)-1 || localtime_r(&base, &first) == NULL || localtime_r(&end, &last) == NULL ||
+            first.tm_gmtoff != last.tm_gmtoff || first.tm_isdst != last.tm_isdst)
+            return mktime(tm);
+        c.base = base;
         c.year = tm->tm_year;
         c.mon = tm->tm_mon;
         c.mday = tm->tm_mday;
         c.hour = tm->tm_hour;
-        c.gmtoff = probe.tm_gmtoff;
-        c.isdst = probe.tm_isdst;
         c.valid = 1;
     }
-    time_t t = c.base + tm->tm_min * 60 + tm->tm_sec;
-    if (localtime_r(&t, &probe) == NULL || probe.tm_gmtoff != c.gmtoff || probe.tm_isdst != c.isdst)
-        return mktime(tm);
-    return t;
+    return c.base + tm->tm_min * 60 + tm->tm_sec;
 }
 
 /* Seconds of an hhmmss time field and a ddmmyy date field (20yy), read as

@@ -253,7 +253,36 @@ kelvor.chartkit = {
         /* the chart info popup belongs to the chart info issue */
     },
 
+    /* Asks the chart server, at most once a day unless forced, which of the
+    ** known kits are old and how many new ones there are. Without a
+    ** reachable server the reply is false and only the console hears of it. */
     checkForNewMaps: function (force) {
-        /* the server's kit check belongs to the kit management issue */
+        var k = kelvor.settings.k;
+        var day = Math.round(Date.now() / 86400000);
+        if (!force && !k.C.i_debug_mode && k.lastcheck === day) return;
+        k.lastcheck = day;
+        var host = kelvor.settings.host;
+        var url = AJAXSERVER + "?checkmaps2=" + encodeURIComponent(k.userid) + "&alang=" + host.alang + "&tz=" + host.tz;
+        postAsync(url, kelvor.chartkit.checkForNewMapsDone, JSON.stringify(k.chartKitList2), APPURLENC);
+    },
+
+    checkForNewMapsDone: function (text) {
+        var k = kelvor.settings.k, r;
+        try {
+            r = JSON.parse(text);
+            if (!r || typeof r !== "object") throw new Error("no reply");
+        } catch (e) {
+            console.log("checkForNewMaps: " + e);
+            return;
+        }
+        k.newMapCount = Number(r.count) || 0;
+        if (r.appupdate && Number(r.appupdate.ver) > COREBUILD) k.appupdate = r.appupdate;
+        if (r.vote) k.vote = r.vote;
+        if (Array.isArray(r.ids)) k.oldmaps = r.ids;
+        kelvor.chartkit.setOutDated();
+        if (cpApp) {
+            cpApp.showRedMapDot();
+            cpApp.showRedInfoDot();
+        }
     }
 };

@@ -402,3 +402,30 @@ test('hexscape gives the UTF-8 bytes in hex', () => {
         assert.strictEqual(aux.hexscape(s), h);
     }
 });
+
+test('the daily kit check asks once a day and takes the reply', () => {
+    const ctx = client();
+    withMap(ctx);
+    const ck = ctx.kelvor.chartkit, k = ctx.kelvor.settings.k;
+    ctx.requests.length = 0;
+    ck.checkForNewMaps();
+    ck.checkForNewMaps();
+    const remote = ctx.requests.filter((r) => r.url.indexOf(ctx.AJAXSERVER) === 0);
+    assert.strictEqual(remote.length, 1, 'a second check on the same day stays home');
+    assert.ok(/\.invalid\//.test(remote[0].url), 'the default server is under .invalid');
+    ck.checkForNewMaps(true);
+    assert.strictEqual(ctx.requests.filter((r) => r.url.indexOf(ctx.AJAXSERVER) === 0).length, 2, 'forced');
+
+    ctx.cpApp.showRedMapDot = ctx.cpApp.showRedInfoDot = () => {};
+    k.chartkit = 'A000005.marepack';
+    const replies = [
+        ['{"count":3,"ids":[5],"appupdate":{"ver":9999,"link":"x"}}', { n: 3, old: true, upd: true }],
+        ['not json', { n: 3, old: true, upd: true }],
+        [false, { n: 3, old: true, upd: true }],
+        ['{"count":0,"ids":[],"appupdate":{"ver":1}}', { n: 0, old: false, upd: true }],
+    ];
+    for (const [text, want] of replies) {
+        ck.checkForNewMapsDone(text);
+        same({ n: k.newMapCount, old: ck.outdated, upd: !!k.appupdate }, want, String(text));
+    }
+});

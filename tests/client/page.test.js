@@ -143,6 +143,21 @@ for (const gl of [false, true]) {
             const share = (rgb) => cols.filter((c) => c.rgb.join() === rgb).reduce((a, c) => a + c.share, 0);
             assert.ok(share('160,208,208') > 0.3, 'sea: ' + JSON.stringify(cols.slice(0, 4)));
             assert.ok(share('240,224,224') > 0.2, 'land: ' + JSON.stringify(cols.slice(0, 4)));
+            if (gl) {
+                // a lost context leaves the 2D path drawing; a restored one takes over again
+                await page.evaluate(() => { window._lose = cpApp.map.ctx3d.getExtension('WEBGL_lose_context'); _lose.loseContext(); });
+                await page.waitForFunction(() => !cpApp.map.ctx3d);
+                await page.evaluate(() => cpApp.map.update(true));
+                await settled(page);
+                const lost = await page.evaluate(tileColours);
+                assert.ok(lost.some((c) => c.rgb.join() === '160,208,208' && c.share > 0.3), 'the 2D path shows the chart');
+                await page.evaluate(() => _lose.restoreContext());
+                await page.waitForFunction(() => !!cpApp.map.ctx3d);
+                await settled(page);
+                await page.waitForFunction(() => cpApp.map.tileList.every((t) => cpApp.map.renderList[t].tex));
+                const back = await page.evaluate(tileColours);
+                assert.ok(back.some((c) => c.rgb.join() === '160,208,208' && c.share > 0.3), 'textures are uploaded again');
+            }
             await setAndReload(page, () => { kelvor.settings.k.chartkit = 'A000002.marepack'; });
         });
     });

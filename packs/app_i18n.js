@@ -268,6 +268,29 @@ function translateJs(src, table, report) {
 
 const HTML_TEXT_ATTRS = new Set(['title', 'placeholder', 'value', 'alt', 'label', 'aria-label']);
 
+/* Decodes the character references a page's text may hold. */
+function decodeEntities(s) {
+    const named = { amp: '&', lt: '<', gt: '>', quot: '"', apos: "'", nbsp: '\u00a0' };
+    return s.replace(/&(#x[0-9a-fA-F]+|#[0-9]+|[a-z]+);/g, (m, e) => {
+        if (e[0] === '#') return String.fromCodePoint(e[1] === 'x' ? parseInt(e.slice(2), 16) : parseInt(e.slice(1), 10));
+        return Object.prototype.hasOwnProperty.call(named, e) ? named[e] : m;
+    });
+}
+
+/*
+** Looks up a text of the page: first as written, so that an entry may hold
+** markup or references; then as the plain text it stands for, in which case
+** the translation is escaped back for the page.
+*/
+function lookupHtml(raw, table) {
+    const tr = lookup(raw, table);
+    if (tr !== null) return tr;
+    const plain = decodeEntities(raw);
+    if (plain === raw) return null;
+    const tp = lookup(plain, table);
+    return tp === null ? null : tp.replace(/&/g, '&amp;').replace(/</g, '&lt;').replace(/>/g, '&gt;');
+}
+
 /* Translates the text attributes of one start tag, keeping everything else. */
 function translateTag(tag, table, report) {
     return tag.replace(/(\s)([A-Za-z_:][-A-Za-z0-9_:.]*)(\s*=\s*)("([^"]*)"|'([^']*)')/g,
@@ -275,10 +298,9 @@ function translateTag(tag, table, report) {
             if (!HTML_TEXT_ATTRS.has(name.toLowerCase())) return m;
             const q = quoted[0];
             const val = dq !== undefined ? dq : sq;
-            const tr = lookup(val, table);
+            const tr = lookupHtml(val, table);
             if (tr !== null) return sp + name + eq + q + tr.split(q).join(q === '"' ? '&quot;' : '&#39;') + q;
-            if (report && name.toLowerCase() !== 'value' && looksLikeMessage(val)) report(val.trim());
-            if (report && name.toLowerCase() === 'value' && /^[A-Z]/.test(val.trim()) && looksLikeMessage(val)) report(val.trim());
+            if (report && looksLikeMessage(decodeEntities(val))) report(val.trim());
             return m;
         });
 }
@@ -318,7 +340,7 @@ function translateHtml(src, table, report) {
         let e = src.indexOf('<', i);
         if (e < 0) e = n;
         const text = src.slice(i, e);
-        const tr = text.trim() === '' ? null : lookup(text, table);
+        const tr = text.trim() === '' ? null : lookupHtml(text, table);
         if (tr !== null) out += tr;
         else {
             out += text;

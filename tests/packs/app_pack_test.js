@@ -26,6 +26,7 @@ const table = new Map([
     ["Don't move", 'Nicht "bewegen"'],
     ['Speed', "Fahrt's"],
     ['About Map', 'Über die Karte'],
+    ['Land & Sea', 'Land & Meer <1>'],
 ]);
 
 test('translateJs changes string literals only', async (t) => {
@@ -65,6 +66,7 @@ test('translateHtml changes texts and text attributes only', async (t) => {
         ['other attributes stay', '<div class="Today" onclick="f(\'Today\')">x</div>', '<div class="Today" onclick="f(\'Today\')">x</div>'],
         ['comment stays', '<!-- Today --><p>Today</p>', '<!-- Today --><p>Heute</p>'],
         ['inline script', '<script>var a = "Today"; if (a < b) c();</script>', '<script>var a = "Heute"; if (a < b) c();</script>'],
+        ['reference in the text', '<td>Land &amp; Sea</td>', '<td>Land &amp; Meer &lt;1&gt;</td>'],
         ['style stays', '<style>.x:after{content:"Today"}</style>', '<style>.x:after{content:"Today"}</style>'],
     ];
     for (const [name, src, want] of cases) {

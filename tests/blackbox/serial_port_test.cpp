@@ -6,9 +6,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
-#include <stdio.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -16,6 +14,7 @@
 #include <string>
 
 #include "support/host_harness.h"
+#include "support/nmea_sentence.h"
 
 extern char **environ;
 
@@ -42,19 +41,6 @@ struct PtyPair {
         removeTree(dir);
     }
 };
-
-std::string rmcNow(const char *lat, const char *ns, const char *lon, const char *ew) {
-    time_t t = time(nullptr);
-    struct tm u;
-    gmtime_r(&t, &u);
-    char body[160], line[200];
-    snprintf(body, sizeof(body), "GPRMC,%02d%02d%02d,A,%s,%s,%s,%s,3.0,180.0,%02d%02d%02d,,,A", u.tm_hour, u.tm_min,
-             u.tm_sec, lat, ns, lon, ew, u.tm_mday, u.tm_mon + 1, u.tm_year % 100);
-    unsigned char sum = 0;
-    for (const char *p = body; *p; p++) sum ^= (unsigned char)*p;
-    snprintf(line, sizeof(line), "$%s*%02X\r\n", body, sum);
-    return line;
-}
 
 std::string prepareHome(const std::string &usbport) {
     std::string home = makeTempDir("mareplot-home-");

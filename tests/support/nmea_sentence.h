@@ -1,0 +1,27 @@
+/*
+** nmea_sentence.h -- NMEA sentences for tests that feed a port.
+*/
+#ifndef MAREPLOT_NMEA_SENTENCE_H
+#define MAREPLOT_NMEA_SENTENCE_H
+
+#include <stdio.h>
+#include <time.h>
+
+#include <string>
+
+/* A valid RMC sentence for the position, stamped with the current UTC time
+** and ended by CR LF, with its checksum. */
+inline std::string rmcNow(const char *lat, const char *ns, const char *lon, const char *ew) {
+    time_t t = time(nullptr);
+    struct tm u;
+    gmtime_r(&t, &u);
+    char body[160], line[200];
+    snprintf(body, sizeof(body), "GPRMC,%02d%02d%02d,A,%s,%s,%s,%s,3.0,180.0,%02d%02d%02d,,,A", u.tm_hour, u.tm_min,
+             u.tm_sec, lat, ns, lon, ew, u.tm_mday, u.tm_mon + 1, u.tm_year % 100);
+    unsigned char sum = 0;
+    for (const char *p = body; *p; p++) sum ^= (unsigned char)*p;
+    snprintf(line, sizeof(line), "$%s*%02X\r\n", body, sum);
+    return line;
+}
+
+#endif

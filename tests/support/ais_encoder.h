@@ -30,9 +30,11 @@ inline unsigned textValue(char c) {
 /* A bit string built most significant bit first. */
 class Bits {
   public:
-    /* Appends the low width bits of v (negative v in two's complement). */
+    /* Appends the low width bits of v (negative v in two's complement);
+    ** a width above 64 pads with the sign on the left. */
     Bits &put(int64_t v, int width) {
-        for (int i = width - 1; i >= 0; i--) bits_.push_back((uint8_t)(((uint64_t)v >> i) & 1));
+        for (int i = width - 1; i >= 0; i--)
+            bits_.push_back((uint8_t)(((uint64_t)v >> (i < 64 ? i : 63)) & 1));
         return *this;
     }
     /* Appends chars six-bit characters of text, padded with '@'. */

@@ -48,17 +48,6 @@ class NavStatus : public NavFixture {
     ResponseBuffer out_;
 };
 
-TEST_F(NavStatus, EmptyStateReadsExactly) {
-    std::string b;
-    std::string reply = call("86400/50/0/4294967295", "*", 1, &b);
-    EXPECT_EQ("{\"navtime\":0,\"fix\":0,\"latY\":999.000000,\"lonX\":999.000000,\"hdg\":511,\"cog\":360,"
-              "\"dpt\":-100.0,\"wdir\":0.0,\"wspd\":0.0,\"sog\":0.0,\"hdop\":0.0,\"rot\":-128,\"aisuserid\":0,"
-              "\"nmea_stat\":0,\"ais\":[\n],\"track\":[]}",
-              b);
-    EXPECT_NE(std::string::npos, reply.find("Content-Type: text/plain; charset=UTF-8\r\n"));
-    EXPECT_EQ(0u, reply.find("HTTP/1.1 200 OK\r\n"));
-}
-
 TEST_F(NavStatus, NumberFormats) {
     gpsfix.navtime = (time_t)0x1FFFFFFFFLL; // low 32 bits read as -1
     gpsfix.fix = -12;

@@ -154,13 +154,6 @@ TEST_F(NavUpdate, BytesBehindTheTerminatorAreNotRead) {
     EXPECT_DOUBLE_EQ(-100, gpsfix.dpt);
 }
 
-TEST_F(NavUpdate, NothingWhileNotRunning) {
-    MR_STORE(mrApp.running, 0);
-    feed(kRmc);
-    EXPECT_DOUBLE_EQ(999, gpsfix.latY);
-    EXPECT_EQ(0, gpsfix.now);
-}
-
 TEST_F(NavUpdate, NoiseNeverCrashes) {
     srand(7);
     gpsfix.trackOn = 1;
@@ -176,28 +169,6 @@ TEST_F(NavUpdate, NoiseNeverCrashes) {
         feed(s.c_str(), i % 50 == 0);
     }
     SUCCEED();
-}
-
-TEST_F(NavUpdate, InjectedPositions) {
-    gpsfix.gpsSource = 1;
-    EXPECT_EQ(0, nmea_updateLL(5, 1, 2, 3, 4, 10));
-    EXPECT_DOUBLE_EQ(999, gpsfix.latY);
-
-    gpsfix.gpsSource = 0;
-    gpsfix.gpsIntern = 2;
-    feed("**"); // settle the source change first: it clears the position
-    EXPECT_EQ(2, nmea_updateLL(5, 54.5, 10.25, 3, 4, 12.7));
-    EXPECT_EQ(-12, gpsfix.fix);
-    EXPECT_DOUBLE_EQ(54.5, gpsfix.latY);
-    EXPECT_DOUBLE_EQ(10.25, gpsfix.lonX);
-    EXPECT_EQ(5, gpsfix.navtime);
-    EXPECT_EQ(-12, nema_getfix());
-}
-
-TEST(NavGeo, GreatCircle) {
-    EXPECT_NEAR(1853.249, geoDist(10, 54, 10, 54 + 1 / 60.0), 1e-3);
-    EXPECT_NEAR(6371000.8 * M_PI, geoDist(0, 0, 180, 0), 1e-3);
-    EXPECT_EQ(0, geoDist(10.123456, 54.654321, 10.123456, 54.654321));
 }
 
 // ---- track rows ----
@@ -245,28 +216,17 @@ TEST_F(NavTrack, DistanceAndIntervalThresholds) {
 }
 
 TEST_F(NavTrack, InjectedAccuracyGate) {
+    EXPECT_EQ(0, nmea_updateLL(1, 54.5, 10, 0, 0, 40)) << "refused while the source is NMEA";
+    EXPECT_EQ(0u, trackRows());
     gpsfix.gpsSource = 0;
+    gpsfix.gpsIntern = 2;
     feed("**");
     gpsfix.trackOn = 1;
     nmea_updateLL(1, 54.5, 10, 0, 0, 60);
     EXPECT_EQ(0u, trackRows());
-    nmea_updateLL(1, 54.5, 10, 0, 0, 40);
+    EXPECT_EQ(2, nmea_updateLL(1, 54.5, 10, 0, 0, 40));
     EXPECT_EQ(1u, trackRows());
-}
-
-TEST_F(NavTrack, LostFeedKeepsLoggingAtTheLastPosition) {
-    gpsfix.trackOn = 1;
-    gpsfix.logInterval = 10;
-    rmcAt("30.0000", 0);
-    MR_STORE(nmea_stat, -1); // feed reconnecting
-    feed("$HCHDG,1,,,,*00", 11);
-    ASSERT_EQ(2u, trackRows());
-    EXPECT_EQ(998, gpsfix.fix);
-    sqlite3_stmt *st = NULL;
-    sqlite3_prepare_v2(mrApp.tripDb, "SELECT COUNT(DISTINCT x||','||y) FROM log", -1, &st, NULL);
-    ASSERT_EQ(SQLITE_ROW, sqlite3_step(st));
-    EXPECT_EQ(1, sqlite3_column_int(st, 0)) << "rows at the last position held";
-    sqlite3_finalize(st);
+    EXPECT_EQ(-40, nema_getfix());
 }
 
 TEST_F(NavTrack, NoRowsAfterTheFixIsLost) {

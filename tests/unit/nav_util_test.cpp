@@ -99,22 +99,6 @@ TEST(NavUtil, Checksums) {
     EXPECT_EQ(2, check_nmea_checksum("$AB", nullptr));
 }
 
-TEST(NavUtil, HexDigits) {
-    const char *digits = "0123456789ABCDEFabcdef";
-    const int32_t want[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 10, 11, 12, 13, 14, 15};
-    for (int i = 0; digits[i]; i++) EXPECT_EQ(want[i], ahextobin(digits + i)) << digits[i];
-    for (const char *bad : {"G", "g", " ", "", "\xff"}) EXPECT_EQ(-1, ahextobin(bad)) << bad;
-}
-
-TEST(NavUtil, TokenizerKeepsEmptyTokens) {
-    std::vector<char> s = {'a', ',', ',', 'b', 0, 0};
-    char *cur = s.data();
-    std::vector<std::string> got;
-    for (char *t; (t = xtrtok(',', &cur)) != nullptr;) got.push_back(t);
-    EXPECT_EQ((std::vector<std::string>{"a", "", "b"}), got);
-    EXPECT_EQ(s.data() + 5, cur); // one past the terminator
-}
-
 TEST(NavUtil, CoordinatesToDegrees) {
     struct {
         const char *coord, *hemi;

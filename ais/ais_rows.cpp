@@ -269,6 +269,37 @@ static void row_sar(const AisMsg9 *m, char *row, size_t size) {
     row_position(row, size, m->userid, m->msgid, x, y, m->sog, m->cog, 511, -128, 15);
 }
 
+/* mktime of a base station's fields. mktime re-reads the time zone file on
+** every call, which costs microseconds, and base stations report every few
+** seconds; so the result for the report's hour is kept and its minutes and
+** seconds are added, as long as the UTC offset is the same at both ends.
+** Otherwise, and for a new hour, mktime decides. Feed thread only. */
+static time_t ais_mktime(struct tm *tm) {
+    static struct {
+        int valid, year, mon, mday, hour;
+        time_t base;
+    } hour;
+    if (hour.valid && hour.year == tm->tm_year && hour.mon == tm->tm_mon &&
+        hour.mday == tm->tm_mday && hour.hour == tm->tm_hour) {
+        time_t t = hour.base + tm->tm_min * 60 + tm->tm_sec;
+        struct tm atBase, atT;
+        localtime_r(&hour.base, &atBase);
+        localtime_r(&t, &atT);
+        if (atBase.tm_gmtoff == atT.tm_gmtoff) return t;
+    }
+    struct tm top = *tm;
+    top.tm_min = 0;
+    top.tm_sec = 0;
+    time_t base = mktime(&top);
+    hour.valid = base != (time_t)-1;
+    hour.year = tm->tm_year;
+    hour.mon = tm->tm_mon;
+    hour.mday = tm->tm_mday;
+    hour.hour = tm->tm_hour;
+    hour.base = base;
+    return mktime(tm);
+}
+
 /* Sets aistime from a base station's UTC fields, read as local time like
 ** the fix's navtime, and makes the base station row. */
 static void row_base_station(const AisMsg4 *m, char *row, size_t size) {
@@ -280,7 +311,7 @@ static void row_base_station(const AisMsg4 *m, char *row, size_t size) {
     tm.tm_hour = m->utc_hour;
     tm.tm_min = m->utc_minute;
     tm.tm_sec = m->utc_second;
-    aistime = mktime(&tm);
+    aistime = ais_mktime(&tm);
 
     int32_t x, y;
     ais_merc_raw(m->lat, m->lon, &y, &x);

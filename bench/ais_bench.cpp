@@ -40,6 +40,14 @@ static std::vector<std::string> mix(int n) {
         else if (r < 98) type = 21;
         else type = r == 98 ? 24 : 124;
         aisenc::Message m = aisenc::randomMessage(rng, type);
+        if (type == 4) {  // base stations send the time of day, a few seconds apart
+            m.set("utc_year", 2026);
+            m.set("utc_month", 11);
+            m.set("utc_day", 21);
+            m.set("utc_hour", 5 + i / 720000);
+            m.set("utc_minute", (i / 12000) % 60);
+            m.set("utc_second", (i / 200) % 60);
+        }
         for (const std::string &s : m.sentences("AIVDM", 60, i % 10)) out.push_back(s);
     }
     return out;

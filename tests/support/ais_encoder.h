@@ -119,6 +119,17 @@ struct Message {
             if (f.name == name) return f.text;
         return std::string();
     }
+    /* Sets a field and encodes the message again. */
+    void set(const std::string &name, int64_t value) {
+        bits = Bits();
+        for (Field &f : fields) {
+            if (f.name == name) f.value = value;
+            if (f.width)
+                bits.put(f.value, f.width);
+            else
+                bits.text(f.text, f.chars);
+        }
+    }
     std::vector<std::string> sentences(const std::string &talker = "AIVDM", size_t maxChars = 60,
                                        int seqId = 1) const {
         return aisenc::sentences(bits, talker, maxChars, seqId);

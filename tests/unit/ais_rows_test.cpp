@@ -102,10 +102,7 @@ TEST_F(AisRows, RandomMessagesGiveTheirRows) {
                 feed(m);
                 EXPECT_EQ("", rowsOf(takeRows()));
                 aisenc::Message b = aisenc::randomMessage(rng, 124);
-                b.fields[2].value = m.num("userid");
-                b.bits = aisenc::Bits();
-                for (const aisenc::Field &f : b.fields)
-                    f.width ? (void)b.bits.put(f.value, f.width) : (void)b.bits.text(f.text, f.chars);
+                b.set("userid", m.num("userid"));
                 m.fields.insert(m.fields.end(), b.fields.begin() + 3, b.fields.end());
                 m.bits = b.bits;
             }
@@ -198,6 +195,27 @@ TEST_F(AisRows, BaseStationMovesTheTimeColumn) {
     EXPECT_EQ("[2190047,4," + t + ",20015089,20015089],\n[222222222,18," + t +
                   ",20015089,20015089,0,0,0,-128,0]",
               rowsOf(takeRows()));
+}
+
+TEST_F(AisRows, BaseStationTimesWithinOneHour) {
+    // reports of one hour, including the out-of-range minute and second
+    // values six bits allow, give what mktime gives for each; the hours are
+    // those of a spring change of UTC offset in central Europe
+    const int minSec[][2] = {{0, 0}, {59, 59}, {12, 60}, {63, 63}, {30, 1}, {0, 61}};
+    for (int hour = 0; hour < 4; hour++) {
+        for (const auto &ms : minSec) {
+            aisenc::Bits b;
+            b.put(4, 6).put(0, 2).put(2190047, 30).put(2026, 14).put(3, 4).put(29, 5);
+            b.put(hour, 5).put(ms[0], 6).put(ms[1], 6).put(0, 90);
+            for (std::string l : aisenc::sentences(b)) ProcessAIS(&l[0]);
+            struct tm tm;
+            memset(&tm, 0, sizeof(tm));
+            tm.tm_year = 126, tm.tm_mon = 2, tm.tm_mday = 29, tm.tm_hour = hour;
+            tm.tm_min = ms[0], tm.tm_sec = ms[1];
+            EXPECT_EQ(mktime(&tm), aistime) << hour << ":" << ms[0] << ":" << ms[1];
+        }
+    }
+    takeRows();
 }
 
 TEST_F(AisRows, JsonStrings) {
@@ -302,6 +320,11 @@ TEST_F(AisRows, OwnShip) {
 }
 
 TEST_F(AisRows, EtaTimeStamp) {
+    // in UTC, so that a summer-time offset does not move the fields read back
+    const char *tz = getenv("TZ");
+    std::string saved = tz ? tz : "";
+    setenv("TZ", "UTC", 1);
+    tzset();
     EXPECT_EQ(0, getTimeStamp(0));
     struct Case {
         uint32_t month, day, hour;
@@ -315,4 +338,9 @@ TEST_F(AisRows, EtaTimeStamp) {
         EXPECT_EQ(c.wantMday, lt.tm_mday);
         EXPECT_EQ(c.wantMin, lt.tm_min);
     }
+    if (tz)
+        setenv("TZ", saved.c_str(), 1);
+    else
+        unsetenv("TZ");
+    tzset();
 }

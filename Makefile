@@ -85,3 +85,10 @@ bench: build
 
 clean:
 	rm -rf build build-asan
+
+# AIS: gpsdecode cross-checks the tests' AIS encoder; clang builds the fuzz
+# target with libFuzzer. `make fuzz-smoke` runs it for FUZZ_SECONDS.
+APT_PACKAGES += gpsd-clients clang
+.PHONY: fuzz-smoke
+fuzz-smoke: deps
+	$(MAKE) -C fuzz smoke

@@ -405,17 +405,19 @@ kelvor.settings = (function () {
     };
 
     /* show(false) only fills the inputs; show(tab) also opens the dialogue
-    ** on that tab. */
+    ** on that tab. The inputs are filled once: after that they keep what
+    ** the user left in them, and done() reads them back. */
     s.show = function (tab) {
         if (!s._filled) s.fill();
         if (tab === false) return;
-        s.fill();
         s.showTab(tab || "np_settings_chart");
         cpApp.sizeDialog(document.getElementById("np_settings_dlg"));
     };
 
     s.done = function () {
         var lang = s.k.S.i_settings_language;
+        /* inputs never filled would read back as the page's blanks */
+        if (!s._filled) s.fill();
         s.read();
         if (cpApp && cpApp.activeDialog && cpApp.activeDialog.id === "np_settings_dlg") cpApp.closeDlg();
         if (cpApp) cpApp.changeScreenSize(s.k.S.i_settings_screensize);

@@ -764,18 +764,32 @@ kelvor.vmap.prototype = {
         this.canvas.addEventListener("DOMMouseScroll", wheel, { passive: false });
     },
 
-    /* Zooms by nz about the screen point (mx, my). */
+    /* A screen offset from the view centre as an offset in the map plane
+    ** (the map turns by `rotation` on screen). */
+    _unrotate: function (ox, oy) {
+        var c = Math.cos(this.rotation), s = Math.sin(this.rotation);
+        return { x: ox * c + oy * s, y: -ox * s + oy * c };
+    },
+
+    /* Moves the view by a screen distance. cx, cy wait for the gathered
+    ** zoom, so screen pixels count 1 / newScaleFactor there. */
+    _panBy: function (dx, dy) {
+        var o = this._unrotate(dx, dy), g = this.newScaleFactor;
+        this.cx -= o.x / g;
+        this.cy -= o.y / g;
+    },
+
+    /* Zooms by nz about the screen point (mx, my): cx = p - (p - cx) / nz
+    ** with p the point under the pointer. The offset is taken from the
+    ** current centre rather than the last render's transform, so several
+    ** steps between two passes (a pinch) add up correctly. */
     onZoom: function (mx, my, nz) {
         var z = Math.log(nz * this.base * this.newScaleFactor) / Math.LN2 - 8;
         if (nz < 1 && z < 3) return false;
         if (nz > 1 && z > this.MAXZOOM) return false;
-        var p = this._toMap(mx, my);
-        /* p is in the plane of the last render; any zoom already gathered
-        ** applies to the centre first */
-        var g = this.newScaleFactor;
-        var cx = this.cx * g, cy = this.cy * g, px = p.x * g, py = p.y * g;
-        this.cx = (px - (px - cx) / nz) / g;
-        this.cy = (py - (py - cy) / nz) / g;
+        var o = this._unrotate(mx - this.hx, my - this.hy), g = this.newScaleFactor;
+        this.cx += o.x * (1 - 1 / nz) / g;
+        this.cy += o.y * (1 - 1 / nz) / g;
         this.newScaleFactor *= nz;
         this.lastMouseB = 99;
         this.paintByTimer();
@@ -852,8 +866,7 @@ kelvor.vmap.prototype = {
             if (!this._pinch || this.lastPointerCount !== n) {
                 this._pinch = true;
             } else if ((Math.abs(dx) < 20 || Math.abs(dy) < 20) && f > 0.5 && f < 5) {
-                this.cx -= dx;
-                this.cy -= dy;
+                this._panBy(dx, dy);
                 this.lastMouseX = pt.x;
                 this.lastMouseY = pt.y;
                 this.onZoom(pt.x, pt.y, f);
@@ -879,10 +892,7 @@ kelvor.vmap.prototype = {
             so.o.onMove(this.ctx, dx / this.scm, dy / this.scm);
             this.paintByTimer();
         } else if (this.lastPointerCount === 1) {
-            /* a pan is in screen pixels; undo the rotation for the map */
-            var c = Math.cos(this.rotation), s = Math.sin(this.rotation);
-            this.cx -= dx * c + dy * s;
-            this.cy -= -dx * s + dy * c;
+            this._panBy(dx, dy);
             this.mouseMoved = true;
             this.paintByTimer();
             this._endFollow();

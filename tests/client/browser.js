@@ -75,6 +75,7 @@ async function openPage(opts) {
         args: ['--headless', '--no-sandbox', '--enable-unsafe-swiftshader', '--disable-background-networking',
             '--disable-component-update', '--disable-sync', '--no-first-run'],
         viewport: { width: (opts && opts.width) || 1280, height: (opts && opts.height) || 800 },
+        hasTouch: !!(opts && opts.touch),
     });
     const page = ctx.pages()[0] || await ctx.newPage();
     page.errors = [];

@@ -278,6 +278,14 @@ test('wheel zoom keeps the point under the pointer and stops at the limits', () 
     // after the gathered factor applies, the same world point is under the pointer
     const cx = m.cx * m.newScaleFactor, cy = m.cy * m.newScaleFactor;
     assert.ok(Math.abs(cx - 640 + 900 - before.x * 1.25) < 1e-6 && Math.abs(cy - 400 + 200 - before.y * 1.25) < 1e-6);
+
+    // steps gathered between two passes (a pinch) add up to one step
+    const one = bareMap(ctx, Math.pow(2, 18)), two = bareMap(ctx, Math.pow(2, 18));
+    for (const m2 of [one, two]) { m2.cx = 100000; m2.cy = 50000; }
+    one.onZoom(900, 200, 1.5);
+    two.onZoom(900, 200, 1.25);
+    two.onZoom(900, 200, 1.2);
+    for (const f of ['cx', 'cy', 'newScaleFactor']) assert.ok(Math.abs(one[f] - two[f]) < 1e-6, f);
 });
 
 /* A host with one chart pack for the pack loading tests. */

@@ -163,6 +163,36 @@ for (const gl of [false, true]) {
     });
 }
 
+test('a two-finger pinch zooms about its centre, a short tap does not pan', async () => {
+    await withPage(async (page) => {
+        await setAndReload(page, () => { kelvor.settings.k.wizzard = COREVERSION; });
+        await settled(page);
+        const cdp = await page.context().newCDPSession(page);
+        const touch = (type, pts) => cdp.send('Input.dispatchTouchEvent',
+            { type, touchPoints: pts.map(([x, y], id) => ({ x, y, id })) });
+        const v0 = await page.evaluate(view);
+        // a tap with a jitter below 20 pixels leaves the view
+        await touch('touchStart', [[300, 300]]);
+        await touch('touchMove', [[310, 308]]);
+        await touch('touchEnd', []);
+        await settled(page);
+        const v1 = await page.evaluate(view);
+        assert.deepStrictEqual([v1.cx, v1.cy, v1.zoom], [v0.cx, v0.cy, v0.zoom]);
+        // fingers 200 pixels apart spread to 300 about the point (600, 400)
+        await touch('touchStart', [[500, 400], [700, 400]]);
+        for (let i = 1; i <= 10; i++) await touch('touchMove', [[500 - i * 5, 400], [700 + i * 5, 400]]);
+        await touch('touchEnd', []);
+        await settled(page);
+        const v2 = await page.evaluate(view);
+        const dz = v2.zoom - v1.zoom;
+        assert.ok(dz > 0.4 && dz < 0.6, `zoomed by ${dz}`);
+        // the point under the fingers' centre stays there (each pass rounds the centre)
+        const f = Math.pow(2, dz);
+        assert.ok(Math.abs((v1.cx + (600 - 640)) * f - (600 - 640) - v2.cx) < 6, 'x about the centre');
+        assert.ok(Math.abs((v1.cy + (400 - 400)) * f - (400 - 400) - v2.cy) < 6, 'y about the centre');
+    }, { touch: true });
+});
+
 test('settings from the dialogue survive a reload', async () => {
     await withPage(async (page) => {
         await setAndReload(page, () => { kelvor.settings.k.wizzard = COREVERSION; });

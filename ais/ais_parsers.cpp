@@ -591,7 +591,9 @@ unsigned parse_ais_21(VdmAssembly *a, AisMsg21 *m) {
 }
 
 /* Channel management. Gate: exactly 28 characters. Corners come in 1/10
-** minute; addressed, they carry two destination ids instead. */
+** minute; addressed, they carry two destination ids instead. One spare bit
+** is read after the MMSI where the published layout has two, so the later
+** fields sit one bit early; no row uses this message. */
 unsigned parse_ais_22(VdmAssembly *a, AisMsg22 *m) {
     if (a == NULL || m == NULL) return AIS_ERR_NULL;
     if (strlen(a->six.bits) != 28) return AIS_ERR_LENGTH;

@@ -6,8 +6,6 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <functional>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -24,137 +22,50 @@ static std::string jsonValue(const std::string &line, const std::string &key) {
     return v == "true" ? "1" : v == "false" ? "0" : v;
 }
 
-static std::string fmt(const char *f, int64_t a, int64_t b, int64_t c, int64_t d, int64_t e = 0,
-                       int64_t g = 0) {
-    char buf[64];
-    snprintf(buf, sizeof(buf), f, (int)a, (int)b, (int)c, (int)d, (int)e, (int)g);
-    return buf;
-}
+// gpsd's JSON keys and the encoder's field names that carry the same value.
+static const char *const sameValue[][2] = {
+    {"repeat", "repeat"}, {"mmsi", "userid"}, {"status", "nav_status"}, {"speed", "sog"},
+    {"accuracy", "pos_acc"}, {"lon", "lon"}, {"lat", "lat"}, {"course", "cog"},
+    {"heading", "hdg"}, {"second", "utc_sec"}, {"raim", "raim"}, {"imo", "imo"},
+    {"ais_version", "version"}, {"shiptype", "shiptype"}, {"to_bow", "bow"},
+    {"to_stern", "stern"}, {"to_port", "port"}, {"to_starboard", "starboard"},
+    {"epfd", "pos_type"}, {"draught", "draught"}, {"dte", "dte"}, {"alt", "altitude"},
+    {"cs", "unit_flag"}, {"display", "display_flag"}, {"dsc", "dsc_flag"},
+    {"band", "band_flag"}, {"msg22", "msg22_flag"}, {"aid_type", "type"},
+    {"off_position", "off_position"}, {"virtual_aid", "virtual_aton"},
+    {"callsign", "callsign"}, {"shipname", "name"}, {"destination", "dest"},
+};
 
-// gpsd's view of a generated message: its keys with the values they must
-// carry.
-static std::map<std::string, std::string> expected(const aisenc::Message &m, int type) {
-    auto n = [&](const char *f) { return std::to_string(m.num(f)); };
-    std::map<std::string, std::string> e = {{"mmsi", n("userid")}, {"repeat", n("repeat")}};
-    auto position = [&]() {
-        e["lon"] = n("lon");
-        e["lat"] = n("lat");
-        e["accuracy"] = n("pos_acc");
-    };
-    auto dims = [&]() {
-        e["to_bow"] = n("bow");
-        e["to_stern"] = n("stern");
-        e["to_port"] = n("port");
-        e["to_starboard"] = n("starboard");
-    };
-    auto radio20 = [&]() {
-        int64_t r = m.num("comm_state") == 0
-                        ? (m.num("sotdma_state") << 17) | (m.num("slot_timeout") << 14) |
-                              m.num("sub_message")
-                        : (1 << 19) | (m.num("itdma_state") << 17) |
-                              (m.num("slot_increment") << 4) | (m.num("num_slots") << 1) |
-                              m.num("keep");
-        e["radio"] = std::to_string(r);
-    };
-    switch (type) {
-    case 1:
-    case 2:
-    case 3:
-        position();
-        e["status"] = n("nav_status");
-        e["turn"] = std::to_string((int8_t)m.num("rot"));
-        e["speed"] = n("sog");
-        e["course"] = n("cog");
-        e["heading"] = n("hdg");
-        e["second"] = n("utc_sec");
-        e["raim"] = n("raim");
-        e["radio"] = std::to_string(
-            (m.num("sync_state") << 17) |
-            (type == 3 ? (m.num("slot_increment") << 4) | (m.num("num_slots") << 1) | m.num("keep")
-                       : (m.num("slot_timeout") << 14) | m.num("sub_message")));
-        break;
-    case 4:
-        position();
-        e["timestamp"] = fmt("%04d-%02d-%02dT%02d:%02d:%02dZ", m.num("utc_year"),
-                             m.num("utc_month"), m.num("utc_day"), m.num("utc_hour"),
-                             m.num("utc_minute"), m.num("utc_second"));
-        e["epfd"] = n("pos_type");
-        e["raim"] = n("raim");
-        break;
-    case 5: {
-        dims();
+// Compares one gpsdecode line with the message; returns the keys compared.
+static int compare(const std::string &line, const aisenc::Message &m, int type) {
+    int compared = 0;
+    for (const auto &kv : sameValue) {
+        const aisenc::Field *f = nullptr;
+        for (const aisenc::Field &g : m.fields)
+            if (g.name == kv[1]) f = &g;
+        std::string got = jsonValue(line, kv[0]);
+        if (f == nullptr || got == "<missing>") continue;
+        EXPECT_EQ(f->width ? std::to_string(f->value) : f->text, got)
+            << "type " << type << " " << kv[0] << "\n" << line;
+        compared++;
+    }
+    char buf[64];
+    if (type <= 3) {
+        EXPECT_EQ(std::to_string((int8_t)m.num("rot")), jsonValue(line, "turn")) << line;
+    } else if (type == 4) {
+        snprintf(buf, sizeof(buf), "%04d-%02d-%02dT%02d:%02d:%02dZ", (int)m.num("utc_year"),
+                 (int)m.num("utc_month"), (int)m.num("utc_day"), (int)m.num("utc_hour"),
+                 (int)m.num("utc_minute"), (int)m.num("utc_second"));
+        EXPECT_EQ(buf, jsonValue(line, "timestamp")) << line;
+    } else if (type == 5) {
         int64_t eta = m.num("eta");
-        e["imo"] = n("imo");
-        e["callsign"] = m.str("callsign");
-        e["shipname"] = m.str("name");
-        e["shiptype"] = n("shiptype");
-        e["epfd"] = n("pos_type");
-        e["eta"] = fmt("%02d-%02dT%02d:%02dZ", eta >> 16, (eta >> 11) & 31, (eta >> 6) & 31,
-                       eta & 63);
-        e["draught"] = n("draught");
-        e["destination"] = m.str("dest");
-        e["dte"] = n("dte");
-        break;
+        snprintf(buf, sizeof(buf), "%02d-%02dT%02d:%02dZ", (int)(eta >> 16), (int)(eta >> 11) & 31,
+                 (int)(eta >> 6) & 31, (int)eta & 63);
+        EXPECT_EQ(buf, jsonValue(line, "eta")) << line;
+    } else if (type == 21) {  // gpsd appends the name extension to the name
+        EXPECT_EQ(0u, jsonValue(line, "name").find(m.str("name"))) << line;
     }
-    case 9:
-        position();
-        radio20();
-        e["alt"] = n("altitude");
-        e["speed"] = n("sog");
-        e["course"] = n("cog");
-        e["second"] = n("utc_sec");
-        e["dte"] = n("dte");
-        e["raim"] = n("raim");
-        break;
-    case 18:
-        position();
-        radio20();
-        e["speed"] = n("sog");
-        e["course"] = n("cog");
-        e["heading"] = n("hdg");
-        e["second"] = n("utc_sec");
-        e["cs"] = n("unit_flag");
-        e["display"] = n("display_flag");
-        e["dsc"] = n("dsc_flag");
-        e["band"] = n("band_flag");
-        e["msg22"] = n("msg22_flag");
-        e["raim"] = n("raim");
-        break;
-    case 19:
-        position();
-        dims();
-        e["speed"] = n("sog");
-        e["course"] = n("cog");
-        e["heading"] = n("hdg");
-        e["second"] = n("utc_sec");
-        e["shipname"] = m.str("name");
-        e["shiptype"] = n("shiptype");
-        e["epfd"] = n("pos_type");
-        e["raim"] = n("raim");
-        e["dte"] = n("dte");
-        break;
-    case 21:
-        position();
-        dims();
-        e["aid_type"] = n("type");
-        e["epfd"] = n("pos_type");
-        e["second"] = n("utc_sec");
-        e["off_position"] = n("off_position");
-        e["raim"] = n("raim");
-        e["virtual_aid"] = n("virtual_aton");
-        break;
-    case 24:
-        e["part"] = "A";
-        e["shipname"] = m.str("name");
-        break;
-    case 124:
-        dims();
-        e["part"] = "B";
-        e["shiptype"] = n("shiptype");
-        e["callsign"] = m.str("callsign");
-        break;
-    }
-    return e;
+    return compared;
 }
 
 TEST(AisGpsdecode, EncoderAgreesWithGpsd) {
@@ -190,14 +101,6 @@ TEST(AisGpsdecode, EncoderAgreesWithGpsd) {
     for (size_t i = 0; i < table.size(); i++) {
         int type = table[i].first;
         EXPECT_EQ(std::to_string(type == 124 ? 24 : type), jsonValue(lines[i], "type"));
-        for (const auto &kv : expected(table[i].second, type)) {
-            std::string got = jsonValue(lines[i], kv.first);
-            EXPECT_EQ(kv.second, got) << "type " << type << " #" << i << " " << kv.first << "\n"
-                                      << lines[i];
-        }
-        if (type == 21) {  // gpsd appends the name extension to the name
-            std::string name = jsonValue(lines[i], "name");
-            EXPECT_EQ(table[i].second.str("name"), name.substr(0, table[i].second.str("name").size()));
-        }
+        EXPECT_GE(compare(lines[i], table[i].second, type), type == 24 ? 3 : 7) << lines[i];
     }
 }

@@ -7,6 +7,10 @@
 ** Each test is strncmp with the exact length of its prefix, so every entry
 ** is a pure prefix ("/quit!x" also quits). Unknown GET paths fall through
 ** to a lookup of the whole path in the chart pack.
+**
+** chartDb and appDb can be replaced by another connection at any moment, so
+** routes on them use the guarded handler forms, which take the handle from
+** its field under the store's handle guard (see pack_store.h).
 */
 #include "http/routes.h"
 
@@ -153,7 +157,8 @@ static void route_app(ResponseBuffer *out, const char *path) {
         readFromFileSystem(out, REST(path, "/app/"));
         return;
     }
-    getValue(out, path, mrApp.appDb, PREFIX(path, "/app/img") ? mrApp.skin : mrApp.alang);
+    /* appDb can be replaced meanwhile; the guarded form reads it again */
+    getValueAt(out, path, &mrApp.appDb, PREFIX(path, "/app/img") ? mrApp.skin : mrApp.alang);
 }
 
 void route_get(ResponseBuffer *out, const char *path) {
@@ -171,9 +176,9 @@ void route_get(ResponseBuffer *out, const char *path) {
     } else if (PREFIX(path, "/getValue/")) {
         getValue(out, REST(path, "/getValue/"), mrApp.tripDb, "**");
     } else if (PREFIX(path, "/getMapData/")) {
-        getValue(out, REST(path, "/getMapData/"), mrApp.chartDb, mrApp.mlang);
+        getValueAt(out, REST(path, "/getMapData/"), &mrApp.chartDb, mrApp.mlang);
     } else if (PREFIX(path, "/getMapDataA/")) {
-        getValueA(out, REST(path, "/getMapDataA/"), mrApp.chartDb, mrApp.mlang);
+        getValueAAt(out, REST(path, "/getMapDataA/"), &mrApp.chartDb, mrApp.mlang);
     } else if (PREFIX(path, "/getAuth/")) {
         route_getAuth(out, REST(path, "/getAuth/"));
     } else if (PREFIX(path, "/getcrc32/")) {
@@ -196,13 +201,13 @@ void route_get(ResponseBuffer *out, const char *path) {
         buffReset(out);
         buffSendHttp(out, NULL, 4, 0);
     } else if (PREFIX(path, "/MexecSql/")) {
-        execSql(out, REST(path, "/MexecSql/"), mrApp.chartDb, NULL, 0);
+        execSqlAt(out, REST(path, "/MexecSql/"), &mrApp.chartDb, NULL, 0);
     } else if (PREFIX(path, "/kvt/")) {
         getValue(out, REST(path, "/kvt/"), mrApp.tripDb, mrApp.mlang);
     } else if (PREFIX(path, "/inAppPurchase/")) {
         route_inAppPurchase(out);
     } else {
-        getValue(out, path, mrApp.chartDb, mrApp.mlang);
+        getValueAt(out, path, &mrApp.chartDb, mrApp.mlang);
     }
 }
 
@@ -219,7 +224,7 @@ void route_post(ResponseBuffer *out, const char *path, const char *body, int n) 
     } else if (PREFIX(path, "/UPexecSql/")) {
         execSql(out, REST(path, "/UPexecSql/"), mrApp.tripDb, body, n);
     } else if (PREFIX(path, "/MexecSql")) {
-        execSql(out, body, mrApp.chartDb, NULL, 0);
+        execSqlAt(out, body, &mrApp.chartDb, NULL, 0);
     } else if (PREFIX(path, "/getSetHostStat/")) {
         getSetHostStat(out, REST(path, "/getSetHostStat/"), body, n);
     } else if (PREFIX(path, "/postShare/")) {

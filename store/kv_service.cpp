@@ -11,9 +11,9 @@
 
 #include "store/pack_store.h"
 
-/* Sends the first row of key in language or "**" ("**" rows come first
-** through the index order). Returns 0, or 404 with a plain-text page. */
-int getValue(ResponseBuffer *b, const char *key, sqlite3 *db, const char *language) {
+/* Collects the reply of getValue into b without sending it; the reply type
+** is left in b->contentType. Returns 0, or 404. */
+static int kv_collect(ResponseBuffer *b, const char *key, sqlite3 *db, const char *language) {
     sqlite3_stmt *stmt = NULL;
     int result = 404;
 
@@ -43,13 +43,33 @@ int getValue(ResponseBuffer *b, const char *key, sqlite3 *db, const char *langua
         b->contentType = 4;
     }
     sqlite3_finalize(stmt);
-    buffSendHttp(b, NULL, b->contentType, b->contentType == 6 ? 900 : 0);
     return result;
 }
 
-/* Sends every row of key in language or "**" joined as "[v1,v2,...]",
-** status 200 always. Returns 0. */
-int getValueA(ResponseBuffer *b, const char *key, sqlite3 *db, const char *language) {
+/* Images (type 6) are the only cacheable documents. */
+static void kv_send(ResponseBuffer *b) {
+    buffSendHttp(b, NULL, b->contentType, b->contentType == 6 ? 900 : 0);
+}
+
+/* Sends the first row of key in language or "**" ("**" rows come first
+** through the index order). Returns 0, or 404 with a plain-text page. */
+int getValue(ResponseBuffer *b, const char *key, sqlite3 *db, const char *language) {
+    int result = kv_collect(b, key, db, language);
+    kv_send(b);
+    return result;
+}
+
+int getValueAt(ResponseBuffer *b, const char *key, sqlite3 *const *slot, const char *language) {
+    int result;
+    mr_db_read_begin();
+    result = kv_collect(b, key, *slot, language);
+    mr_db_read_end();
+    kv_send(b);
+    return result;
+}
+
+/* Collects every row of key in language or "**" joined as "[v1,v2,...]". */
+static void kv_collect_all(ResponseBuffer *b, const char *key, sqlite3 *db, const char *language) {
     sqlite3_stmt *stmt = NULL;
     int first = 1;
 
@@ -65,6 +85,20 @@ int getValueA(ResponseBuffer *b, const char *key, sqlite3 *db, const char *langu
     }
     sqlite3_finalize(stmt);
     buffAddChar(b, "]");
+}
+
+/* Sends every row of key in language or "**" joined as "[v1,v2,...]",
+** status 200 always (a key with no rows gives "[]"). Returns 0. */
+int getValueA(ResponseBuffer *b, const char *key, sqlite3 *db, const char *language) {
+    kv_collect_all(b, key, db, language);
+    buffSendHttp(b, NULL, 5, 0);
+    return 0;
+}
+
+int getValueAAt(ResponseBuffer *b, const char *key, sqlite3 *const *slot, const char *language) {
+    mr_db_read_begin();
+    kv_collect_all(b, key, *slot, language);
+    mr_db_read_end();
     buffSendHttp(b, NULL, 5, 0);
     return 0;
 }

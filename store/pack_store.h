@@ -10,6 +10,7 @@
 #ifndef MAREPLOT_PACK_STORE_H
 #define MAREPLOT_PACK_STORE_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "http/response_buffer.h"
@@ -26,9 +27,46 @@ int getValueA(ResponseBuffer *b, const char *key, struct sqlite3 *db, const char
 int setValue(ResponseBuffer *b, const char *key, const void *value, int32_t valueLength, int type,
              struct sqlite3 *db);
 
+/* Guarded forms for the replaceable handles (chartDb, appDb): the handle is
+** read from *slot and used under the read side of the handle guard, which
+** is released before the reply goes out. Replies are those of the plain
+** forms with db = *slot. */
+int getValueAt(ResponseBuffer *b, const char *key, struct sqlite3 *const *slot,
+               const char *language);
+int getValueAAt(ResponseBuffer *b, const char *key, struct sqlite3 *const *slot,
+                const char *language);
+
 /* ---- tiles ---- */
+/* Sends one tile of chartDb (type 6) or the 35-byte one-pixel GIF (type 8),
+** both with max-age 900. text is "A<pack>/<z>/<y>/<x>" for getTile and
+** "A<pack>/<zyx>" for getTileI; the pack number is read and not used.
+** Returns 0 when a tile was sent, 404 for the GIF. */
 int getTile(ResponseBuffer *b, const char *text);
 int getTileI(ResponseBuffer *b, const char *text);
+/* The keys of those two texts: zoom as unsigned 32 bits shifted by 40, y
+** and x sign-extended, y shifted by 20, combined by OR. Return 0, or -1
+** (key untouched) when the text does not have the form. */
+int tile_key_of_coords(const char *text, int64_t *key);
+int tile_key_of_id(const char *text, int64_t *key);
+
+/* ---- the handle guard ----
+** chartDb and appDb may be closed and replaced by one thread while others
+** run statements on them. Every use of either handle by a request happens
+** between mr_db_read_begin and mr_db_read_end; every replacement goes
+** through mr_db_swap (or between mr_db_write_begin and mr_db_write_end).
+** The read side is never held across a send and never taken twice by one
+** thread; the write side waits for the readers in flight and holds new
+** ones back, so a pack switch is never starved by a stream of tiles.
+** tripDb is never replaced and needs no guard. */
+void mr_db_read_begin(void);
+void mr_db_read_end(void);
+void mr_db_write_begin(void);
+void mr_db_write_end(void);
+/* Closes the handle in *slot (when there is one) and stores db in its
+** place, under the write side. db may be NULL. For the pack download's
+** install step: mr_db_swap(&mrApp.appDb, NULL) before the file is
+** replaced, then open the new file and mr_db_swap(&mrApp.appDb, newDb). */
+void mr_db_swap(struct sqlite3 **slot, struct sqlite3 *db);
 
 /* ---- saved state and the database set ---- */
 /* Collects the reply of /getSetState/<text>; the route sends it. */
@@ -38,12 +76,23 @@ int loadOrSaveDb(struct sqlite3 *db, const char *fileName, int isSave);
 /* ---- SQL gateway: writes the reply and sends it ---- */
 int execSql(ResponseBuffer *b, const char *statementText, struct sqlite3 *db, const void *blob,
             int blobLength);
+/* The same on a replaceable handle, under the guard (see getValueAt). */
+int execSqlAt(ResponseBuffer *b, const char *statementText, struct sqlite3 *const *slot,
+              const void *blob, int blobLength);
 
 /* ---- gazetteer and Mercator grid ---- */
 #define MERC_SPHERE_BASE 40030178.618589391188160183529977
 void toMerc(double latitude, double longitude, int32_t *y, int32_t *x);
 void pos2merc(int32_t latitude, int32_t longitude, int32_t *y, int32_t *x);
+/* Sends the places of chartDb around "<x>/<y>[/<range>]" as a JSON array,
+** nearest per rank, highest rank first (type 4, no cache). Returns 0. */
 int gazetteer(ResponseBuffer *b, const char *text);
+/* Reads "<x>/<y>[/<range>]"; range stays 5000 when absent. Returns the
+** count of numbers read (x and y stay 0 when missing). */
+int gaz_parse(const char *text, int32_t *x, int32_t *y, int32_t *range);
+/* Writes the gazetteer's SELECT for a square of half side range around
+** (x, y), bounds exclusive, computed with wrapping 32-bit arithmetic. */
+void gaz_sql(char *out, size_t size, int32_t x, int32_t y, int32_t range);
 
 /* ---- pack download ---- */
 void download(void);

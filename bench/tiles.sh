@@ -1,0 +1,122 @@
+#!/bin/bash
+# tiles.sh -- tile serving throughput: wrk on /getTileI/ over keep-alive
+# against build/mareplotd, and the same tile bytes served as a static file by
+# nginx on another loopback port, side by side at 1, 8 and 64 connections.
+#
+# Usage: bench/tiles.sh [build-dir] [seconds-per-run]
+# Installs wrk, nginx-light and sqlite3 when missing (Debian). Takes the port
+# lock, since the host binds the fixed port 19999. Prints a Markdown table.
+set -euo pipefail
+
+ROOT=$(cd "$(dirname "$0")/.." && pwd)
+BUILD=${1:-$ROOT/build}
+SECS=${2:-10}
+HOSTBIN=$BUILD/mareplotd
+NGINX_PORT=19989
+TILE_SIZE=2192       # the size of a typical base-pack tile
+KEY=3298535931904    # zoom 3, y 1, x 0
+
+need=""
+command -v wrk >/dev/null || need="$need wrk"
+command -v nginx >/dev/null || need="$need nginx-light"
+command -v sqlite3 >/dev/null || need="$need sqlite3"
+if [ -n "$need" ]; then
+    SUDO=$([ "$(id -u)" = 0 ] || echo sudo)
+    $SUDO apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends $need
+fi
+[ -x "$HOSTBIN" ] || { echo "build $HOSTBIN first" >&2; exit 1; }
+
+WORK=$(mktemp -d /tmp/mareplot-tilebench-XXXXXX)
+HOST_PID=""
+NGINX_PID=""
+cleanup() {
+    [ -n "$HOST_PID" ] && kill "$HOST_PID" 2>/dev/null || true
+    [ -n "$NGINX_PID" ] && kill "$NGINX_PID" 2>/dev/null || true
+    rm -rf "$WORK"
+}
+trap cleanup EXIT
+
+# One tile: PNG signature and random bytes, the same file for both servers.
+DATA=$WORK/home/.local/share/mareplot
+mkdir -p "$DATA" "$WORK/www/getTileI/A000009" "$WORK/nginx"
+{ printf '\211PNG\r\n\032\n'; head -c $((TILE_SIZE - 8)) /dev/urandom; } > "$WORK/tile.png"
+cp "$WORK/tile.png" "$WORK/www/getTileI/A000009/$KEY"
+sqlite3 "$DATA/A000009.marepack" <<SQL
+PRAGMA page_size=1024;
+CREATE TABLE kvt (k TEXT,v TEXT,t INTEGER, l TEXT);
+CREATE INDEX i_kv_lk ON kvt(l,k) ;
+CREATE TABLE tiles (verid INTEGER, zyx INTEGER PRIMARY KEY, png BLOB);
+INSERT INTO tiles (zyx,png) VALUES ($KEY, readfile('$WORK/tile.png'));
+WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i+1 FROM n WHERE i<6000)
+INSERT INTO tiles (zyx,png) SELECT $KEY + i, randomblob($TILE_SIZE) FROM n;
+SQL
+
+cat > "$WORK/nginx/nginx.conf" <<CONF
+worker_processes auto;
+daemon off;
+pid $WORK/nginx/nginx.pid;
+error_log $WORK/nginx/error.log;
+events { worker_connections 1024; }
+http {
+    access_log off;
+    sendfile on;
+    tcp_nodelay on;
+    keepalive_requests 100000;
+    client_body_temp_path $WORK/nginx;
+    proxy_temp_path $WORK/nginx;
+    fastcgi_temp_path $WORK/nginx;
+    uwsgi_temp_path $WORK/nginx;
+    scgi_temp_path $WORK/nginx;
+    server {
+        listen 127.0.0.1:$NGINX_PORT;
+        root $WORK/www;
+        default_type image/png;
+    }
+}
+CONF
+
+# wrk --latency: prints "Requests/sec:" and the 50% and 99% lines.
+run_wrk() { # url connections
+    local threads=$(( $2 < 2 ? 1 : 2 ))
+    wrk -t"$threads" -c"$2" -d"${SECS}s" --latency "$1" 2>&1
+}
+field() { # output label
+    case "$2" in
+    rps) awk '/^Requests\/sec:/ {print $2}' <<<"$1" ;;
+    p50) awk '$1=="50%" {print $2}' <<<"$1" ;;
+    p99) awk '$1=="99%" {print $2}' <<<"$1" ;;
+    esac
+}
+
+bench() {
+    nginx -c "$WORK/nginx/nginx.conf" -p "$WORK/nginx" &
+    NGINX_PID=$!
+    HOME=$WORK/home "$HOSTBIN" > "$WORK/host.log" 2>&1 &
+    HOST_PID=$!
+    for _ in $(seq 50); do
+        curl -s -o /dev/null http://127.0.0.1:19999/hostversion && break
+        sleep 0.1
+    done
+    curl -s "http://127.0.0.1:19999/getSetState/chartdb=A000009.marepack" > "$WORK/select.txt"
+    grep -q '^000 ' "$WORK/select.txt" || { echo "pack not selected: $(cat "$WORK/select.txt")" >&2; exit 1; }
+    local url="http://127.0.0.1:19999/getTileI/A000009/$KEY"
+    local ref="http://127.0.0.1:$NGINX_PORT/getTileI/A000009/$KEY"
+    cmp -s <(curl -s "$url") "$WORK/tile.png" || { echo "host tile differs" >&2; exit 1; }
+    cmp -s <(curl -s "$ref") "$WORK/tile.png" || { echo "nginx tile differs" >&2; exit 1; }
+
+    echo "| connections | mareplotd req/s | p50 | p99 | nginx req/s | p50 | p99 | ratio |"
+    echo "|---|---|---|---|---|---|---|---|"
+    for c in 1 8 64; do
+        h=$(run_wrk "$url" "$c")
+        n=$(run_wrk "$ref" "$c")
+        hr=$(field "$h" rps); nr=$(field "$n" rps)
+        ratio=$(awk -v a="$hr" -v b="$nr" 'BEGIN { printf "%.2f", (b > 0 ? a / b : 0) }')
+        echo "| $c | $hr | $(field "$h" p50) | $(field "$h" p99) | $nr | $(field "$n" p50) | $(field "$n" p99) | $ratio |"
+    done
+}
+
+# The host binds the fixed port: hold the lock that the black-box tests use.
+exec 9>/tmp/mareplot-port.lock
+flock 9
+bench

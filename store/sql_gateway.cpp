@@ -1,0 +1,166 @@
+/*
+** sql_gateway.cpp -- execSql: runs the client's own statement on the trip
+** database or the chart pack and answers a JSON array of arrays, or "OK",
+** "ERR" or SQLite's error text for a statement without result columns.
+**
+** Only the first statement of the text is compiled; the rest is ignored.
+** Each value is formatted by the type SQLite gives it in its row, not by
+** the column's declared type. The status is always "200 OK": the client
+** tells success from the body.
+*/
+#include <sqlite3.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "shell/app_record.h"
+#include "store/pack_store.h"
+
+/* The rows are collected in a text of their own that doubles as it grows,
+** and go into the connection's buffer with one copy at the end: the buffer
+** grows to exactly what it needs, which per value would cost a realloc
+** (and for large replies a system call) each time. */
+typedef struct SqlText {
+    char *p;
+    size_t len, cap;
+} SqlText;
+
+/* Makes room for add more bytes; ends the process with status 1 when
+** memory runs out, as every reply that grows does. */
+static void sqlt_room(SqlText *t, size_t add) {
+    if (t->len + add <= t->cap) return;
+    size_t cap = t->cap ? t->cap : 65536;
+    while (cap < t->len + add) cap *= 2;
+    char *p = (char *)realloc(t->p, cap);
+    if (p == NULL) exit(1);
+    t->p = p;
+    t->cap = cap;
+}
+
+static void sqlt_add(SqlText *t, const void *p, size_t n) {
+    sqlt_room(t, n);
+    memcpy(t->p + t->len, p, n);
+    t->len += n;
+}
+
+static void sqlt_str(SqlText *t, const char *s) { sqlt_add(t, s, strlen(s)); }
+
+/* Appends n bytes escaped as buffAddJson does: backspace, tab, line feed,
+** form feed, carriage return, double quote, apostrophe, slash and
+** backslash get a backslash; every other byte stands as it is. */
+static void sqlt_json(SqlText *t, const unsigned char *s, int n) {
+    sqlt_room(t, 2 * (size_t)n);
+    char *o = t->p + t->len;
+    for (int i = 0; i < n; i++) {
+        char esc = 0;
+        switch (s[i]) {
+        case 8: esc = 'b'; break;
+        case 9: esc = 't'; break;
+        case 10: esc = 'n'; break;
+        case 12: esc = 'f'; break;
+        case 13: esc = 'r'; break;
+        case '"': esc = '"'; break;
+        case '\'': esc = '\''; break;
+        case '/': esc = '/'; break;
+        case '\\': esc = '\\'; break;
+        }
+        if (esc) {
+            *o++ = '\\';
+            *o++ = esc;
+        } else {
+            *o++ = (char)s[i];
+        }
+    }
+    t->len = (size_t)(o - t->p);
+}
+
+/* Appends one value of the current row by its storage class. */
+static void sql_value(SqlText *t, sqlite3_stmt *stmt, int col) {
+    char num[256];
+    switch (sqlite3_column_type(stmt, col)) {
+    case SQLITE_INTEGER:
+        sqlt_str(t, (const char *)sqlite3_column_text(stmt, col));
+        break;
+    case SQLITE_FLOAT:
+        /* six decimals always; a double that needs 256 bytes or more ends
+        ** the process through the bounded format */
+        mr_bprintf(num, sizeof(num), "%lf", sqlite3_column_double(stmt, col));
+        sqlt_str(t, num);
+        break;
+    case SQLITE_TEXT:
+    case SQLITE_BLOB: {
+        /* a BLOB comes out as its bytes inside a string, like a text */
+        const unsigned char *s = sqlite3_column_text(stmt, col);
+        int n = sqlite3_column_bytes(stmt, col);
+        sqlt_add(t, "\"", 1);
+        if (s) sqlt_json(t, s, n);
+        sqlt_add(t, "\"", 1);
+        break;
+    }
+    default:
+        sqlt_str(t, "null");
+        break;
+    }
+}
+
+/* Collects the reply for statementText on db into b. A failed prepare is
+** not tested: it leaves no statement and no columns, and shows as the
+** connection's error text. A blob is bound to parameter 1 as a static
+** value (the request body outlives the statement). */
+static void sql_collect(ResponseBuffer *b, const char *statementText, sqlite3 *db,
+                        const void *blob, int blobLength) {
+    sqlite3_stmt *stmt = NULL;
+    int bindFailed = 0;
+
+    buffReset(b);
+    sqlite3_prepare_v2(db, statementText, -1, &stmt, NULL);
+    if (blob != NULL)
+        bindFailed = sqlite3_bind_blob(stmt, 1, blob, blobLength, SQLITE_STATIC) != SQLITE_OK;
+
+    if (bindFailed || sqlite3_column_count(stmt) == 0) {
+        /* no result columns: an error text, or the outcome of one step */
+        if (sqlite3_errcode(db) != SQLITE_OK)
+            buffAddChar(b, sqlite3_errmsg(db));
+        else
+            buffAddChar(b, sqlite3_step(stmt) == SQLITE_DONE ? "OK" : "ERR");
+    } else {
+        int ncol = sqlite3_column_count(stmt);
+        int first = 1;
+        SqlText rows = {NULL, 0, 0};
+        sqlt_add(&rows, "[", 1);
+        /* a step that fails ends the rows like the last one: the part read
+        ** stands as the result */
+        while (sqlite3_step(stmt) == SQLITE_ROW) {
+            sqlt_str(&rows, first ? "\n[" : ",\n[");
+            first = 0;
+            for (int i = 0; i < ncol; i++) {
+                if (i) sqlt_add(&rows, ",", 1);
+                sql_value(&rows, stmt, i);
+            }
+            sqlt_add(&rows, "]", 1);
+        }
+        sqlt_add(&rows, "\n]", 2);
+        if (rows.len > 0x7ffffff0u) exit(1); /* beyond what a reply can count */
+        buffAddData(b, rows.p, (int)rows.len);
+        free(rows.p);
+    }
+    sqlite3_finalize(stmt);
+}
+
+/* Runs the first statement of statementText on db (which may be NULL: the
+** body is then "out of memory", SQLite's text for a missing handle) and
+** sends the reply with type 5 and no-cache headers. Returns 0. */
+int execSql(ResponseBuffer *b, const char *statementText, sqlite3 *db, const void *blob,
+            int blobLength) {
+    sql_collect(b, statementText, db, blob, blobLength);
+    buffSendHttp(b, NULL, 5, 0);
+    return 0;
+}
+
+int execSqlAt(ResponseBuffer *b, const char *statementText, sqlite3 *const *slot, const void *blob,
+              int blobLength) {
+    mr_db_read_begin();
+    sql_collect(b, statementText, *slot, blob, blobLength);
+    mr_db_read_end();
+    buffSendHttp(b, NULL, 5, 0);
+    return 0;
+}

@@ -1,0 +1,75 @@
+// Pack switching under load: connections fetch tiles, documents and SQL
+// rows from the chart pack while another keeps replacing it. Every reply
+// must come whole and belong to one of the packs (or to no pack); under the
+// sanitizer build a use of a closed handle ends the host and fails here.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <thread>
+
+#include "support/test_pack.h"
+
+using namespace testpack;
+
+TEST(PackGuard, SwitchWhileServing) {
+    PackedHost h;
+    h.select();
+    const std::string tileA = standardPack("A").tiles[0].png, tileB = standardPack("B").tiles[0].png;
+    const std::set<std::string> tiles = {tileA, tileB, onePixelGif()};
+    const std::set<std::string> versions = {"1521740772A", "1521740772B",
+                                            "File not found (de): version"};
+    const std::set<std::string> counts = {"[\n[3]\n]", "out of memory"};
+    std::atomic<bool> stop(false);
+    std::atomic<int> bad(0), served(0), switches(0);
+    std::mutex firstLock;
+    std::string first;  // the first bad reply, for the failure message
+    auto fail = [&](const std::string &what) {
+        std::lock_guard<std::mutex> g(firstLock);
+        if (first.empty()) first = what;
+        bad++;
+    };
+
+    auto reader = [&](int kind) {
+        std::unique_ptr<Conn> c;
+        for (int n = 0; !stop; n++) {
+            // a connection serves 10000 requests at most: renew it well before
+            if (n % 2000 == 0) c.reset(new Conn());
+            if (!c->ok()) {
+                fail("cannot connect");
+                return;
+            }
+            std::string path = kind == 0   ? "/getTileI/A5/3298535931904"
+                               : kind == 1 ? "/getMapData/version"
+                                           : "/MexecSql/SELECT%20count(*)%20FROM%20tiles";
+            c->send("GET " + path + " HTTP/1.1\r\n\r\n");
+            HttpReply r = c->read(5000);
+            const std::set<std::string> &ok = kind == 0 ? tiles : kind == 1 ? versions : counts;
+            if (!r.complete || !ok.count(r.body)) {
+                fail(path + " => " + r.statusLine + " " + r.body.substr(0, 80));
+                return;
+            }
+            served++;
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; i++) threads.emplace_back(reader, i % 4 == 3 ? 1 + (i / 4) : 0);
+    threads.emplace_back([&] {
+        const char *names[] = {"A000005.marepack", "A000006.marepack", "missing.marepack"};
+        // each switch also writes its kvt row to the trip database, which
+        // costs a sync: a few tens of switches take seconds
+        for (int i = 0; i < 30 && bad == 0; i++) {
+            HttpReply r = httpGet(std::string("/getSetState/chartdb=") + names[i % 3]);
+            if (!r.complete) fail(std::string("switch to ") + names[i % 3]);
+            switches++;
+        }
+        stop = true;
+    });
+    for (auto &t : threads) t.join();
+    EXPECT_EQ(0, bad.load()) << first << "\nhost output:\n" << h.host->output();
+    EXPECT_EQ(30, switches.load());
+    EXPECT_GT(served.load(), 600);
+    EXPECT_EQ("1521740772B", (h.select("A000006.marepack"), httpGet("/getMapData/version").body));
+}

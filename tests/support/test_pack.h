@@ -1,0 +1,190 @@
+/*
+** test_pack.h -- builds small chart packs for the black-box tests, and a
+** home directory laid out as the host expects, so that a test can start the
+** host over packs of its own.
+**
+** A pack built here has the chart pack schema: kvt documents (a language
+** row beside a "**" row, a PNG held as TEXT with NUL bytes, a key with
+** capitals, an HTML fragment of type 100, mrk fragments), a few tiles, gaz
+** rows of several ranks and tide rows.
+*/
+#ifndef MAREPLOT_TEST_PACK_H
+#define MAREPLOT_TEST_PACK_H
+
+#include <sqlite3.h>
+#include <stdint.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "support/host_harness.h"
+
+namespace testpack {
+
+struct Kv {
+    std::string k, v;
+    int t;
+    std::string l;
+};
+struct Tile {
+    int64_t z, y, x;
+    std::string png;
+};
+struct Place {
+    int32_t x, y;
+    std::string c;
+    int r;
+    std::string n;
+};
+struct Pack {
+    bool withTiles = true;
+    std::vector<Kv> kv;
+    std::vector<Tile> tiles;
+    std::vector<Place> gaz;
+};
+
+inline int64_t zyx(int64_t z, int64_t y, int64_t x) { return (z << 40) | (y << 20) | x; }
+
+/* Bytes that look like a PNG and hold NUL bytes, distinct per seed. */
+inline std::string fakePng(int seed, size_t size = 300) {
+    std::string s("\x89PNG\r\n\x1a\n", 8);
+    for (size_t i = s.size(); i < size; i++) s.push_back((char)((i * 7 + (size_t)seed * 13) % 5 == 0 ? 0 : 'a' + (i + (size_t)seed) % 26));
+    return s;
+}
+
+/* The pack most tests use; tag makes its documents and tiles its own. */
+inline Pack standardPack(const std::string &tag = "A") {
+    Pack p;
+    p.kv = {
+        {"/info", "<p>info de " + tag + "</p>", 1, "de"},
+        {"/info", "<p>info " + tag + "</p>", 1, "**"},
+        {"/history", "<p>history</p>", 1, "**"},
+        {"/onlyde", "nur deutsch", 4, "de"},
+        {"version", "1521740772" + tag, 5, "**"},
+        {"avtiles", "{\"3298535931904\":true}", 5, "**"},
+        {"chartlist", "[]", 5, "**"},
+        {"tides", "{\"167\":{\"id\":167}}", 5, "**"},
+        {"mrk", "{\"n\":\"a\"}", 5, "en"},
+        {"mrk", "{\"n\":\"b\"},{\"n\":\"c\"}", 5, "**"},
+        {"mrk", "", 5, "**"},
+        {"/img/a.png", fakePng(99, 500), 6, "**"},
+        {"/Caps", "dead", 4, "**"},
+        {"frag", "<b>x</b>", 100, "**"},
+    };
+    p.tiles = {
+        {3, 1, 0, fakePng(tag[0] + 1, 2192)},
+        {3, 1, 1, fakePng(tag[0] + 2)},
+        {10, 300, 540, fakePng(tag[0] + 3)},
+    };
+    p.gaz = {
+        {1000, 1000, "H.ANCH", 3, "Near3"},  {1500, 1500, "H.ANCH", 3, "Far3"},
+        {1200, 1200, "P.PPL", 5, "Top5"},    {1100, 1100, "L.PRT", 0, "Zero1"},
+        {1300, 1300, "L.PRT", 0, "Zero2"},   {9000, 9000, "P.PPL", 9, "Outside"},
+    };
+    return p;
+}
+
+inline bool exec(sqlite3 *db, const char *sql) {
+    return sqlite3_exec(db, sql, NULL, NULL, NULL) == SQLITE_OK;
+}
+
+/* Writes p to path, replacing any file there. Returns true on success. */
+inline bool writePack(const std::string &path, const Pack &p) {
+    sqlite3 *db = NULL;
+    sqlite3_stmt *st = NULL;
+    unlink(path.c_str());
+    if (sqlite3_open(path.c_str(), &db) != SQLITE_OK) return false;
+    bool ok = exec(db, "PRAGMA page_size=1024") && exec(db, "BEGIN") &&
+              exec(db, "CREATE TABLE kvt (k TEXT,v TEXT,t INTEGER, l TEXT)") &&
+              exec(db, "CREATE INDEX i_kv_lk ON kvt(l,k) ") &&
+              exec(db, "CREATE TABLE gaz (x INTEGER, y INTEGER, c TEXT, r INTEGER, n TEXT)") &&
+              exec(db, "CREATE INDEX i_gaz ON gaz(x) ") &&
+              exec(db, "CREATE TABLE tides (id INTEGER, ts INTEGER, level INTEGER, typ INTEGER)") &&
+              exec(db, "CREATE UNIQUE INDEX i_tides ON tides(id,ts) ") &&
+              exec(db, "INSERT INTO tides VALUES (167,1420066800,120,1),(167,1420070400,-35,2)");
+    if (ok && p.withTiles)
+        ok = exec(db, "CREATE TABLE tiles (verid INTEGER,\t\tzyx INTEGER PRIMARY KEY,\t\tpng BLOB)");
+    for (const Kv &r : p.kv) {
+        if (!ok) break;
+        /* values as TEXT with their byte count: NUL bytes stay */
+        sqlite3_prepare_v2(db, "INSERT INTO kvt VALUES (?,?,?,?)", -1, &st, NULL);
+        sqlite3_bind_text(st, 1, r.k.c_str(), -1, SQLITE_TRANSIENT);
+        sqlite3_bind_text(st, 2, r.v.data(), (int)r.v.size(), SQLITE_TRANSIENT);
+        sqlite3_bind_int(st, 3, r.t);
+        sqlite3_bind_text(st, 4, r.l.c_str(), -1, SQLITE_TRANSIENT);
+        ok = sqlite3_step(st) == SQLITE_DONE;
+        sqlite3_finalize(st);
+    }
+    for (const Tile &t : p.withTiles ? p.tiles : std::vector<Tile>()) {
+        if (!ok) break;
+        sqlite3_prepare_v2(db, "INSERT INTO tiles (zyx,png) VALUES (?,?)", -1, &st, NULL);
+        sqlite3_bind_int64(st, 1, zyx(t.z, t.y, t.x));
+        sqlite3_bind_blob(st, 2, t.png.data(), (int)t.png.size(), SQLITE_TRANSIENT);
+        ok = sqlite3_step(st) == SQLITE_DONE;
+        sqlite3_finalize(st);
+    }
+    for (const Place &g : p.gaz) {
+        if (!ok) break;
+        sqlite3_prepare_v2(db, "INSERT INTO gaz VALUES (?,?,?,?,?)", -1, &st, NULL);
+        sqlite3_bind_int(st, 1, g.x);
+        sqlite3_bind_int(st, 2, g.y);
+        sqlite3_bind_text(st, 3, g.c.c_str(), -1, SQLITE_TRANSIENT);
+        sqlite3_bind_int(st, 4, g.r);
+        sqlite3_bind_text(st, 5, g.n.c_str(), -1, SQLITE_TRANSIENT);
+        ok = sqlite3_step(st) == SQLITE_DONE;
+        sqlite3_finalize(st);
+    }
+    ok = ok && exec(db, "COMMIT");
+    sqlite3_close(db);
+    return ok;
+}
+
+/* A temporary home whose data directory exists before the host starts,
+** so that packs can be placed there first. Removed with the object. */
+class PackHome {
+  public:
+    PackHome() : home_(makeTempDir("mareplot-packs-")) {
+        mkdir((home_ + "/.local").c_str(), 0755);
+        mkdir((home_ + "/.local/share").c_str(), 0755);
+        mkdir(dataDir().c_str(), 0755);
+    }
+    ~PackHome() { removeTree(home_); }
+    const std::string &home() const { return home_; }
+    std::string dataDir() const { return home_ + "/.local/share/mareplot"; }
+    std::string path(const std::string &name) const { return dataDir() + "/" + name; }
+    bool put(const std::string &name, const Pack &p) const { return writePack(path(name), p); }
+
+  private:
+    std::string home_;
+};
+
+/* The 35-byte reply for a missing tile. */
+inline std::string onePixelGif() {
+    static const unsigned char g[35] = {0x47, 0x49, 0x46, 0x38, 0x39, 0x61, 0x01, 0x00, 0x01,
+                                        0x00, 0x80, 0x00, 0x00, 0xff, 0xff, 0xff, 0x00, 0x00,
+                                        0x00, 0x2c, 0x00, 0x00, 0x00, 0x00, 0x01, 0x00, 0x01,
+                                        0x00, 0x00, 0x02, 0x02, 0x44, 0x01, 0x00, 0x3b};
+    return std::string((const char *)g, sizeof(g));
+}
+
+/* A home with the standard pack as A000005 (tag "A") and a second one as
+** A000006 (tag "B"), and the host running over it. */
+struct PackedHost {
+    PackHome home;
+    Host *host = nullptr;
+    PackedHost() {
+        home.put("A000005.marepack", standardPack("A"));
+        home.put("A000006.marepack", standardPack("B"));
+        host = new Host(home.home());
+    }
+    ~PackedHost() { delete host; }
+    HttpReply select(const std::string &name = "A000005.marepack") {
+        return httpGet("/getSetState/chartdb=" + name);
+    }
+};
+
+}  // namespace testpack
+
+#endif

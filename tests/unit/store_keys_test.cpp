@@ -1,0 +1,113 @@
+// Pure parts of the store: tile keys from paths, the gazetteer's parsing and
+// bounds, the whole-database copy and the handle swap.
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "store/pack_store.h"
+
+TEST(StoreKeys, TileKeys) {
+    struct Case {
+        const char *text;
+        bool coords;  // getTile form, else getTileI form
+        int rc;
+        int64_t key;
+    } cases[] = {
+        {"A2/3/1/0", true, 0, 3298535931904LL},
+        {"A000002/3298535931904", false, 0, 3298535931904LL},
+        {"A999999/3298535931904", false, 0, 3298535931904LL},
+        {"A2/10/300/540", true, 0, (10LL << 40) | (300LL << 20) | 540},
+        // zoom as unsigned 32 bits; y and x sign-extended over the high bits
+        {"A2/-1/0/0", true, 0, (int64_t)(0xffffffffULL << 40)},
+        {"A2/3/-1/0", true, 0, (int64_t)((3ULL << 40) | (0xffffffffffffffffULL << 20))},
+        {"A2/3/0/-1", true, 0, -1},
+        // huge numbers keep their low 32 bits after saturating, never undefined
+        {"A2/99999999999999999999/0/0", true, 0, (int64_t)(0xffffffffULL << 40)},
+        {"A2/18446744073709551615", false, 0, -1},
+        {"A2/-1", false, 0, -1},
+        // text without the form gives no key
+        {"A2/3/1", true, -1, 0},
+        {"2/3/1/0", true, -1, 0},
+        {"A2", false, -1, 0},
+        {"A2/", false, -1, 0},
+        {"Ax/1", false, -1, 0},
+        {"", true, -1, 0},
+    };
+    for (const auto &c : cases) {
+        int64_t key = 0;
+        int rc = c.coords ? tile_key_of_coords(c.text, &key) : tile_key_of_id(c.text, &key);
+        EXPECT_EQ(c.rc, rc) << c.text;
+        EXPECT_EQ(c.key, key) << c.text;
+    }
+}
+
+TEST(StoreKeys, GazetteerParseAndBounds) {
+    struct Case {
+        const char *text;
+        int count;
+        int32_t x, y, range;
+    } cases[] = {
+        {"100/200", 2, 100, 200, 5000},
+        {"100/200/50", 3, 100, 200, 50},
+        {"-7/8/", 2, -7, 8, 5000},
+        {"100", 1, 100, 0, 5000},
+        {"", 0, 0, 0, 5000},
+        {"4294967296/1/1", 3, 0, 1, 1},  // 2^32 keeps its low 32 bits
+    };
+    for (const auto &c : cases) {
+        int32_t x = -1, y = -1, range = -1;
+        EXPECT_EQ(c.count, gaz_parse(c.text, &x, &y, &range)) << c.text;
+        EXPECT_EQ(c.x, x) << c.text;
+        EXPECT_EQ(c.y, y) << c.text;
+        EXPECT_EQ(c.range, range) << c.text;
+    }
+    char sql[512];
+    gaz_sql(sql, sizeof(sql), 100, 200, 50);
+    EXPECT_STREQ("SELECT c,n,(100-x)*(100-x)+(200-y)*(200-y) AS d,x,y,r FROM gaz WHERE 50 < x AND "
+                 "x < 150 AND 150 < y AND y < 250 ORDER BY r DESC, 3",
+                 sql);
+    // the bounds wrap as 32-bit integers do; the longest text still fits
+    gaz_sql(sql, sizeof(sql), 2147483647, -2147483647 - 1, 1);
+    EXPECT_NE(nullptr, strstr(sql, "WHERE 2147483646 < x AND x < -2147483648 AND "
+                                   "2147483647 < y AND y < -2147483647 ORDER"))
+        << sql;
+}
+
+namespace {
+int count(sqlite3 *db, const char *sql) {
+    sqlite3_stmt *st = NULL;
+    int n = -1;
+    sqlite3_prepare_v2(db, sql, -1, &st, NULL);
+    if (sqlite3_step(st) == SQLITE_ROW) n = sqlite3_column_int(st, 0);
+    sqlite3_finalize(st);
+    return n;
+}
+}  // namespace
+
+TEST(StoreKeys, LoadOrSaveDbCopiesBothWays) {
+    char dir[] = "/tmp/mareplot-store-XXXXXX";
+    ASSERT_NE(nullptr, mkdtemp(dir));
+    std::string file = std::string(dir) + "/copy.db";
+    sqlite3 *a = NULL, *b = NULL;
+    sqlite3_open(":memory:", &a);
+    sqlite3_open(":memory:", &b);
+    sqlite3_exec(a, "CREATE TABLE t(x); INSERT INTO t VALUES (1),(2),(3)", NULL, NULL, NULL);
+
+    EXPECT_EQ(SQLITE_OK, loadOrSaveDb(a, file.c_str(), 1));
+    EXPECT_EQ(SQLITE_OK, loadOrSaveDb(b, file.c_str(), 0));
+    EXPECT_EQ(3, count(b, "SELECT count(*) FROM t"));
+    // a file that cannot be opened returns the open's code and leaves db alone
+    EXPECT_EQ(SQLITE_CANTOPEN, loadOrSaveDb(b, "/nonexistent-dir/x.db", 0));
+    EXPECT_EQ(3, count(b, "SELECT count(*) FROM t"));
+
+    // swapping closes the old handle and installs the new one
+    sqlite3 *slot = a;
+    mr_db_swap(&slot, b);
+    EXPECT_EQ(b, slot);
+    mr_db_swap(&slot, NULL);
+    EXPECT_EQ(nullptr, slot);
+    unlink(file.c_str());
+    rmdir(dir);
+}

@@ -484,6 +484,9 @@ void getAisData(ResponseBuffer *b) {
     pthread_mutex_lock(&aismutex);
     snprintf(head, sizeof(head), "\"nmea_stat\":%d,\"ais\":[\n", nmea_stat);
     buffAddChar(b, head);
+    /* a reply cannot hold 2 GB: like any reply that cannot grow, that ends
+    ** the process */
+    if (aisjson.length > 0x7ffffff0u) exit(1);
     if (aisjson.length > 0) buffAddData(b, aisjson.data, (int)aisjson.length);
     buffAddChar(b, "],");
     aisjson.length = 0;

@@ -390,6 +390,19 @@ TEST_F(Download, SlowStalledServerIsLeftAfterTheReceiveTimeout) {
     EXPECT_EQ(pack.substr(0, 65536), readFile(tempFile(5)));
 }
 
+// Without chartserver.key the built-in host never resolves: 20 lookups two
+// seconds apart, then "Server not found". Run with MAREPLOT_SLOW_TESTS=1.
+TEST_F(Download, SlowUnconfiguredServerIsNotFound) {
+    if (!getenv("MAREPLOT_SLOW_TESTS")) GTEST_SKIP() << "set MAREPLOT_SLOW_TESTS=1 to run";
+    startHost();
+    dl("5 1 1000 12345678");
+    std::this_thread::sleep_for(std::chrono::seconds(35));
+    EXPECT_EQ(2, dl("*").s);
+    DlStatus done = waitIdle(15000);
+    EXPECT_EQ(-2, done.e);
+    EXPECT_EQ(0, done.b);
+}
+
 TEST(GetCrc32, ReportsCrcAndSizeOfAFileOnDisk) {
     Host host;
     ASSERT_TRUE(host.running());

@@ -158,27 +158,20 @@ int http_get(const char *host, const char *path, ResponseBuffer *b) {
 
 /* ---- the install step ---- */
 
-/* Closes the handle in *slot and stores db there. The replacement of
-** appDb and chartDb goes through this one function, so that it is the
-** only place that has to agree with the handle guard of the database set. */
-static void download_swap_handle(sqlite3 **slot, sqlite3 *db) {
-    sqlite3 *old = *slot;
-    *slot = db;
-    if (old) sqlite3_close_v2(old);
-}
-
 /* Puts the verified temporary file in place of packDir + "A%06d.marepack":
 ** closes the handle that may hold the old file (appDb for pack 1, chartDb,
 ** whichever pack it is, for any other) and renames the temporary file over
 ** the old one. rename replaces the old file in one step, so no moment
-** exists at which the pack is missing on disk.
+** exists at which the pack is missing on disk. Both handle changes go
+** through the guard of the database set, so no request is inside a
+** statement on the old file when it is closed.
 ** Pack 1 is opened again at once, read-only, so that the next /app/ request
 ** serves from it (a failed open leaves appDb null and /app/ falls back to
 ** the file system). A chart pack is left for the client to select. */
 static void download_install(int id, const char *tempPath) {
     char packPath[512];
     snprintf(packPath, sizeof(packPath), "%sA%06d.marepack", mrApp.packDir, id);
-    download_swap_handle(id == 1 ? &mrApp.appDb : &mrApp.chartDb, NULL);
+    mr_db_swap(id == 1 ? &mrApp.appDb : &mrApp.chartDb, NULL);
     rename(tempPath, packPath);
     if (id == 1) {
         sqlite3 *db = NULL;
@@ -186,7 +179,7 @@ static void download_install(int id, const char *tempPath) {
             sqlite3_close(db);
             db = NULL;
         }
-        download_swap_handle(&mrApp.appDb, db);
+        mr_db_swap(&mrApp.appDb, db);
     }
 }
 

@@ -706,7 +706,8 @@ kelvor.vmap.prototype = {
         if (!(d > 0)) return;
         var len = this.scaleStep(d);
         var px = Math.round(100 * len / d);
-        var x0 = this.sx - px - 20 + this.scaleposX, y0 = 40 + this.scaleposY;
+        /* right-aligned clear of the 50 pixel button column */
+        var x0 = this.sx - 60 - px + this.scaleposX, y0 = 40 + this.scaleposY;
         ctx.save();
         ctx.font = "12px sans-serif";
         ctx.fillStyle = "black";

@@ -131,6 +131,7 @@ static int readData(const char *path, BuildData *d) {
     return rc;
 }
 
+/* The region of that name, or NULL. */
 static const Region *findRegion(const BuildData &d, const char *name) {
     for (const Region &r : d.regions)
         if (r.name == name) return &r;
@@ -148,9 +149,49 @@ struct TileJob {
     size_t done = 0;
     std::map<uint64_t, std::string> png;
     std::map<uint64_t, int> opaque;
+    std::map<int, std::vector<CpLabel>> labels; /* place names by zoom */
     int failed = 0;
 };
 
+/* Smallest rank whose places are named at a zoom (ranks: 32 per factor of
+** ten in population, 0 for 1000 people); -1 for no names. */
+static int labelRank(int z) {
+    static const int ranks[] = {-1, -1, -1, -1, -1, -1, -1, 100, 72, 56, 40, 24, 8};
+    return z >= 0 && z <= 12 ? ranks[z] : 8;
+}
+
+/* Places names for every zoom that has them: towns of the region drawn at
+** that zoom, most populous first, ties by name. */
+static void placeLabels(TileJob *job, const BuildData &d) {
+    std::vector<const Place *> order;
+    for (const Place &p : d.places)
+        if (p.code.compare(0, 2, "P.") == 0) order.push_back(&p);
+    std::stable_sort(order.begin(), order.end(), [](const Place *a, const Place *b) {
+        return a->rank != b->rank ? a->rank > b->rank : a->name < b->name;
+    });
+    for (const Region &r : d.regions) {
+        for (int z = r.minZoom; z <= r.maxZoom; z++) {
+            int min = labelRank(z);
+            if (min < 0) continue;
+            std::vector<double> lat, lon;
+            std::vector<std::string> name;
+            for (const Place *p : order) {
+                if (p->rank < min || p->lon < r.box.west || p->lon > r.box.east || p->lat < r.box.south ||
+                    p->lat > r.box.north)
+                    continue;
+                lat.push_back(p->lat);
+                lon.push_back(p->lon);
+                name.push_back(p->name);
+            }
+            job->labels[z] = cp_placeLabels(z, lat, lon, name);
+            printf("chartpack: zoom %d: %zu place names\n", z, job->labels[z].size());
+        }
+    }
+}
+
+/* Adds every tile that the region's box touches at its zooms, with all the
+** tiles above them as nodes of the walk; clip 1 paints them only inside
+** the detail box. */
 static void addTiles(TileJob *job, const Region &r, int clip) {
     for (int z = r.minZoom; z <= r.maxZoom; z++) {
         int x1, y1, x2, y2;
@@ -178,6 +219,8 @@ static void descend(TileJob *job, int z, int y, int x, const std::vector<CpRing>
         CpTileStyle style;
         style.hasClip = job->clipOf[key];
         style.clip = job->detailBox;
+        auto names = job->labels.find(z);
+        style.labels = names == job->labels.end() ? NULL : &names->second;
         int opaque = 0;
         std::string png;
         if (cp_drawTile(z, y, x, rings, style, &png, &opaque) != 0) {
@@ -187,8 +230,10 @@ static void descend(TileJob *job, int z, int y, int x, const std::vector<CpRing>
             job->opaque[key] = opaque;
         }
         job->done++;
-        if (job->done % 500 == 0 || job->done == job->wanted.size())
-            printf("chartpack: tiles %zu/%zu (zoom %d)\n", job->done, job->wanted.size(), z), fflush(stdout);
+        if (job->done % 500 == 0 || job->done == job->wanted.size()) {
+            printf("chartpack: tiles %zu/%zu (zoom %d)\n", job->done, job->wanted.size(), z);
+            fflush(stdout);
+        }
     }
     if (z >= job->maxZoom) return;
     int cz = z + 1;
@@ -210,6 +255,7 @@ static void descend(TileJob *job, int z, int y, int x, const std::vector<CpRing>
 
 /* ---- the pack file ---- */
 
+/* Runs SQL text. Returns 0, or -1 after printing the error. */
 static int execAll(sqlite3 *db, const char *sql) {
     char *err = NULL;
     if (sqlite3_exec(db, sql, NULL, NULL, &err) != SQLITE_OK) {
@@ -235,6 +281,7 @@ static int putKv(sqlite3 *db, const char *k, const std::string &v, int t, const 
     return rc;
 }
 
+/* Appends formatted text of at most 1023 bytes. */
 static void appendf(std::string *s, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
 static void appendf(std::string *s, const char *fmt, ...) {
     char buf[1024];
@@ -258,6 +305,7 @@ static void appendChart(std::string *s, const char *nu, const char *na, const ch
             nu, na, ed, sc, x1, y1, x2, y2, x1, y1, x2, y1, x2, y2, x1, y2);
 }
 
+/* Text for an HTML fragment: &, < and > as entities. */
 static std::string htmlEscape(const std::string &in) {
     std::string out;
     for (char c : in) {
@@ -269,6 +317,8 @@ static std::string htmlEscape(const std::string &in) {
     return out;
 }
 
+/* Writes the kvt rows: /info, /history, chartlist, tides, avtiles,
+** avtiles2, version. Returns 0 or -1. */
 static int writeDocuments(sqlite3 *db, const BuildData &d, const TileJob &job, int64_t version) {
     const Region *world = findRegion(d, "world"), *regional = findRegion(d, "regional"),
                  *detail = findRegion(d, "detail");
@@ -324,6 +374,10 @@ static int writeDocuments(sqlite3 *db, const BuildData &d, const TileJob &job, i
     return 0;
 }
 
+/* Writes the whole pack to path: file properties first (they must precede
+** the first table), rows in key order, indexes after the rows, then VACUUM
+** so the pages are packed and laid out the same on every run. Returns 0
+** or -1. */
 static int writePack(const char *path, const BuildData &d, const TileJob &job) {
     sqlite3 *db = NULL;
     sqlite3_stmt *st = NULL;
@@ -421,6 +475,7 @@ int main(int argc, char **argv) {
     addTiles(&job, *world, 0);
     addTiles(&job, *regional, 0);
     addTiles(&job, *detail, 1);
+    placeLabels(&job, d);
     descend(&job, 0, 0, 0, land);
     land.clear();
     if (job.failed) {

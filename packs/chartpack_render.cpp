@@ -3,8 +3,9 @@
 ** and drawing a tile with Cairo: light sea, buff land, a dark coastline and
 ** a latitude/longitude graticule whose spacing follows the zoom.
 **
-** Text is never drawn: fonts differ between machines, and the pack must
-** come out byte for byte the same from the same inputs.
+** Place names use DejaVu Sans through Cairo's simple text interface. They
+** are placed once per zoom level for the whole level, so a name that runs
+** over a tile edge is drawn the same on both tiles.
 */
 #include "packs/chartpack_render.h"
 
@@ -29,6 +30,7 @@ double cp_mercY(double lat) {
 static double lonOfX(double x) { return x * 360.0 - 180.0; }
 static double latOfY(double y) { return atan(sinh(kPi * (1.0 - 2.0 * y))) * 180.0 / kPi; }
 
+/* Sets the bounding box of a ring from its points. */
 static void ringBox(CpRing *r) {
     r->x1 = r->y1 = 1e300;
     r->x2 = r->y2 = -1e300;
@@ -41,6 +43,8 @@ static void ringBox(CpRing *r) {
     }
 }
 
+/* Moves a finished ring into rings unless it has fewer than three points;
+** a last point repeating the first is dropped. Leaves r empty. */
 static void finishRing(CpRing *r, int hole, std::vector<CpRing> *rings) {
     r->hole = hole;
     size_t n = r->xy.size();
@@ -53,10 +57,11 @@ static void finishRing(CpRing *r, int hole, std::vector<CpRing> *rings) {
 }
 
 /* Walks the coordinate arrays that follow one "coordinates" key, from its
-** '[' to the matching ']'. A ring is an array of positions; whatever nests
-** the rings (polygon, multipolygon) only groups them, and for an even-odd
-** fill of land without overlaps the grouping doesn't matter. Returns the
-** position after the array, or NULL on malformed text. */
+** '[' to the matching ']'. A ring is an array of positions; the first ring
+** of a polygon is its outline, the others are lakes (`hole`). Beyond that
+** the nesting (polygon, multipolygon) only groups rings, and an even-odd
+** fill of land without overlaps doesn't need it. Returns the position after
+** the array, or NULL on malformed text. */
 static const char *readCoordinates(const char *p, const char *end, std::vector<CpRing> *rings) {
     int depth = 0, ringDepth = -1, inRing = 0, ringIndex = 0;
     CpRing ring;
@@ -191,6 +196,66 @@ static double graticuleStep(int z) {
     return steps[z];
 }
 
+#define CP_FONT "DejaVu Sans"
+#define CP_FONT_SIZE 11.0
+
+std::vector<CpLabel> cp_placeLabels(int z, const std::vector<double> &lat, const std::vector<double> &lon,
+                                    const std::vector<std::string> &name) {
+    std::vector<CpLabel> kept;
+    cairo_surface_t *s = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 1, 1);
+    cairo_t *cr = cairo_create(s);
+    cairo_select_font_face(cr, CP_FONT, CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
+    cairo_set_font_size(cr, CP_FONT_SIZE);
+    const double scale = (double)(1 << z) * CP_TILE_SIZE;
+    for (size_t i = 0; i < name.size() && i < lat.size() && i < lon.size(); i++) {
+        cairo_text_extents_t ext;
+        cairo_text_extents(cr, name[i].c_str(), &ext);
+        CpLabel l;
+        l.px = floor(cp_mercX(lon[i]) * scale) + 0.5;
+        l.py = floor(cp_mercY(lat[i]) * scale) + 0.5;
+        l.bx1 = l.px - 4;
+        l.by1 = l.py - CP_FONT_SIZE;
+        l.bx2 = l.px + 6 + ext.x_advance + 2;
+        l.by2 = l.py + 6;
+        l.name = name[i];
+        int free = 1;
+        for (const CpLabel &o : kept) {
+            if (l.bx1 < o.bx2 && o.bx1 < l.bx2 && l.by1 < o.by2 && o.by1 < l.by2) {
+                free = 0;
+                break;
+            }
+        }
+        if (free) kept.push_back(l);
+    }
+    cairo_destroy(cr);
+    cairo_surface_destroy(s);
+    return kept;
+}
+
+/* Draws the names whose boxes reach into the tile: a dot, and the name to
+** its right with a light halo so it reads over land, sea and coastline. */
+static void drawLabels(cairo_t *cr, const std::vector<CpLabel> &labels, double ox, double oy) {
+    cairo_select_font_face(cr, CP_FONT, CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
+    cairo_set_font_size(cr, CP_FONT_SIZE);
+    for (const CpLabel &l : labels) {
+        if (l.bx2 < ox || l.bx1 > ox + CP_TILE_SIZE || l.by2 < oy || l.by1 > oy + CP_TILE_SIZE) continue;
+        double x = l.px - ox, y = l.py - oy;
+        cairo_new_path(cr);
+        cairo_arc(cr, x, y, 2.0, 0, 2 * kPi);
+        cairo_set_source_rgb(cr, 0x3a / 255.0, 0x2e / 255.0, 0x1c / 255.0);
+        cairo_fill(cr);
+        cairo_move_to(cr, x + 6, y + 4);
+        cairo_text_path(cr, l.name.c_str());
+        cairo_set_source_rgba(cr, 1, 1, 1, 0.75);
+        cairo_set_line_width(cr, 2.5);
+        cairo_set_line_join(cr, CAIRO_LINE_JOIN_ROUND);
+        cairo_stroke_preserve(cr);
+        cairo_set_source_rgb(cr, 0x3a / 255.0, 0x2e / 255.0, 0x1c / 255.0);
+        cairo_fill(cr);
+    }
+}
+
+/* Cairo's PNG writer callback: appends to a std::string. */
 static cairo_status_t pngToString(void *closure, const unsigned char *data, unsigned int length) {
     ((std::string *)closure)->append((const char *)data, length);
     return CAIRO_STATUS_SUCCESS;
@@ -260,6 +325,8 @@ int cp_drawTile(int z, int y, int x, const std::vector<CpRing> &rings, const CpT
         cairo_line_to(cr, CP_TILE_SIZE, py);
     }
     cairo_stroke(cr);
+
+    if (style.labels) drawLabels(cr, *style.labels, ox, oy);
 
     cairo_destroy(cr);
     cairo_surface_flush(s);

@@ -48,11 +48,26 @@ int cp_clipRing(const CpRing &in, double x1, double y1, double x2, double y2, Cp
 /* Tile rows or columns at zoom z that a box touches. */
 void cp_tileRange(const CpGeoBox &box, int z, int *x1, int *y1, int *x2, int *y2);
 
+/* A place name placed on one zoom level: position and the box its dot and
+** text take, in pixels of the whole level (tile x * 256 + column). */
+struct CpLabel {
+    double px, py;
+    double bx1, by1, bx2, by2;
+    std::string name;
+};
+
+/* Places names of one zoom level, most important first: a name whose box
+** would overlap one already placed is left out. `lat`, `lon` and `name`
+** hold the candidates in order of importance. Returns the labels kept. */
+std::vector<CpLabel> cp_placeLabels(int z, const std::vector<double> &lat, const std::vector<double> &lon,
+                                    const std::vector<std::string> &name);
+
 /* How a tile is drawn. `clip` limits the painted area to a box (the area a
 ** chart covers); outside it the tile stays transparent. */
 struct CpTileStyle {
     int hasClip;
     CpGeoBox clip;
+    const std::vector<CpLabel> *labels; /* names of this zoom, or NULL */
 };
 
 /* Draws tile z/y/x from rings already cut to (at least) its padded box into

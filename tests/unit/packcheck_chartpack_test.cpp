@@ -129,8 +129,8 @@ TEST(ChartPackRender, TileCornersFollowTheClip) {
     // z 8 tile holding the default view; a land square over all of it
     CpRing land = ring({0, 0, 1, 0, 1, 1, 0, 1});
     std::vector<CpRing> rings = {land};
-    CpTileStyle open = {0, {0, 0, 0, 0}};
-    CpTileStyle half = {1, {-180, 180, -85, 54.52}};  // clip cuts through the tile
+    CpTileStyle open = {0, {0, 0, 0, 0}, nullptr};
+    CpTileStyle half = {1, {-180, 180, -85, 54.52}, nullptr};  // clip cuts through the tile
     std::string png;
     int opaque = -1;
     ASSERT_EQ(0, cp_drawTile(8, 81, 135, rings, open, &png, &opaque));
@@ -139,6 +139,26 @@ TEST(ChartPackRender, TileCornersFollowTheClip) {
     ASSERT_EQ(0, cp_drawTile(8, 81, 135, rings, half, &png, &opaque));
     EXPECT_EQ(0, opaque);
     EXPECT_EQ(2, pc_cornerValue(png.data(), (int)png.size()));
+}
+
+TEST(ChartPackRender, NamesDoNotOverlap) {
+    struct Case {
+        const char *what;
+        std::vector<double> lat, lon;
+        size_t kept;
+    } cases[] = {
+        {"far apart", {54.32, 53.55}, {10.13, 9.99}, 2},
+        {"same place: the first wins", {54.32, 54.3201}, {10.13, 10.1301}, 1},
+        {"side by side at zoom 12", {54.32, 54.32}, {10.13, 10.14}, 1},
+        {"one above the other, apart", {54.32, 54.30}, {10.13, 10.13}, 2},
+    };
+    for (const auto &c : cases) {
+        std::vector<CpLabel> l = cp_placeLabels(12, c.lat, c.lon, {"Kiel", "Hamburg"});
+        ASSERT_EQ(c.kept, l.size()) << c.what;
+        EXPECT_EQ("Kiel", l[0].name) << c.what;
+        EXPECT_LT(l[0].bx1, l[0].px) << c.what;  // the box holds the dot and the text to its right
+        EXPECT_GT(l[0].bx2, l[0].px + 20) << c.what;
+    }
 }
 
 // ---- the pack as built ----

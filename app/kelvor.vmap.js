@@ -465,8 +465,9 @@ kelvor.vmap.prototype = {
         } else if (moved || this.force) {
             this._compose(true);
             this.force = false;
+        } else if (this.queueWait > 0) {
+            this._compose(false);
         } else {
-            if (this.queueWait > 0) this._compose(false);
             ctx.drawImage(this.buffer, 0, 0);
         }
 
@@ -493,16 +494,24 @@ kelvor.vmap.prototype = {
         }
     },
 
-    /* Fills the off-screen buffer with the tiles; rebuild picks the tile
-    ** list anew, else only the missing ones are retried. */
+    /* Fills the off-screen buffer with the tiles and copies it to the
+    ** canvas. rebuild picks the tile list anew (a new list starts a new
+    ** count of missing tiles); otherwise, when no missing tile has arrived
+    ** since the last pass, the buffer is left as it is and only copied. */
     _compose: function (rebuild) {
         var b = this.bctx;
+        if (rebuild) {
+            this.renderRasterTile();
+            this.queueWait = 0;
+        } else if (this._missing()) {
+            this.ctx.drawImage(this.buffer, 0, 0);
+            return;
+        }
         b.setTransform(1, 0, 0, 1, 0, 0);
         b.fillStyle = "#aaaaaa";
         b.fillRect(0, 0, this.sx, this.sy);
         b.translate(this.hx, this.hy);
         b.rotate(this.rotation);
-        if (rebuild) this.renderRasterTile();
         this.drawTiles2d(b);
         b.setTransform(1, 0, 0, 1, 0, 0);
         this.ctx.drawImage(this.buffer, 0, 0);
@@ -618,7 +627,7 @@ kelvor.vmap.prototype = {
     },
 
     drawTiles2d: function (b) {
-        if (this._missing()) return;
+        this.queueWait = 0;
         for (var i = 0; i < this.tileList.length; i++) {
             var img = this.renderList[this.tileList[i]];
             var sp = Math.pow(2, img.zt + 8) / this.base;

@@ -437,3 +437,36 @@ test('the daily kit check asks once a day and takes the reply', () => {
         same({ n: k.newMapCount, old: ck.outdated, upd: !!k.appupdate }, want, String(text));
     }
 });
+
+test('a pass with nothing new keeps the composed chart', () => {
+    const ctx = client();
+    const v = bareMap(ctx, Math.pow(2, 18));
+    const calls = [];
+    const rec = (name) => (...a) => calls.push([name, ...a]);
+    v.bctx = { setTransform: rec('setTransform'), fillRect: rec('fillRect'), translate() {}, rotate() {}, drawImage: rec('tile') };
+    v.ctx = { drawImage: rec('copy') };
+    v.buffer = {};
+    const loaded = { xt: 1000, yt: 600, zt: 10, naturalWidth: 256 };
+    const stuck = { xt: 1001, yt: 600, zt: 10, naturalWidth: 1 };   // the host's one-pixel answer
+    v.renderRasterTile = function () {
+        this.renderList = { 1: loaded, 2: stuck };
+        this.tileList = [1, 2];
+    };
+    v._compose(true);
+    assert.strictEqual(calls.filter((c) => c[0] === 'tile').length, 1, 'the loaded tile is drawn');
+    assert.strictEqual(v.queueWait, 1);
+    assert.ok(v.busy(), 'a missing tile keeps the map busy');
+
+    calls.length = 0;
+    v.needPaint = 0;
+    v._compose(false);
+    same(calls.map((c) => c[0]), ['copy'], 'the buffer is neither cleared nor redrawn');
+    assert.ok(v.needPaint > 0, 'another pass is asked for');
+
+    calls.length = 0;
+    stuck.naturalWidth = 256;
+    v._compose(false);
+    assert.strictEqual(calls.filter((c) => c[0] === 'tile').length, 2, 'an arrived tile redraws the buffer');
+    assert.strictEqual(v.queueWait, 0);
+    assert.ok(!v.busy());
+});

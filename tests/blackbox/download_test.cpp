@@ -9,6 +9,7 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -349,12 +350,24 @@ TEST_F(Download, PartialFileOfAnyLengthIsContinued) {
 TEST_F(Download, ApplicationPackIsReplacedAndServedAtOnce) {
     const std::string pack =
         makePack(packs_ + "/A000001.marepack", "<html>new client</html>", 70000, "/app/marepack.html", 1);
-    ChartServer server(packs_, {});
+    ChartServer server(packs_, {"--rate", "200000"});
     useServer(server);
     startHost();
     EXPECT_NE("<html>new client</html>", httpGet("/app/marepack.html").body);
+    // page loads keep running on the application pack while it is replaced
+    std::atomic<bool> stop{false};
+    std::atomic<int> loads{0};
+    std::thread reader([&] {
+        while (!stop) {
+            httpGet("/app/marepack.html");
+            loads++;
+        }
+    });
     dl(start(1, 1, pack));
     EXPECT_EQ(0, waitIdle().e);
+    stop = true;
+    reader.join();
+    EXPECT_GT(loads.load(), 0);
     EXPECT_EQ(pack, readFile(packFile(1)));
     EXPECT_EQ("<html>new client</html>", httpGet("/app/marepack.html").body);
 }

@@ -28,11 +28,6 @@ std::string pseudoRandom(size_t n, uint32_t seed) {
 }
 
 TEST(Crc32, TableIsTheReflectedIeeeTable) {
-    EXPECT_EQ(0x00000000u, poly8_lookup[0]);
-    EXPECT_EQ(0x77073096u, poly8_lookup[1]);
-    EXPECT_EQ(0xEE0E612Cu, poly8_lookup[2]);
-    EXPECT_EQ(0x990951BAu, poly8_lookup[3]);
-    EXPECT_EQ(0x2D02EF8Du, poly8_lookup[255]);
     const z_crc_t *zt = get_crc_table();
     for (int i = 0; i < 256; i++) ASSERT_EQ((uint32_t)zt[i], poly8_lookup[i]) << "entry " << i;
 }

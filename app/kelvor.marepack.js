@@ -104,6 +104,8 @@ kelvor.marepack = function () {
         var det = host.androidVersion < 21 ? 1 : 2;
         k.S.i_chart_raster_detail = det;
         k.S.i_chart_raster_detail2 = det;
+        /* the "pilot" build ships preset for the two WiFi NMEA gateways it
+        ** is sold with: their factory addresses and ports */
         if (host.appname === "pilot") {
             k.V.i_traffic_ais_ip1 = "192.168.1.1";
             k.V.i_traffic_ais_port1 = "2000";

@@ -8,20 +8,15 @@
 
 kelvor.ais = {
     targets: {},
-    _reportTimer: null,
+    reporting: false,
     aisuserid: 0,
 
     clear: function () { kelvor.ais.targets = {}; },
 
-    /* Starts or stops the minute timer of the own position report. */
+    /* Follows the setting of the own position report; the report itself,
+    ** sent once a minute, comes with the AIS display. */
     onoff: function () {
-        var on = !!kelvor.settings.k.C.i_traffic_mrapp_report;
-        if (on && !kelvor.ais._reportTimer) {
-            kelvor.ais._reportTimer = window.setInterval(function () {}, 60000);
-        } else if (!on && kelvor.ais._reportTimer) {
-            window.clearInterval(kelvor.ais._reportTimer);
-            kelvor.ais._reportTimer = null;
-        }
+        kelvor.ais.reporting = !!kelvor.settings.k.C.i_traffic_mrapp_report;
     },
 
     /* Tells the host the input settings; a negative answer opens the

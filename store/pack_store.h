@@ -76,6 +76,9 @@ int loadOrSaveDb(struct sqlite3 *db, const char *fileName, int isSave);
 /* ---- SQL gateway: writes the reply and sends it ---- */
 int execSql(ResponseBuffer *b, const char *statementText, struct sqlite3 *db, const void *blob,
             int blobLength);
+/* Writes v into out (256 bytes) exactly as "%lf" formats it; a text that
+** needs more ends the process. Returns the length. */
+int sql_format_double(char *out, double v);
 /* The same on a replaceable handle, under the guard (see getValueAt). */
 int execSqlAt(ResponseBuffer *b, const char *statementText, struct sqlite3 *const *slot,
               const void *blob, int blobLength);

@@ -1,9 +1,12 @@
 // Pure parts of the store: tile keys from paths, the gazetteer's parsing and
-// bounds, the whole-database copy and the handle swap.
+// bounds, the gateway's number text, the whole-database copy and the handle
+// swap.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <cmath>
+#include <random>
 #include <string>
 
 #include "store/pack_store.h"
@@ -110,4 +113,36 @@ TEST(StoreKeys, LoadOrSaveDbCopiesBothWays) {
     EXPECT_EQ(nullptr, slot);
     unlink(file.c_str());
     rmdir(dir);
+}
+
+TEST(StoreKeys, DoubleTextMatchesPrintf) {
+    std::vector<double> values = {
+        0.0, -0.0, 1.5, -2250.0, 0.0078125, 0.0234375, -0.0078125,  // exact ties round to even
+        0.0000005, 0.0000015, 0.0000025, 1e-7, -1e-9, 4.9e-324, 2.2250738585072014e-308,
+        0.1, 0.7, 54.000007, 10.00001, 123456789.123456789, 999999.9999995, 9007199254740991.0,
+        9007199254740992.0, 1e300, -1e300, INFINITY, -INFINITY, 1.7976931348623157e308 / 1e160,
+    };
+    std::mt19937_64 rng(42);
+    for (int i = 0; i < 20000; i++) {
+        // random bit patterns over every exponent, plus values with few
+        // binary digits, where halfway cases occur
+        uint64_t bits = rng();
+        double d;
+        memcpy(&d, &bits, sizeof(d));
+        if (std::isnan(d)) continue;
+        values.push_back(d);
+        values.push_back(std::ldexp((double)(int64_t)(rng() % 2000001) - 1000000.0, -(int)(rng() % 40)));
+        values.push_back(std::ldexp((double)(rng() >> 11), -(int)(rng() % 80)));
+    }
+    int mismatches = 0;
+    for (double v : values) {
+        char ours[256], ref[512];
+        snprintf(ref, sizeof(ref), "%lf", v);
+        if (strlen(ref) >= 256) continue;  // that format ends the process instead
+        int n = sql_format_double(ours, v);
+        if (std::string(ref) != ours || n != (int)strlen(ref)) {
+            if (++mismatches < 10) ADD_FAILURE() << "value " << v << ": printf " << ref << ", ours " << ours;
+        }
+    }
+    EXPECT_EQ(0, mismatches);
 }

@@ -1,32 +1,557 @@
 /*
-** kelvor.alarm.js: the user's alarms.
+** kelvor.alarm.js: alarm lines and alarm circles.
 **
-** This first form holds what the start-up needs: the stored list loads and
-** saves unchanged. Drawing, editing and the bar come with the alarms' own
-** issue.
+** The user lays out lines (a polyline of two or more points) and circles
+** (centre m[0], a point on the rim m[1]) and arms one of them. Each status
+** reply tests the armed alarm against the boat: the first test learns on
+** which side the boat is, a later test on the other side sounds the klaxon
+** and opens the alarm dialog until the user acknowledges. Acknowledging
+** keeps the alarm armed and makes it learn its side anew, so it then
+** guards the way back.
+**
+** Alarm points are map points of type 7 in the shared marker list. Their
+** icon is blank, so they are invisible until the alarm is selected.
 */
 
 kelvor.alarm = function (name) {
-    this.name = name || "";
-    this.points = [];
+    this.name = name || "***";
+    this.m = [];
+    this.color = "#ff0000";
+    this.locked = true;
+    this.noauto = false;
+    this.aType = 0;
+    this.note = "";
+    this.side = 0;
+    this.medit = false;
+    this.p = false;
+    this.length = "";
 };
 
-kelvor.alarm.list = [];
-kelvor.alarm.active = false;
-kelvor.alarm.modified = false;
+kelvor.alarmList = [];
 
-/* Takes the stored JSON text; anything that is not an array counts as "[]". */
-kelvor.alarm.load = function (text) {
-    var l;
-    try { l = JSON.parse(text); } catch (e) { l = []; }
-    kelvor.alarm.list = Array.isArray(l) ? l : [];
-};
+(function (A) {
+    A.activeAlarm = false;
+    /* the same object under the name the frame's unSelect looks at */
+    A.active = false;
+    A.modified = false;
+    A.running = false;
+    A.klaxontimer = null;
+    A.activePoint = false;
 
-kelvor.alarm.save = function () {
-    postSync("/setValue/alarm", JSON.stringify(kelvor.alarm.list));
-    kelvor.alarm.modified = false;
-};
+    var ICON_HIDDEN = "img/blank.png", ICON_SHOWN = "img/icon-50-waypoint-big.png";
+    var COLORS = [["#ff0000", "Red"], ["#0000ff", "Blue"], ["#00ff00", "Green"]];
 
-kelvor.alarm.unSelect = function () { kelvor.alarm.active = false; };
-kelvor.alarm.render = function (ctx) {};
-kelvor.alarm.find = function (so) {};
+    function el(id) { return document.getElementById(id); }
+    function esc(t) {
+        return String(t === undefined ? "" : t).replace(/&/g, "&amp;").replace(/</g, "&lt;").replace(/"/g, "&quot;");
+    }
+    function show(id, on) {
+        var e = el(id);
+        if (!e) return;
+        if (on) kelvor.aux.removeClass(e, "none");
+        else kelvor.aux.addClass(e, "none");
+    }
+
+    /* Plane-metre measure of p against a-b: ab, lr (offset as a fraction
+    ** of the length, right of a->b positive), fb (0 at a, 1 at b). */
+    A.linedist = function (ax, ay, bx, by, px, py) {
+        return kelvor.navrte.linedist(ax, ay, bx, by, px, py, 0, 0, 1);
+    };
+
+    A.radius = function (al) {
+        var a = al.m[0], b = al.m[1];
+        return Math.sqrt((a.x - b.x) * (a.x - b.x) + (a.y - b.y) * (a.y - b.y));
+    };
+
+    /*
+    ** The side of point p against an alarm: 1 or -1, or 0 when a line
+    ** alarm has no segment that p is abeam of. For a line the nearest
+    ** abeam segment decides, by the sign of its offset; for a circle 1 is
+    ** strictly inside, so a point on the rim is outside (-1).
+    */
+    A.sideOf = function (al, p) {
+        var m = al.m;
+        if (al.aType === 1) return A.radius(al) > Math.sqrt((p.x - m[0].x) * (p.x - m[0].x) + (p.y - m[0].y) * (p.y - m[0].y)) ? 1 : -1;
+        var side = 0, best = 9999999999999;
+        for (var i = 0; i + 1 < m.length; i++) {
+            var d = A.linedist(m[i].x, m[i].y, m[i + 1].x, m[i + 1].y, p.x, p.y);
+            if (d.fb > 0 && d.fb < 1) {
+                var dist = Math.abs(d.lr * d.ab);
+                if (dist < best) {
+                    best = dist;
+                    side = d.lr > 0 ? 1 : -1;
+                }
+            }
+        }
+        return side;
+    };
+
+    /* Per status while armed. A side of 0 (not yet known) is learnt; a
+    ** different known side triggers. The stored side stays, so the alarm
+    ** repeats each round until acknowledged. */
+    A.monitor = function (boat) {
+        var al = A.running;
+        if (!al || al.m.length < 2) return;
+        var side = A.sideOf(al, boat);
+        if (side === 0) return;
+        if (al.side === 0) {
+            al.side = side;
+            return;
+        }
+        if (side !== al.side) {
+            A.klaxon(1);
+            cpApp.confirm("ALARM<br><br><b>Alarm triggered</b>", "kelvor.alarm.off()");
+        }
+    };
+
+    /* The klaxon: once a second the beep plays again until switched off. */
+    A.klaxon = function (on) {
+        if (on) {
+            if (A.klaxontimer) return;
+            A.klaxontimer = window.setInterval(function () {
+                var au = el("klaxon");
+                if (!au) return;
+                au.src = "img/beep-05.mp3";
+                var pr = au.play();
+                if (pr && pr.catch) pr.catch(function () { /* no sound device: the dialog remains */ });
+            }, 1000);
+        } else if (A.klaxontimer) {
+            window.clearInterval(A.klaxontimer);
+            A.klaxontimer = null;
+        }
+    };
+
+    A.on = function () {
+        if (!A.activeAlarm) return;
+        A.running = A.activeAlarm;
+        A.running.side = 0;
+        A.menu();
+        cpApp.update();
+    };
+
+    /* The acknowledge: armed still, learning the side anew. */
+    A.off = function () {
+        A.klaxon(0);
+        if (A.running) A.running.side = 0;
+    };
+
+    A.disable = function () {
+        A.klaxon(0);
+        if (A.running) A.running.side = 0;
+        A.running = false;
+        A.menu();
+        cpApp.update();
+    };
+
+    /* ---- points ---------------------------------------------------------- */
+
+    function newPoint(al, x, y, name) {
+        var p = new kelvor.marker(x, y, ICON_HIDDEN);
+        p.name = name || "";
+        p.type = 7;
+        p.alarm = al;
+        p.onDown = onMrkDown;
+        p.onMove = onMrkMove;
+        p.onUp = onMrkUp;
+        return p;
+    }
+
+    function removePoint(p) {
+        if (kelvor.marker.remove) kelvor.marker.remove(p);
+        else if (kelvor.marker.markerList) {
+            var i = kelvor.marker.markerList.indexOf(p);
+            if (i >= 0) kelvor.marker.markerList.splice(i, 1);
+        }
+    }
+
+    function setIcons(al, icon) {
+        for (var i = 0; i < al.m.length; i++) {
+            var p = al.m[i];
+            p.i = icon;
+            p.src = icon;
+            p.selected = null;
+        }
+    }
+
+    function onMrkDown() {
+        var al = this.alarm;
+        A.select(al);
+        A.activePoint = this;
+        if (kelvor.marker.getIcon) this.selected = kelvor.marker.getIcon("img/icon-50-waypoint-selected-move.png");
+        A.menu();
+        A.showActiveLeg();
+    }
+
+    /* A circle's centre moves alone: the rim point stays, so the radius
+    ** changes with the centre. */
+    function onMrkMove(ctx, dx, dy) {
+        var al = this.alarm;
+        if (al.locked) return;
+        this.x += dx;
+        this.y += dy;
+        A.modified = true;
+        A.showActiveLeg();
+    }
+
+    function onMrkUp() {
+        if (!this.alarm.locked) {
+            A.modified = true;
+            cpApp.setModified();
+        }
+        A.showactiveAlarm();
+    }
+
+    /* ---- list operations ---------------------------------------------- */
+
+    A.select = function (al) {
+        if (A.activeAlarm !== al) {
+            cpApp.unSelect();
+            A.activeAlarm = al;
+            A.active = al;
+            A.activePoint = false;
+            setIcons(al, ICON_SHOWN);
+        }
+        cpApp.showMenuBar("cp_alarm_menu");
+        A.showactiveAlarm();
+    };
+
+    A.unSelect = function () {
+        if (A.activeAlarm) setIcons(A.activeAlarm, ICON_HIDDEN);
+        A.activeAlarm = false;
+        A.active = false;
+        A.activePoint = false;
+    };
+
+    /* A new line (0) or circle (1) at the map centre, 100 pixels wide. */
+    A.add = function (t) {
+        cpApp.unSelect();
+        var map = cpApp.map, c = map.getPosWorldMerc(), d = 50 / map.getScm();
+        var al = new kelvor.alarm("New alarm");
+        al.aType = Number(t) === 1 ? 1 : 0;
+        al.locked = false;
+        al.m.push(newPoint(al, c.x - d, c.y, "AP 1"));
+        al.m.push(newPoint(al, c.x + d, c.y, "AP 2"));
+        kelvor.alarmList.push(al);
+        A.select(al);
+        A.modified = true;
+        cpApp.setModified();
+        cpApp.helpBubbleShow("help_bubble_center", "help-alarm.txt");
+        A.menu();
+        cpApp.update();
+        return al;
+    };
+
+    A.del = function (ok) {
+        var al = A.activeAlarm;
+        if (!al) return;
+        if (!ok) {
+            cpApp.yesno("Delete alarm ?", "kelvor.alarm.del(true)");
+            return;
+        }
+        for (var i = 0; i < al.m.length; i++) removePoint(al.m[i]);
+        var j = kelvor.alarmList.indexOf(al);
+        if (j >= 0) kelvor.alarmList.splice(j, 1);
+        A.unSelect();
+        A.modified = true;
+        cpApp.setModified();
+        A.menu();
+        cpApp.update();
+    };
+
+    A.delWaypoint = function (ok) {
+        var al = A.activeAlarm, p = A.activePoint;
+        if (!al || !p || al.locked || al.aType === 1 || al.m.length <= 2) return;
+        if (!ok) {
+            cpApp.yesno("Delete Point ?", "kelvor.alarm.delWaypoint(true)");
+            return;
+        }
+        removePoint(p);
+        al.m.splice(al.m.indexOf(p), 1);
+        A.activePoint = false;
+        A.modified = true;
+        cpApp.setModified();
+        A.menu();
+        cpApp.update();
+    };
+
+    A.lock = function () {
+        if (A.activeAlarm) A.activeAlarm.locked = true;
+        A.menu();
+        cpApp.update();
+    };
+
+    A.unlock = function () {
+        if (A.activeAlarm) A.activeAlarm.locked = false;
+        A.menu();
+        cpApp.update();
+    };
+
+    A.note = function () {
+        var al = A.activeAlarm;
+        if (!al) return;
+        var t = window.prompt("Note", al.note || "");
+        if (t === null) return;
+        al.note = t;
+        A.modified = true;
+        cpApp.setModified();
+    };
+
+    A.noteWaypoint = function () {
+        var p = A.activePoint;
+        if (!p) return;
+        var t = window.prompt("Note", p.note || "");
+        if (t === null) return;
+        p.note = t;
+        A.modified = true;
+        cpApp.setModified();
+    };
+
+    A.alarmColorChange = function (sel) {
+        if (!A.activeAlarm) return;
+        A.activeAlarm.color = sel.value;
+        A.modified = true;
+        cpApp.setModified();
+        cpApp.update();
+    };
+
+    A.rename = function (inp) {
+        if (!A.activeAlarm) return;
+        A.activeAlarm.name = inp.value;
+        A.activeAlarm.noauto = true;
+        A.modified = true;
+        cpApp.setModified();
+    };
+
+    A.showAlarm = function (id) {
+        var al = kelvor.alarmList[Number(id)];
+        if (!al) return;
+        A.select(al);
+        A.menu();
+        var c = al.m[0];
+        cpApp.map.setCenter(c.x, c.y);
+        cpApp.update();
+    };
+
+    A.showWayPoint = function (id) {
+        var al = A.activeAlarm, p = al && al.m[Number(id)];
+        if (!p) return;
+        A.activePoint = p;
+        cpApp.map.setCenter(p.x, p.y);
+        A.showActiveLeg();
+        cpApp.update();
+    };
+
+    /* Menu buttons follow the selection. */
+    A.menu = function () {
+        var al = A.activeAlarm;
+        cpApp.showMenuBar("cp_alarm_menu");
+        show("btn_alarm_on", !!al && al !== A.running);
+        show("btn_alarm_off", !!al && al === A.running);
+        show("btn_alarm_lock", !!al && !al.locked);
+        show("btn_alarm_unlock", !!al && al.locked);
+        show("btn_alarm_del", !!al && ((!al.locked && !A.activePoint) || al.aType === 1));
+        show("btn_alarm_waypoint_del", !!al && !al.locked && !!A.activePoint && al.aType === 0 && al.m.length > 2);
+        show("btn_alarm_note", !!al && !A.activePoint);
+        show("btn_alarm_waypoint_note", !!al && !!A.activePoint);
+    };
+
+    /* Length along the points and the time at the boat's speed. */
+    A.showactiveAlarm = function () {
+        var al = A.activeAlarm, dash = el("cp_alarm_dash");
+        if (!dash) return;
+        var s = kelvor.settings, h = "<select id=\"i_alarm_select\" onchange=\"kelvor.alarm.showAlarm(this.value)\">";
+        if (!al) h += "<option value=\"-1\">Select Alarm</option>";
+        for (var i = 0; i < kelvor.alarmList.length; i++) {
+            h += "<option value=\"" + i + "\"" + (kelvor.alarmList[i] === al ? " selected" : "") + ">" + (i + 1) +
+                " - " + esc(kelvor.alarmList[i].name) + "</option>";
+        }
+        h += "</select>";
+        if (al) {
+            var len = 0;
+            for (var j = 0; j + 1 < al.m.length; j++) len += geoDist(al.m[j], al.m[j + 1]);
+            if (al.aType === 1) len = 2 * Math.PI * geoDist(al.m[0], al.m[1]);
+            al.length = s.fmtDist(len);
+            var spd = Number(s.k.S.i_settings_boat_speed) || 0;
+            h += " <input type=\"text\" id=\"i_alarm_name\" value=\"" + esc(al.name) +
+                "\" onchange=\"kelvor.alarm.rename(this)\"> <span id=\"i_alarm_length\">" + al.length +
+                "</span> <span id=\"i_alarm_duration\">" + (spd > 0 ? s.fmtDuration(len / spd) : "---") + "</span>" +
+                " <select id=\"i_alarm_color\" onchange=\"kelvor.alarm.alarmColorChange(this)\">";
+            for (var c = 0; c < COLORS.length; c++) {
+                h += "<option value=\"" + COLORS[c][0] + "\"" + (al.color === COLORS[c][0] ? " selected" : "") + ">" +
+                    COLORS[c][1] + "</option>";
+            }
+            h += "</select>";
+        }
+        dash.innerHTML = h;
+        cpApp.showDashBoard("cp_alarm_dash");
+    };
+
+    /* The point's values go to a bar that the frame does not show; asking
+    ** for it only closes the other bars. */
+    A.showActiveLeg = function () {
+        var p = A.activePoint, dash = el("cp_alarmpoint_dash"), s = kelvor.settings;
+        if (!p || !dash) return;
+        var al = p.alarm, i = al.m.indexOf(p), q = al.m[i > 0 ? i - 1 : 1];
+        dash.innerHTML = "<span id=\"i_alarmpoint_pos\">" + s.fmtGeo(kelvor.ais.y2lat(p.y), "N", "S") + " " + s.fmtGeo(kelvor.ais.x2lon(p.x), s.EAST || "E", "W") + "</span> <span id=\"i_alarmpoint_leg_length\">" +
+            s.fmtDist(geoDist(q, p)) + "</span> <span id=\"i_alarmpoint_leg_brg\">" +
+            s.fmtBrg(Math.atan2(p.x - q.x, q.y - p.y) * 180 / Math.PI) + "</span>";
+        cpApp.showDashBoard("cp_alarmpoint_dash");
+    };
+
+    function geoDist(a, b) {
+        var S = kelvor.ais;
+        return S.geoDist(S.y2lat(a.y), S.x2lon(a.x), S.y2lat(b.y), S.x2lon(b.x));
+    }
+
+    /* ---- hit test and dragging ---------------------------------------- */
+
+    /* Circles: any pick inside. Lines: a pick near a leg, between its ends. */
+    A.find = function (so) {
+        var p = so.p, tol = so.d;
+        for (var i = 0; i < kelvor.alarmList.length; i++) {
+            var al = kelvor.alarmList[i], m = al.m;
+            if (m.length < 2) continue;
+            if (al.aType === 1) {
+                var d = Math.sqrt((p.x - m[0].x) * (p.x - m[0].x) + (p.y - m[0].y) * (p.y - m[0].y));
+                if (d < A.radius(al)) {
+                    al.e = 0;
+                    so.o = al;
+                }
+                continue;
+            }
+            for (var j = 0; j + 1 < m.length; j++) {
+                var ld = A.linedist(m[j].x, m[j].y, m[j + 1].x, m[j + 1].y, p.x, p.y);
+                if (ld.fb > 0 && ld.fb < 1 && Math.abs(ld.lr * ld.ab) < tol) {
+                    al.e = j + 1;
+                    so.o = al;
+                    so.d = Math.abs(ld.lr * ld.ab);
+                }
+            }
+        }
+    };
+
+    kelvor.alarm.prototype = {
+        onDown: function (ctx) {
+            var so = cpApp.map.selObject;
+            this.p = { x: so.p.x, y: so.p.y };
+            this.medit = false;
+            A.select(this);
+            A.activePoint = false;
+            A.menu();
+        },
+        /* Dragging a line's leg inserts a point at the press point; a
+        ** circle is edited by its two points only. */
+        onMove: function (ctx, dx, dy) {
+            if (this.locked || this.aType === 1) return;
+            if (!this.medit) {
+                this.medit = newPoint(this, this.p.x, this.p.y, "AP " + (this.m.length + 1));
+                this.medit.i = ICON_SHOWN;
+                this.m.splice(this.e, 0, this.medit);
+                A.activePoint = this.medit;
+                A.modified = true;
+            }
+            this.medit.x += dx;
+            this.medit.y += dy;
+        },
+        onUp: function () {
+            if (this.medit) {
+                this.medit = false;
+                cpApp.setModified();
+            }
+            A.showactiveAlarm();
+        },
+        toJSON: function () {
+            var m = [];
+            for (var i = 0; i < this.m.length; i++) {
+                var o = { name: this.m[i].name, x: Math.round(this.m[i].x), y: Math.round(this.m[i].y) };
+                if (this.m[i].noauto) o.noauto = true;
+                if (this.m[i].note) o.note = this.m[i].note;
+                m.push(o);
+            }
+            return { name: this.name, m: m, color: this.color, note: this.note, noauto: this.noauto, aType: this.aType };
+        }
+    };
+
+    /* ---- drawing -------------------------------------------------------- */
+
+    function path(ctx, al) {
+        var f = ctx.scm, x0 = ctx.cxzero, y0 = ctx.cyzero, m = al.m;
+        ctx.beginPath();
+        if (al.aType === 1) {
+            ctx.arc(m[0].x * f - x0, m[0].y * f - y0, A.radius(al) * f, 0, 2 * Math.PI);
+        } else {
+            ctx.moveTo(m[0].x * f - x0, m[0].y * f - y0);
+            for (var i = 1; i < m.length; i++) ctx.lineTo(m[i].x * f - x0, m[i].y * f - y0);
+        }
+        ctx.stroke();
+    }
+
+    A.render = function (ctx) {
+        ctx.save();
+        ctx.setLineDash([]);
+        for (var i = 0; i < kelvor.alarmList.length; i++) {
+            var al = kelvor.alarmList[i];
+            if (al.m.length < 2) continue;
+            var wide = al.locked || A.activePoint ? 15 : 30;
+            ctx.lineWidth = 2;
+            ctx.strokeStyle = al.color;
+            path(ctx, al);
+            if (al === A.running) {
+                ctx.lineWidth = wide;
+                ctx.strokeStyle = "rgba(255,63,0,0.3)";
+                path(ctx, al);
+                ctx.lineWidth = 1;
+                ctx.strokeStyle = al.color;
+                path(ctx, al);
+            } else if (al === A.activeAlarm) {
+                ctx.lineWidth = wide;
+                ctx.strokeStyle = "rgba(0,128,255,0.3)";
+                path(ctx, al);
+                ctx.lineWidth = 1;
+                ctx.strokeStyle = "rgba(255,63,255,1)";
+                path(ctx, al);
+                if (al.aType === 0 && A.activePoint && kelvor.route && kelvor.route.renderRuler) {
+                    var k = al.m.indexOf(A.activePoint), a = al.m[k > 0 ? k - 1 : 0], b = al.m[k > 0 ? k : 1];
+                    try { kelvor.route.renderRuler(ctx, b, a, false, al); } catch (e) { /* ruler drawing is optional */ }
+                }
+            }
+        }
+        ctx.restore();
+    };
+
+    /* ---- storage -------------------------------------------------------- */
+
+    /* Takes the stored JSON text; anything that is not an array counts as
+    ** "[]". All alarms load locked and disarmed. */
+    A.load = function (text) {
+        var l;
+        try { l = JSON.parse(text); } catch (e) { l = []; }
+        if (!Array.isArray(l)) l = [];
+        kelvor.alarmList = [];
+        for (var i = 0; i < l.length; i++) {
+            var o = l[i];
+            if (!o || !Array.isArray(o.m) || o.m.length < 2) continue;
+            var al = new kelvor.alarm(o.name === undefined ? "***" : String(o.name));
+            al.color = o.color || "#ff0000";
+            al.note = o.note || "";
+            al.noauto = !!o.noauto;
+            al.aType = Number(o.aType) === 1 ? 1 : 0;
+            for (var j = 0; j < o.m.length; j++) {
+                var q = o.m[j];
+                if (!q || !isFinite(q.x) || !isFinite(q.y)) continue;
+                var p = newPoint(al, Number(q.x), Number(q.y), q.name);
+                if (q.noauto) p.noauto = true;
+                if (q.note) p.note = q.note;
+                al.m.push(p);
+            }
+            if (al.m.length >= 2) kelvor.alarmList.push(al);
+        }
+        A.running = false;
+    };
+
+    A.save = function () {
+        if (!A.modified) return;
+        postSync("/setValue/alarm", JSON.stringify(kelvor.alarmList));
+        A.modified = false;
+    };
+})(kelvor.alarm);

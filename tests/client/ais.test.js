@@ -1,0 +1,208 @@
+/*
+** AIS targets and fairways: straight-line and fairway CPA, the record
+** merge of host rows, texts of the target dialog, ageing in the render
+** pass and the nearest-30 list.
+*/
+'use strict';
+
+const test = require('node:test');
+const assert = require('node:assert');
+const { load, CORE } = require('./harness');
+
+const B = 40030178.618589391188160183529977;
+/* a place on the equator, where true and grid metres agree */
+const X0 = B / 2, Y0 = B / 2;
+
+function client() {
+    return load(CORE.concat(['kelvor.alarm.js']));
+}
+
+/* A 2D context that accepts every call. */
+function nullCtx(extra) {
+    const base = Object.assign({ scm: 1, cxzero: X0, cyzero: Y0, mapScale: 4000, x1: -640, y1: -400, x2: 640, y2: 400,
+        measureText: () => ({ width: 10 }) }, extra);
+    return new Proxy(base, { get: (o, k) => (k in o ? o[k] : () => {}), set: (o, k, v) => { o[k] = v; return true; } });
+}
+
+test('straight-line CPA', () => {
+    const ctx = client();
+    const cases = [
+        // [name, target dx, dy (true metres, y south), speed, course, want]
+        ['crossing meets at the same point', 1000, -1000, 5, 270, { cpa: 0, tcpa: 200 }],
+        ['head-on passes 100 m apart', 100, -2000, 5, 180, { cpa: 100, tcpa: 200 }],
+        ['same velocity has no meeting', 500, 0, 5, 0, false],
+        ['opening ships have no meeting', 0, -1000, 10, 0, false],
+        ['far future still computes', 0, -30000, 1, 180, { cpa: 0, tcpa: 5000 }],
+    ];
+    for (const [name, dx, dy, spd, crs, want] of cases) {
+        const nr = new ctx.kelvor.navrte('empty');
+        nr.setBoat(X0, Y0, 5, 0, 50, 1);
+        const r = nr.cpaCalc(X0 + dx, Y0 + dy, spd, crs);
+        if (want === false) {
+            assert.strictEqual(r, false, name);
+        } else {
+            assert.strictEqual(r.cpa, want.cpa, name);
+            assert.strictEqual(r.tcpa, want.tcpa, name);
+        }
+    }
+});
+
+test('grid metres count at the boat latitude', () => {
+    const ctx = client();
+    const nr = new ctx.kelvor.navrte('empty');
+    nr.setBoat(X0, Y0, 5, 0, 50, 0.5);
+    /* 2000 grid metres at refLat 0.5 are 1000 true metres */
+    const r = nr.cpaCalc(X0 + 2000, Y0 - 2000, 5, 270);
+    assert.strictEqual(r.tcpa, 200);
+});
+
+test('CPA text: shown within 4200 s only', () => {
+    const ctx = client();
+    const nr = new ctx.kelvor.navrte('empty');
+    const cases = [
+        ['near meeting', 0, -2000, 5, 180, /^.*m&nbsp;\/&nbsp;3min&nbsp;20s&nbsp;$/],
+        ['beyond 4200 s', 0, -30000, 1, 180, false],
+        ['opening', 0, -1000, 10, 0, false],
+        ['parallel', 300, 0, 5, 0, false],
+    ];
+    for (const [name, dx, dy, spd, crs, want] of cases) {
+        nr.setBoat(X0, Y0, 5, 0, 50, 1);
+        const c = nr.cpa(X0 + dx, Y0 + dy, spd, crs);
+        if (want === false) assert.strictEqual(c.CPA, false, name);
+        else assert.match(c.CPA, want, name);
+    }
+});
+
+test('fairway run and CPA along the line', () => {
+    const ctx = client();
+    const nr = new ctx.kelvor.navrte('fw');
+    /* a channel 10 km due north, then 5 km east */
+    nr.x = [X0, X0, X0 + 5000];
+    nr.y = [Y0, Y0 - 10000, Y0 - 10000];
+    nr.setBoat(X0 + 10, Y0 - 1000, 5, 0, 50, 1);
+    assert.ok(nr.b, 'boat is on the fairway');
+    assert.strictEqual(Math.round(nr.b.run), 1000);
+    assert.strictEqual(nr.b.dir, 1);
+
+    const runs = [
+        // [name, x, y, cog, run or false, dir]
+        ['on the first leg against it', X0 - 20, Y0 - 5000, 180, 5000, -1],
+        ['on the second leg with it', X0 + 2000, Y0 - 10030, 90, 12000, 1],
+        ['too far off the line', X0 + 80, Y0 - 5000, 0, false],
+        ['before the start', X0, Y0 + 500, 0, false],
+    ];
+    for (const [name, x, y, cog, run, dir] of runs) {
+        const r = nr.run(x, y, cog);
+        if (run === false) { assert.strictEqual(r, false, name); continue; }
+        assert.strictEqual(Math.round(r.run), run, name);
+        assert.strictEqual(r.dir, dir, name);
+    }
+
+    const c = nr.cpa(X0 - 20, Y0 - 5000, 5, 180);
+    assert.strictEqual(Math.round(c.tcpa), 400);
+    assert.strictEqual(Math.round(c.cpa), 30, 'difference of the lateral offsets');
+    assert.strictEqual(c.cdir, ' ');
+    assert.ok(c.CPA.startsWith(' '));
+    /* a target ahead running away at the same speed never meets */
+    assert.strictEqual(nr.cpa(X0, Y0 - 5000, 5, 0).CPA, false);
+    /* off the fairway: straight line, no run */
+    assert.strictEqual(nr.cpa(X0 + 500, Y0 - 2000, 5, 180).run, undefined);
+
+    const p = nr.getXY(11000);
+    assert.deepStrictEqual([Math.round(p.x - X0), Math.round(p.y - Y0), p.dx, p.dy], [1000, -10000, 1, 0]);
+    assert.strictEqual(nr.getXY(20000), false);
+});
+
+test('ship type, navigational status and ETA texts', () => {
+    const a = client().kelvor.ais;
+    assert.strictEqual(a.SHIPTYPE.length, 81);
+    const types = [
+        [20, 'Wing in ground (WIG), all ships of this type'],
+        [24, 'Wing in ground (WIG), Hazardous category D'],
+        [29, 'Wing in ground (WIG), Reserved for future use'],
+        [32, 'Towing: length exceeds 200m or breadth exceeds 25m'],
+        [36, 'Sailing'],
+        [41, 'High speed craft (HSC), Hazardous category A'],
+        [49, 'High speed craft (HSC), No additional information'],
+        [57, 'Spare - Local Vessel'],
+        [69, 'Passenger, Reserved for future use'],
+        [80, 'Tanker, all ships of this type'],
+        [99, 'Other Type, no additional information'],
+        [100, 'Pleasure Craft, MrAppUser'],
+        [101, '101'],
+        [0, '0'],
+    ];
+    for (const [t, want] of types) assert.strictEqual(a.shipType(t), want, `type ${t}`);
+
+    const stats = [
+        [{ stat: 0, user: 211000001 }, 'Under way using engine'],
+        [{ stat: 12, user: 211000001 }, 'power-driven vessel pushing ahead or towing alongsid'],
+        [{ stat: 14, user: 211000001 }, 'AIS-SART(active)'],
+        [{ stat: 15, user: 211000001 }, 'undefined'],
+        [{ stat: 15, user: 970000001 }, 'AIS SART TEST'],
+    ];
+    for (const [e, want] of stats) assert.strictEqual(a.navStatus(e), want);
+
+    const eta = (mo, d, h, mi) => (mo << 16) | (d << 11) | (h << 6) | mi;
+    const etas = [
+        // [packed, want month index, day, hour, minute]
+        [eta(6, 15, 10, 20), 6, 15, 10, 20],
+        [eta(6, 15, 10, 45), 6, 15, 10, 13], // a minute above 31 loses its top bit
+        [eta(1, 1, 0, 0), 1, 1, 0, 0],       // month 1 goes in as February
+    ];
+    for (const [v, mo, d, h, mi] of etas) {
+        const t = a.etaUnpack(v, 2026);
+        assert.deepStrictEqual([t.getMonth(), t.getDate(), t.getHours(), t.getMinutes()], [mo, d, h, mi]);
+    }
+});
+
+test('rows merge into records; stale records go in the render pass', () => {
+    const ctx = client();
+    const a = ctx.kelvor.ais;
+    ctx.kelvor.boat.loctime = 100000;
+    ctx.kelvor.chartkit.navrte = new ctx.kelvor.navrte('empty');
+    const X = Math.round(X0 + 1000), Y = Math.round(Y0 - 1000);
+    a.setAisData({ ais: [
+        [211000001, 5, 0, 0, 0, 'DABC', 'STATIC FIRST', 70, 'KIEL', 0, 50, 10, 5, 5, 42, 1234567],
+        [211000002, 18, 0, X, Y, 50, 900, 511, -128, 0],
+        [211000003, 21, 0, X, Y + 500, '', 'BUOY', 1, '', 0, 0, 0, 0, 0, -1],
+        [211000004, 1, 0, X, Y - 500, 0, 0, 511, -128, 0],
+    ] });
+    const e1 = a.ais_elem[211000001];
+    assert.strictEqual(e1.name, 'STATIC FIRST');
+    assert.strictEqual(e1.isB, false);
+    assert.strictEqual(e1.X, undefined, 'message 5 carries no position');
+    const e2 = a.ais_elem[211000002];
+    assert.strictEqual(e2.isB, true);
+    assert.strictEqual(e2.SOG !== 'n/a', true);
+    assert.strictEqual(e2.cog, 90);
+    assert.strictEqual(a.ais_elem[211000004].COG, 'n/a', 'course 0 counts as missing');
+
+    a.setAisData({ ais: [[211000001, 1, 0, X - 300, Y, 100, 0, 0, 0, 0]] });
+    assert.strictEqual(e1.X, X - 300);
+    assert.strictEqual(e1.track.length, 1);
+
+    ctx.kelvor.boat.loctime = 100000 + 901;
+    a.addMarker({ _ID: 7, NAME: 'Fairway 7', lon: 0, lat: 0 });
+    a.render(nullCtx());
+    assert.deepStrictEqual(Object.keys(a.ais_elem).sort(), ['211000003', 'RTEMRK7']);
+});
+
+test('the target list takes the nearest 30 shown targets', () => {
+    const ctx = client();
+    const a = ctx.kelvor.ais;
+    const div = { innerHTML: '' };
+    ctx.document.getElementById = (id) => (id === 'r_ais_list' ? div : null);
+    ctx.kelvor.boat.loctime = 5000;
+    ctx.kelvor.boat.theBoat = { x: X0, y: Y0 };
+    ctx.kelvor.chartkit.navrte = new ctx.kelvor.navrte('empty');
+    const rows = [];
+    for (let i = 0; i < 40; i++) rows.push([211000100 + i, 1, 0, Math.round(X0 + 100 * (40 - i)), Math.round(Y0 - 50), 0, 0, 511, -128, 0]);
+    rows.push([211000999, 18, 0, Math.round(X0 + 30), Math.round(Y0 - 30), 0, 0, 511, -128, 0]);
+    ctx.kelvor.settings.k.C.i_traffic_ais_showClassB = false;
+    a.setAisData({ ais: rows, aisuserid: 211000139 });
+    const ids = [...div.innerHTML.matchAll(/data-mmsi="(\d+)"/g)].map((m) => Number(m[1]));
+    assert.strictEqual(ids.length, 30);
+    assert.strictEqual(ids[0], 211000138, 'own AIS ship and hidden class B are left out');
+    for (let i = 1; i < ids.length; i++) assert.ok(ids[i] < ids[i - 1], 'nearest first');
+});

@@ -113,6 +113,9 @@ function looksLikeMessage(s) {
     const t = s.trim();
     if (!/[A-Za-z\u00c0-\u024f]{2}/.test(t)) return false;
     if (/^(SELECT|INSERT|UPDATE|DELETE|REPLACE|CREATE|DROP|BEGIN|COMMIT|ROLLBACK)\b/i.test(t)) return false;
+    /* pieces of SQL built by concatenation: upper-case clauses, or a text
+    ** that opens with a closing bracket */
+    if (/^(AND|OR|WHERE|FROM|LIMIT)\b|\b(ORDER BY|GROUP BY|FROM|WHERE)\b/.test(t) || /^\)/.test(t)) return false;
     if (/^(\/|\.\/|#|\.|https?:|data:|img\/|lib\/)/.test(t)) return false;
     if (/\.(png|gif|jpe?g|mp3|wav|js|css|html|txt|marepack)\b/.test(t)) return false;
     if (/[{};=]|=>|\$\{/.test(t)) return false;

@@ -78,6 +78,7 @@ test('untranslated messages are reported, code strings are not', () => {
     const seen = [];
     i18n.translateJs(
         'a("No Data available"); b("Overview"); c("i_chart_layer"); d("click"); e("SELECT ts FROM log");' +
+        'k("AND ts <"); l(") FROM log GROUP BY 1"); m("ORDER BY id DESC");' +
         'f("img/icon-50-marker.png"); g("12px sans-serif"); h("#fff"); i("Today"); j("<b>Boat speed</b>");',
         table, (text) => seen.push(text));
     assert.deepStrictEqual(seen, ['No Data available', 'Overview', '<b>Boat speed</b>']);

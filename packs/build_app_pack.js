@@ -226,6 +226,8 @@ function checkReferences(rows, o, warn) {
     for (const f of fs.readdirSync(o.app).filter((x) => x === 'marepack.html' || /\.js$/.test(x))) {
         const src = fs.readFileSync(path.join(o.app, f), 'utf8');
         for (const m of src.matchAll(/\b(?:img|lib)\/[A-Za-z0-9_\-/.]+\.(?:png|gif|mp3|js)\b/g)) refs.add(m[0]);
+        /* bare image names that the client puts behind "img/" itself */
+        for (const m of src.matchAll(/["']([A-Za-z0-9_-]+\.(?:png|gif|mp3))["']/g)) refs.add('img/' + m[1]);
     }
     /* style sheets name their images relative to their own folder */
     for (const f of listFiles(path.join(o.app, 'img')).filter((x) => /\.css$/.test(x))) {

@@ -1,6 +1,10 @@
 // The mode string, the byte-wise line reader and file playback.
+#include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <functional>
 
 #include "nav_support.h"
 
@@ -54,6 +58,58 @@ TEST_F(NavMode, OverlongModeChangesNothing) {
     gpsfix.gpsIntern = 4;
     setNmeaMode(mode.c_str());
     EXPECT_EQ(4, gpsfix.gpsIntern);
+}
+
+// Accepts one connection on fd within ms; returns it or -1.
+static int acceptWithin(int fd, int ms) {
+    struct pollfd pf = {fd, POLLIN, 0};
+    return poll(&pf, 1, ms) > 0 ? accept(fd, NULL, NULL) : -1;
+}
+
+static bool waitUntil(const std::function<bool()> &ok, int ms) {
+    for (int i = 0; i < ms / 10 && !ok(); i++) usleep(10000);
+    return ok();
+}
+
+TEST_F(NavMode, PauseEndsTheFeedThreadAndResumeStartsAnother) {
+    int lfd = socket(AF_INET, SOCK_STREAM, 0);
+    struct sockaddr_in a;
+    memset(&a, 0, sizeof(a));
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof(a);
+    ASSERT_EQ(0, bind(lfd, (struct sockaddr *)&a, sizeof(a)));
+    ASSERT_EQ(0, listen(lfd, 4));
+    getsockname(lfd, (struct sockaddr *)&a, &len);
+    std::string mode = "0/1/1/127.0.0.1/" + std::to_string(ntohs(a.sin_port)) + "/0";
+    int32_t before = MR_LOAD(mrApp.threadCount);
+
+    setNmeaMode(mode.c_str());
+    int c1 = acceptWithin(lfd, 5000);
+    ASSERT_GE(c1, 0);
+    ASSERT_TRUE(waitUntil([] { return MR_LOAD(nmea_stat) == 1; }, 5000));
+    EXPECT_STREQ(mode.c_str(), lastrequest);
+
+    // the reader is blocked in its receive: pausing must end it at once
+    EXPECT_EQ(0, stop_nmea());
+    EXPECT_TRUE(waitUntil([&] { return MR_LOAD(mrApp.threadCount) == before; }, 2000));
+    EXPECT_EQ(0, nmea_stat);
+    EXPECT_STREQ("", lastrequest);
+    EXPECT_EQ(998, gpsfix.fix);
+
+    // while paused a mode string starts nothing; resuming does
+    setNmeaMode(mode.c_str());
+    EXPECT_EQ(-1, acceptWithin(lfd, 300));
+    cont_nmea();
+    int c2 = acceptWithin(lfd, 5000);
+    EXPECT_GE(c2, 0);
+    ASSERT_TRUE(waitUntil([] { return MR_LOAD(nmea_stat) == 1; }, 5000));
+    stop_nmea();
+    EXPECT_TRUE(waitUntil([&] { return MR_LOAD(mrApp.threadCount) == before; }, 2000));
+    MR_STORE(nmea_pause, 0);
+    close(c1);
+    close(c2);
+    close(lfd);
 }
 
 TEST(NavTcpLine, ReadsOneLineAByteAtATime) {

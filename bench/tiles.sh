@@ -42,6 +42,7 @@ DATA=$WORK/home/.local/share/mareplot
 mkdir -p "$DATA" "$WORK/www/getTileI/A000009" "$WORK/nginx"
 { printf '\211PNG\r\n\032\n'; head -c $((TILE_SIZE - 8)) /dev/urandom; } > "$WORK/tile.png"
 cp "$WORK/tile.png" "$WORK/www/getTileI/A000009/$KEY"
+chmod -R a+rX "$WORK"   # nginx workers may run as another user
 sqlite3 "$DATA/A000009.marepack" <<SQL
 PRAGMA page_size=1024;
 CREATE TABLE kvt (k TEXT,v TEXT,t INTEGER, l TEXT);
@@ -95,7 +96,8 @@ bench() {
     HOME=$WORK/home "$HOSTBIN" > "$WORK/host.log" 2>&1 &
     HOST_PID=$!
     for _ in $(seq 50); do
-        curl -s -o /dev/null http://127.0.0.1:19999/hostversion && break
+        curl -s -o /dev/null http://127.0.0.1:19999/hostversion &&
+            curl -s -o /dev/null "http://127.0.0.1:$NGINX_PORT/" && break
         sleep 0.1
     done
     curl -s "http://127.0.0.1:19999/getSetState/chartdb=A000009.marepack" > "$WORK/select.txt"
@@ -103,7 +105,7 @@ bench() {
     local url="http://127.0.0.1:19999/getTileI/A000009/$KEY"
     local ref="http://127.0.0.1:$NGINX_PORT/getTileI/A000009/$KEY"
     cmp -s <(curl -s "$url") "$WORK/tile.png" || { echo "host tile differs" >&2; exit 1; }
-    cmp -s <(curl -s "$ref") "$WORK/tile.png" || { echo "nginx tile differs" >&2; exit 1; }
+    cmp -s <(curl -s "$ref") "$WORK/tile.png" || { echo "nginx tile differs: $(cat "$WORK/nginx/error.log")" >&2; exit 1; }
 
     echo "| connections | mareplotd req/s | p50 | p99 | nginx req/s | p50 | p99 | ratio |"
     echo "|---|---|---|---|---|---|---|---|"

@@ -4,7 +4,6 @@
 ** text, and takes back the fix, the queued AIS rows and the track points
 ** newer than the client's last one, as one JSON object.
 */
-#include <errno.h>
 #include <sqlite3.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -24,7 +23,6 @@ static int read_numbers(const char *text, int32_t v[4]) {
     if (p == NULL) return 0;
     while (count < 4) {
         char *end;
-        errno = 0;
         long long x = strtoll(p, &end, 10);
         if (end == p) break;
         v[count++] = (int32_t)(uint32_t)(unsigned long long)x;

@@ -378,15 +378,20 @@ kelvor.ais = {
         ctx.fillText(txt, x, y);
     },
 
+    /* Grey when the last row is older than 60 s for a ship above 1.5 m/s,
+    ** 240 s for a slower one. */
+    isStale: function (e, now) {
+        return e.time < now - (e.sog > 1.5 ? 60 : 240);
+    },
+
     renderBoat: function (e, ctx, mp, now) {
         var a = kelvor.ais, k = kelvor.settings.k, night = k.C.i_night_mode;
         var px = e.X * ctx.scm - ctx.cxzero, py = e.Y * ctx.scm - ctx.cyzero;
-        var timeout = now - (e.sog > 1.5 ? 60 : 240);
         var own = kelvor.boat.gps && e.user === kelvor.boat.gps.aisuserid && e.user !== 0;
         ctx.strokeStyle = night ? "#ccc" : "#000";
         if (e.msgid < 100) {
             if (own) ctx.fillStyle = "rgba(255,84,0,0.4)";
-            else if (e.time >= timeout) ctx.fillStyle = e.isB ? "rgba(0,204,153,0.4)" : "rgba(0,0,255,0.4)";
+            else if (!a.isStale(e, now)) ctx.fillStyle = e.isB ? "rgba(0,204,153,0.4)" : "rgba(0,0,255,0.4)";
             else {
                 ctx.strokeStyle = "#666";
                 ctx.fillStyle = "rgba(128,128,128,0.4)";

@@ -88,15 +88,3 @@ TEST(State, SwitchingPacksAndLanguage) {
     EXPECT_EQ("File not found (en): version", httpGet("/getMapData/version").body);
     EXPECT_EQ("out of memory", httpGet("/MexecSql/SELECT%201").body);
 }
-
-TEST(State, KeyFilesAreReadAtStart) {
-    PackHome home;
-    {
-        Host host(home.home());
-        httpGet("/getSetState/alang=de");
-        httpGet("/getSetState/skin=Night");
-    }
-    Host again(home.home());
-    std::string v = httpGet("/hostversion").body;
-    EXPECT_NE(std::string::npos, v.find("\"alang\":\"de\",\"skin\":\"Night\"")) << v;
-}

@@ -748,7 +748,7 @@ kelvor.ais = {
         if (!e || !dlg) return;
         a.openShip = id;
         var rows = a.statusRows(e), h = "<h2>Ais Information</h2>";
-        h += "<table class=\"np_table\"><tr><td>Show encounter</td><td><input type=\"checkbox\" id=\"i_ais_encounter\"" +
+        h += "<table class=\"np_table\"><tr><td>" + "Show encounter" + "</td><td><input type=\"checkbox\" id=\"i_ais_encounter\"" +
             (e.showEncounter ? " checked" : "") + " onchange=\"kelvor.ais.encounterChanged(this)\"></td></tr>";
         for (var i = 0; i < rows.length; i++) {
             if (rows[i][2] && !a.moreInfo) continue;
@@ -757,7 +757,7 @@ kelvor.ais = {
         h += "</table><div class=\"btn_row\"><button type=\"button\" id=\"btn_ais_more\" onclick=\"kelvor.ais.moreless()\">" +
             (a.moreInfo ? "Less" : "More") + "</button>";
         if (Number(k.I.i_gps_source) === 2) {
-            h += " <button type=\"button\" id=\"btn_ais_myvessel\" onclick=\"kelvor.ais.makeMyVessel()\">Make this my vessel</button>";
+            h += " <button type=\"button\" id=\"btn_ais_myvessel\" onclick=\"kelvor.ais.makeMyVessel()\">" + "Make this my vessel" + "</button>";
         }
         h += "</div>";
         dlg.children[0].innerHTML = h;
@@ -811,7 +811,7 @@ function fillAisList(aisuserid) {
     cand.sort(function (p, q) { return p.rng - q.rng; });
     if (cand.length > 30) cand.length = 30;
     var d = new Date();
-    var h = "<h5>AIS Targets<span class=\"ais_clock\" style=\"float:right\">" +
+    var h = "<h5>" + "AIS Targets" + "<span class=\"ais_clock\" style=\"float:right\">" +
         (d.getHours() < 10 ? "0" : "") + d.getHours() + ":" + (d.getMinutes() < 10 ? "0" : "") + d.getMinutes() +
         "</span></h5>";
     for (var i = 0; i < cand.length; i++) {

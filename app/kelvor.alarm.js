@@ -360,7 +360,7 @@ kelvor.alarmList = [];
         var al = A.activeAlarm, dash = el("cp_alarm_dash");
         if (!dash) return;
         var s = kelvor.settings, h = "<select id=\"i_alarm_select\" onchange=\"kelvor.alarm.showAlarm(this.value)\">";
-        if (!al) h += "<option value=\"-1\">Select Alarm</option>";
+        if (!al) h += "<option value=\"-1\">" + "Select Alarm" + "</option>";
         for (var i = 0; i < kelvor.alarmList.length; i++) {
             h += "<option value=\"" + i + "\"" + (kelvor.alarmList[i] === al ? " selected" : "") + ">" + (i + 1) +
                 " - " + esc(kelvor.alarmList[i].name) + "</option>";

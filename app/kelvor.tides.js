@@ -17,9 +17,9 @@
 */
 
 kelvor.tideSrc = {
-    BSH: "Bundesamt f\u00fcr Seeschifffahrt und Hydrographie (BSH)",
+    BSH: "Bundesamt für Seeschifffahrt und Hydrographie (BSH)",
     RWS: "Rijkswaterstaat, Netherlands (RWS)",
-    SHOM: "Service hydrographique et oc\u00e9anographique de la marine (SHOM)",
+    SHOM: "Service hydrographique et océanographique de la marine (SHOM)",
     NOAA: "National Oceanic and Atmospheric Administration (NOAA)"
 };
 

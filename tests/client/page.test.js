@@ -262,7 +262,9 @@ test('switching to German reloads the German page', async () => {
         ]);
         await page.waitForFunction(() => window.cpApp && cpApp.map);
         const st = await page.evaluate(() => ({ alang: kelvor.settings.host.alang, east: kelvor.settings.EAST,
-            lang: kelvor.settings.k.S.i_settings_language }));
-        assert.deepStrictEqual(st, { alang: 'de', east: 'O', lang: 'de' });
+            lang: kelvor.settings.k.S.i_settings_language,
+            title: document.querySelector('#np_settings_dlg h2').textContent,
+            done: document.getElementById('btn_settings_done').textContent }));
+        assert.deepStrictEqual(st, { alang: 'de', east: 'O', lang: 'de', title: 'Einstellungen', done: 'Fertig' });
     });
 });

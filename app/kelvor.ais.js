@@ -243,7 +243,7 @@ kelvor.ais = {
             k.I.i_gps_source, kelvor.boat.loctime].join(",");
         var auth = getSync("/getAuth/" + encodeURIComponent(txt));
         var url = AJAXSERVER + "?mrpos=" + encodeURIComponent(txt) + "&descr=" +
-            encodeURIComponent(k.S.i_settings_boat_name || k.boatname || "") + "&a=" + encodeURIComponent(auth || "");
+            encodeURIComponent(k.V.i_settings_boat_name || "") + "&a=" + encodeURIComponent(auth || "");
         getAsync(url, function (r) {
             if (r === false) return;
             try {
@@ -419,16 +419,17 @@ kelvor.ais = {
             ctx.fill();
             ctx.stroke();
         } else {
-            /* hull to scale around the reference point; rotated by pi the
-            ** bow lies toward +y */
+            /* hull to scale around the reference point. The frame is turned
+            ** by heading plus a half turn, so the bow lies toward +y and
+            ** starboard toward -x. */
             var bw = e.bow / mp, st = e.stern / mp, pt = e.port / mp, sb = e.starboard / mp;
             var d = 0.4 * beam / mp;
             ctx.lineWidth = own ? 2 : 1;
-            ctx.moveTo(sb, -st);
-            ctx.lineTo(sb, bw - d);
-            ctx.lineTo((sb - pt) / 2, bw);
-            ctx.lineTo(-pt, bw - d);
-            ctx.lineTo(-pt, -st);
+            ctx.moveTo(-sb, -st);
+            ctx.lineTo(-sb, bw - d);
+            ctx.lineTo((pt - sb) / 2, bw);
+            ctx.lineTo(pt, bw - d);
+            ctx.lineTo(pt, -st);
             ctx.closePath();
             ctx.fill();
             ctx.stroke();

@@ -206,3 +206,29 @@ test('the target list takes the nearest 30 shown targets', () => {
     assert.strictEqual(ids[0], 211000138, 'own AIS ship and hidden class B are left out');
     for (let i = 1; i < ids.length; i++) assert.ok(ids[i] < ids[i - 1], 'nearest first');
 });
+
+test('target dialog rows: short and long form, the swapped longitude letters', () => {
+    const ctx = client();
+    const a = ctx.kelvor.ais;
+    ctx.kelvor.settings.k.I.i_settings_geofmt = 1;
+    const e = { user: 211000001, name: '211000001', callsign: 'DABC', bow: 50, stern: 10, port: 5, starboard: 6,
+        draught: 42, hdg: 511, COG: 'n/a', SOG: 'n/a', rot: -128, CPA: false, lat: 54.5, lon: 10.25, time: 0,
+        stat: 15, dest: 'KIEL', eta: 0, shiptype: 36 };
+    ctx.kelvor.boat.loctime = 125;
+    const rows = Object.fromEntries(a.statusRows(e).map((r) => [r[0], [r[1], r[2]]]));
+    const cases = [
+        // [row, value, only in the long form]
+        ['Name', undefined],
+        ['Length', ['60 m', false]],
+        ['Beam', ['11 m', false]],
+        ['Draught', ['4.2 m', false]],
+        ['HDG', ['n/a', true]],
+        ['CPA', ['---', true]],
+        ['Position', ['54\u00b030.000\'N 10\u00b015.000\'W', false]],
+        ['Age', ['2:05', false]],
+        ['Status Navigation', ['undefined', false]],
+        ['Ship Type', ['Sailing', false]],
+        ['ETA', undefined],
+    ];
+    for (const [k, want] of cases) assert.strictEqual(JSON.stringify(rows[k]), JSON.stringify(want), k);
+});

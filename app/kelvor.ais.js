@@ -673,8 +673,9 @@ kelvor.ais = {
         }
     },
 
-    /* "Near Me": targets whose squared distance is below r. Entry texts
-    ** take characters 5 and 4 of the key, the class column the MMSI. */
+    /* "Near Me": targets whose squared distance is below r, so within the
+    ** square root of r metres. Entries as the gazetteer gives them: text n
+    ** (characters 5 and 4 of the key), class c (the MMSI), place x, y. */
     findByRange: function (x, y, r) {
         var a = kelvor.ais, out = [];
         for (var id in a.ais_elem) {
@@ -683,7 +684,7 @@ kelvor.ais = {
             var d2 = (e.X - x) * (e.X - x) + (e.Y - y) * (e.Y - y);
             if (d2 < r) {
                 var key = String(id);
-                out.push({ txt: key.charAt(5) + key.charAt(4), cls: e.user, e: e, d: Math.sqrt(d2) });
+                out.push({ n: key.charAt(5) + key.charAt(4), c: e.user, x: e.X, y: e.Y, e: e });
             }
         }
         return out;

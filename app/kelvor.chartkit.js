@@ -4,9 +4,14 @@
 ** Makes the host open a pack, reads the pack's documents (chart list, tile
 ** availability, chart info markers, tide stations, overlay) into memory,
 ** chooses the chart to show first, draws chart frames and marks a pack
-** the server listed as old. The download dialogue and kit list updates
-** live with the kit management screens.
+** the server listed as old. Also the kit list: the server's list of kits
+** the user may have, downloads through the host with a progress dialogue,
+** deleting kits, the daily check for old packs and overlay refreshes.
 */
+
+/* Download failure labels by the absolute value of the host's error code. */
+var CHARTKIT_DLLABELS = ["", "Internal Error", "Server not found", "Network Error", "Device Storage full",
+    "Download Failed", "Provider Error", "Aborted"];
 
 kelvor.chartkit = {
     chartList: [],
@@ -237,7 +242,10 @@ kelvor.chartkit = {
     },
 
     find: function (so) {
-        var list = kelvor.chartkit.markerList;
+        var ck = kelvor.chartkit, list = ck.markerList;
+        if (ck.vectorMap && ck.vectorMap.find) {
+            ck.vectorMap.find(so, { e: null, onUp: ck.showMrk, x: so.p.x, y: so.p.y });
+        }
         for (var i = 0; i < list.length; i++) {
             var m = list[i];
             if (!(so.mapScale <= Number(m.s))) continue;
@@ -249,8 +257,202 @@ kelvor.chartkit = {
         }
     },
 
+    /* A chart info marker or an overlay feature was tapped: overlay
+    ** features with an action show their Name and Description. */
     showMrk: function () {
-        /* the chart info popup belongs to the chart info issue */
+        var e = this && this.e;
+        if (!e || !e.action) return;
+        var d = document.getElementById("cp_dialog_common");
+        if (!d) return;
+        d.innerHTML = "<h2></h2><p></p>";
+        d.children[0].textContent = e.Name === undefined ? "" : String(e.Name);
+        d.children[1].textContent = e.Description === undefined ? "" : String(e.Description);
+        cpApp.sizeDialog("np_dialog_common");
+    },
+
+    /* Scans the overlay for the two route layers: the fairway becomes the
+    ** kit's navrte, fairway markers go to the AIS display. */
+    initVecMap: function (o) {
+        var ck = kelvor.chartkit, map = o && o.map;
+        if (!Array.isArray(map)) return;
+        for (var i = 0; i < map.length; i++) {
+            var e = map[i];
+            if (!e || !Array.isArray(e._XY)) continue;
+            if (e._LY === "RTE_FAIRWAY") {
+                ck.navrte = new kelvor.navrte(e.NAME, e._XY);
+            } else if (e._LY === "RTE_MARKER" && kelvor.ais && kelvor.ais.addMarker) {
+                kelvor.ais.addMarker({ _ID: e._ID, NAME: e.NAME, lon: e._XY[0], lat: e._XY[1] });
+            }
+        }
+    },
+
+    /* ---- kit list ------------------------------------------------------ */
+
+    /* Asks the server which kits the user may have. The reply is JSON with
+    ** update (kit records by pack id) and optionally html, the selection
+    ** form; without html the form is built from update. */
+    showKitList: function () {
+        var ck = kelvor.chartkit, k = kelvor.settings.k, host = kelvor.settings.host;
+        var url = AJAXSERVER + "?getkitlist=" + encodeURIComponent(k.userid) + "&alang=" + host.alang + "&tz=" + host.tz;
+        cpApp.startAxImage(true);
+        getAsync(url, function (text) {
+            var r;
+            try {
+                r = JSON.parse(text);
+                if (!r || typeof r !== "object" || !r.update) throw new Error("no kit list");
+            } catch (e) {
+                console.log("showKitList: " + e);
+                cpApp.ineterror();
+                return;
+            }
+            ck.update = r.update;
+            var box = document.getElementById("np_chartkit_add_form");
+            box.innerHTML = r.html ? String(r.html) : ck.kitForm(r.update, k.chartKitList2);
+            cpApp.sizeDialog("np_chartkit_add");
+        });
+    },
+
+    /* The selection form: one tickable row per kit, the installed ones marked
+    ** with their version; ticking an installed kit deletes it. */
+    kitForm: function (update, have) {
+        var h = "<form id=\"f_chartkit\" onsubmit=\"return false\"><table class=\"np_table\">";
+        var ids = Object.keys(update).sort(function (a, b) { return a - b; });
+        for (var i = 0; i < ids.length; i++) {
+            var u = update[ids[i]], mine = have && have[ids[i]];
+            var state = mine ? (Number(mine.version) === Number(u.version) ? "Installed" : "Update") : "";
+            h += "<tr><td><input type=\"checkbox\" name=\"kit\" value=\"" + Number(u.pid) + "\"></td><td>" +
+                String(u.name).replace(/[<>&"]/g, "") + "</td><td>" + (Number(u.filesize) / 1000000).toFixed(1) +
+                " MB</td><td>" + state + "</td></tr>";
+        }
+        return h + "</table><div class=\"btn_row\"><button type=\"button\" id=\"btn_chartkit_exec\" " +
+            "onclick=\"kelvor.chartkit.updateChartKitExec()\">Done</button></div></form>";
+    },
+
+    /* Deletes or queues each ticked kit, then downloads the queue. */
+    updateChartKitExec: function () {
+        var ck = kelvor.chartkit, k = kelvor.settings.k;
+        var boxes = document.querySelectorAll("#np_chartkit_add_form input[type=checkbox]");
+        ck.updatePos = [];
+        for (var i = 0; i < boxes.length; i++) {
+            var id = Number(boxes[i].value);
+            if (!boxes[i].checked || !(id > 0)) continue;
+            var u = ck.update[id];
+            if (k.chartKitList2[id]) {
+                getSync("/getSetState/delchartdb=" + ck.makeFileName(id));
+                delete k.chartKitList2[id];
+                if (u && Number(u.stat) === 2) continue;
+            }
+            if (!u) continue;
+            if (String(u.version) === String(ck.checkversion(u.pid))) k.chartKitList2[id] = u;
+            else ck.updatePos.push(id);
+        }
+        if (ck.updatePos.length) {
+            ck._progress("Connecting");
+            ck.download(0);
+        } else {
+            kelvor.settings.save();
+        }
+        ck.checkForNewMaps(true);
+    },
+
+    /* Deletes one installed kit: its file on the host and its list entry. */
+    deleteKit: function (id) {
+        var ck = kelvor.chartkit, k = kelvor.settings.k;
+        getSync("/getSetState/delchartdb=" + ck.makeFileName(id));
+        delete k.chartKitList2[id];
+        kelvor.settings.save();
+    },
+
+    _progress: function (html) {
+        var t = document.getElementById("np_chartkit_progress_text");
+        if (t) t.innerHTML = html;
+        if (cpApp.activeDialog !== document.getElementById("np_chartkit_progress")) cpApp.sizeDialog("np_chartkit_progress");
+    },
+
+    /* Label of a download error code, by its absolute value. */
+    dlLabel: function (e) {
+        var l = CHARTKIT_DLLABELS[Math.abs(Number(e)) || 0];
+        return l === undefined ? "" : l;
+    },
+
+    /* The progress lines of one poll: name, whole percentage, bar, MB. */
+    progressHtml: function (u, b) {
+        var size = Number(u.filesize) || 0, got = Number(b) || 0;
+        var pc = size > 0 ? got * 100 / size : 0;
+        return "<div id=\"dl_name\">" + String(u.name).replace(/[<>&"]/g, "") + "</div>" +
+            "<div id=\"dl_pc\">" + pc.toFixed(0) + " %</div>" +
+            "<div class=\"dl_bar\" style=\"border:1px solid #888;height:12px\"><div id=\"dl_bar_in\" style=\"background:#1a8;height:12px;width:" +
+            Math.min(100, pc).toFixed(0) + "%\"></div></div>" +
+            "<div id=\"dl_mb\">" + (got / 1000000).toFixed(2) + " MB / " + (size / 1000000).toFixed(2) + " MB</div>";
+    },
+
+    /* Downloads queue entry i through the host, polling once a second. */
+    download: function (i) {
+        var ck = kelvor.chartkit, k = kelvor.settings.k;
+        if (i >= ck.updatePos.length) {
+            ck.updateChartKitDone(ck.updatePos.length ? ck.updatePos[ck.updatePos.length - 1] : 0);
+            return;
+        }
+        var u = ck.update[ck.updatePos[i]];
+        var r = ck._json(getSync("/download/" + u.pid + " " + u.version + " " + u.filesize + " " + u.crc32), null);
+        /* a reply that does not parse counts as an internal error */
+        if (!r || Number(r.s) !== 1) {
+            ck._fail(r ? r.e : -1);
+            return;
+        }
+        var timer = window.setInterval(function () {
+            var p = ck._json(getSync("/download/*"), null);
+            if (!p) return;
+            if (Number(p.e) < 0) {
+                window.clearInterval(timer);
+                ck._fail(p.e);
+                return;
+            }
+            ck._progress(ck.progressHtml(u, p.b));
+            if (Number(p.s) === 0 && Number(p.e) === 0) {
+                window.clearInterval(timer);
+                u.stat = 2;
+                k.chartKitList2[u.pid] = u;
+                kelvor.settings.save();
+                ck.download(i + 1);
+            }
+        }, 1000);
+        ck._timer = timer;
+    },
+
+    _fail: function (e) {
+        kelvor.chartkit._progress("<div id=\"dl_label\">" + kelvor.chartkit.dlLabel(e) + "</div>");
+        getSync("/download/**");
+    },
+
+    /* Closes the dialogue; after a download opens the last kit fetched. */
+    updateChartKitDone: function (pid) {
+        cpApp.closeDlg();
+        if (pid) {
+            kelvor.chartkit.checkForNewMaps(true);
+            kelvor.chartkit.loadChartKit(kelvor.chartkit.makeFileName(pid), -1);
+            kelvor.settings.save();
+        } else {
+            getSync("/download/**");
+        }
+    },
+
+    /* Stores overlays whose version on the server differs from the stored
+    ** one, as type 13 rows keyed by pack id, and reloads the one in use. */
+    checkOvl: function (ovl) {
+        var ck = kelvor.chartkit, k = kelvor.settings.k;
+        if (!ovl || typeof ovl !== "object") return;
+        if (!k.ovlList) k.ovlList = {};
+        for (var id in ovl) {
+            var n = parseInt(id, 10);
+            if (!(n > 0) || k.ovlList[id] === ovl[id]) continue;
+            var doc = getSync(AJAXSERVER + "?getoverlay=" + n);
+            if (doc === false) continue;
+            getSync("/UexecSql/DELETE FROM kvt WHERE t=13 AND k=" + n);
+            postSync("/UPexecSql/REPLACE INTO kvt (k,v,t,l) VALUES(" + n + ",?,13,'**')", doc);
+            k.ovlList[id] = ovl[id];
+            if (parseInt(String(k.chartkit).substring(1, 7), 10) === n) ck.loadOverlay();
+        }
     },
 
     /* Asks the chart server, at most once a day unless forced, which of the
@@ -279,6 +481,7 @@ kelvor.chartkit = {
         if (r.appupdate && Number(r.appupdate.ver) > COREBUILD) k.appupdate = r.appupdate;
         if (r.vote) k.vote = r.vote;
         if (Array.isArray(r.ids)) k.oldmaps = r.ids;
+        if (r.ovl) kelvor.chartkit.checkOvl(r.ovl);
         kelvor.chartkit.setOutDated();
         if (cpApp) {
             cpApp.showRedMapDot();

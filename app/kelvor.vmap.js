@@ -100,7 +100,7 @@ kelvor.vmap.TILE_VS =
 kelvor.vmap.TILE_FS =
     "precision mediump float;uniform vec4 uColor;uniform bool uTexture;uniform bool uNightmode;" +
     "uniform sampler2D sampler0;varying vec2 vUV;varying vec4 vColor;" +
-    "void main(){vec4 c;if(uTexture){c=texture2D(sampler0,vUV);}else{c=uColor*vColor;}" +
+    "void main(){vec4 c;if(uTexture){c=texture2D(sampler0,vUV)*vColor;}else{c=uColor*vColor;}" +
     "if(c.a==0.0){discard;}" +
     "if(uNightmode){float mx=max(c.r,max(c.g,c.b));float mn=min(c.r,min(c.g,c.b));" +
     "if(mx-mn<0.2&&c.a>0.5){c=vec4((vec3(c.a)-c.rgb)*0.7,c.a);}else{c=vec4(c.rgb*0.5,c.a);}}" +

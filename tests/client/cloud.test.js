@@ -1,0 +1,93 @@
+/*
+** Backups under node: the restore runs in one transaction, writes the log
+** in batches and always adds the "Data restored" row; a broken reply
+** touches nothing.
+*/
+'use strict';
+
+const test = require('node:test');
+const assert = require('node:assert');
+const { load, CORE, HOST } = require('./harness');
+
+function client(cloudReply) {
+    const ctx = load(CORE.concat(['kelvor.route.js', 'kelvor.ruler.js', 'kelvor.alarm.js', 'kelvor.cloud.js']), (m, url) => {
+        if (url === '/hostversion') return JSON.stringify(HOST);
+        if (url.indexOf('/getAuth/') === 0) return 'AUTH';
+        if (url.indexOf('http') === 0) return cloudReply;
+        if (url === '/UexecSql') return 'OK';
+        return '[]';
+    });
+    ctx.document.getElementById = () => ({ innerHTML: '' });
+    ctx.cpApp = { errors: 0, saves: 0, ineterror() { this.errors++; }, sizeDialog() {}, save() { this.saves++; },
+        yesno() {}, startWithWait() {}, setModified() {}, update() {}, unSelect() {},
+        map: { paintByTimer() {}, getBase: () => 65536 } };
+    ctx.kelvor.settings.load();
+    ctx.kelvor.settings.k.userid = 7;
+    return ctx;
+}
+
+const sql = (ctx) => ctx.requests.filter((r) => r.url === '/UexecSql' && r.method === 'POST').map((r) => String(r.body));
+
+function backup(nrows, v) {
+    const tr = [];
+    for (let i = 0; i < nrows; i++) tr.push([i + 1, 1700000000 + i, 5000000 + i, 3000000 + i, 1, v || 'fix']);
+    return { mk: '[{"name":"Buoy","x":5,"y":6}]', rt: '[]', rl: '[]', al: '[]', tr };
+}
+
+test('restore: one transaction, batches over 15000 characters, the restored row last', () => {
+    const cases = [
+        // [rows, want INSERT requests]
+        [0, 1],
+        [10, 1],
+        [1200, 3], // about 37 characters a row
+    ];
+    for (const [n, inserts] of cases) {
+        const ctx = client('<p>ok</p>|---|' + JSON.stringify(backup(n)));
+        ctx.kelvor.cloud.loadFromCloud3('42');
+        const q = sql(ctx);
+        const ins = q.filter((s) => s.indexOf('INSERT INTO log') === 0);
+        assert.strictEqual(q[0], 'BEGIN', `${n} rows`);
+        assert.strictEqual(q[q.length - 1], 'COMMIT');
+        assert.ok(q.indexOf('DELETE FROM log') > 0 && q.indexOf('DELETE FROM log') < q.indexOf(ins[0]));
+        assert.strictEqual(ins.length, inserts, `${n} rows`);
+        for (let i = 0; i + 1 < ins.length; i++) assert.ok(ins[i].length > 15000 && ins[i].length < 15200);
+        const rows = ins.join('').match(/\(/g).length - ins.length; // one "(ts,x,y,t,v)" per statement
+        assert.strictEqual(rows, n + 1, 'every row and the restored one');
+        assert.ok(/,999,999,2,'Data restored'\)$/.test(ins[ins.length - 1]));
+        assert.ok(!/\(1,1700000000/.test(ins[0]), 'old ids are dropped');
+        assert.strictEqual(ctx.cpApp.errors, 0);
+        assert.strictEqual(ctx.kelvor.marker.markerList.length, 1, 'markers replaced by the backup');
+        assert.ok(ctx.requests.some((r) => /loadFromCloud=7,[^,]*,42&a=AUTH&alang=/.test(r.url)));
+    }
+});
+
+test('restore: a broken reply changes nothing, a dead host rolls back', () => {
+    const ctx = client('<p>no separator</p>');
+    ctx.kelvor.cloud.loadFromCloud3('1');
+    assert.deepStrictEqual(sql(ctx), []);
+    assert.strictEqual(ctx.cpApp.errors, 1);
+
+    const ctx2 = client('x|---|' + JSON.stringify(backup(3)));
+    const route = ctx2.route;
+    ctx2.route = (m, url, body) => (String(body) === 'DELETE FROM log' ? 500 : route(m, url, body));
+    ctx2.kelvor.cloud.loadFromCloud3('1');
+    const q = sql(ctx2);
+    assert.deepStrictEqual([q[0], q[q.length - 1]], ['BEGIN', 'ROLLBACK']);
+    assert.strictEqual(ctx2.cpApp.errors, 1);
+});
+
+test('backup document and request keys', () => {
+    const ctx = client('<p>saved</p>');
+    ctx.route = ((r) => (m, url, body) => {
+        if (url === '/UexecSql') return '[[1,100,2,3,1,"a"]]';
+        if (url === '/getValue/route') return '[{"name":"R"}]';
+        return r(m, url, body);
+    })(ctx.route);
+    ctx.kelvor.cloud.saveInCloud(true);
+    const post = ctx.requests.find((r) => r.url.indexOf('?saveInCloud=') > 0);
+    assert.ok(/\?saveInCloud=7,auto-save[^,&]*&a=AUTH&alang=en&tz=-?\d+$/.test(post.url), post.url);
+    const doc = JSON.parse(post.body);
+    assert.strictEqual(doc.rt, '[{"name":"R"}]', 'lists travel as their stored text');
+    assert.deepStrictEqual(doc.tr, [[1, 100, 2, 3, 1, 'a']]);
+    assert.strictEqual(ctx.cpApp.saves, 1, 'settings saved first');
+});

@@ -1,0 +1,108 @@
+/*
+** Forecast grid logic under node: the colour ramp, the pixel decoding of a
+** grid image (gaps by the red channel) and the bilinear lookup with its
+** edges.
+*/
+'use strict';
+
+const test = require('node:test');
+const assert = require('node:assert');
+const { load, CORE } = require('./harness');
+
+function wind() {
+    return load(CORE.concat(['kelvor.wind.js'])).kelvor.wind;
+}
+
+/* arrays made inside the vm context have that context's prototype */
+const plain = (x) => JSON.parse(JSON.stringify(x));
+
+function near(a, b, msg) {
+    assert.ok(Math.abs(a - b) < 1e-9, `${msg}: ${a} vs ${b}`);
+}
+
+test('rgbGradient: ends, midpoints and values beyond max', () => {
+    const W = wind();
+    const L = [[0, 0, 0], [100, 0, 0], [100, 200, 0]];
+    const cases = [
+        // [speed, want colour, want n]
+        [0, [0, 0, 0], 0],
+        [2.5, [50, 0, 0], 0.25],
+        [5, [100, 0, 0], 0.5],
+        [7.5, [100, 100, 0], 0.75],
+        [10, [100, 200, 0], 1],
+        [20, [100, 200, 0], 2], // past max the last colour stays, n does not clamp
+    ];
+    for (const [sp, c, n] of cases) {
+        const g = W.rgbGradient(L, sp, 10);
+        assert.deepStrictEqual(plain(g.c).map((v) => Math.round(v)), c, `speed ${sp}`);
+        near(g.n, n, `n at ${sp}`);
+    }
+    assert.strictEqual(W.legend_W.length, 11);
+    assert.deepStrictEqual(plain([W.legend_W[0], W.legend_W[10]]), [[180, 180, 180], [254, 0, 150]]);
+});
+
+/* A 3 by 3 grid of one degree cells: pixel bytes give u = R/10 - 10,
+** v = G/10 - 10 with the ranges below (imin 0, imax 200, u and v from -10
+** to 10); x2 and y2 are the last column and row. */
+function grid(W, pixels) {
+    const g = { x1: 10, y1: 50, x2: 12, y2: 52, gx: 1, gy: 1, dx: 3, dy: 3, imin: 0, imax: 200,
+        umin: -10, umax: 10, vmin: -10, vmax: 10 };
+    const data = [];
+    for (const [r, gr] of pixels) data.push(r, gr, 0, 255);
+    return W.decodePixels(g, data);
+}
+
+test('decodePixels: linear ranges, gaps where red is 0 or 255', () => {
+    const W = wind();
+    const g = grid(W, [[100, 100], [120, 80], [0, 150], [255, 10], [1, 199], [199, 1], [100, 100], [100, 100], [100, 100]]);
+    assert.deepStrictEqual(plain(g.ud.slice(0, 2)), [0, 2]);
+    assert.deepStrictEqual(plain(g.vd.slice(0, 2)), [0, -2]);
+    assert.deepStrictEqual([g.ud[2], g.vd[2], g.ud[3], g.vd[3]], [999, 999, 999, 999], 'gap despite green');
+    near(g.ud[4], -9.9, 'low end');
+    near(g.vd[4], 9.9, 'high end');
+    near(g.ud[5], 9.9, 'high end u');
+});
+
+test('getWind: bilinear inside, false at the edges and next to gaps', () => {
+    const W = wind();
+    /* row 0 at lat 50: u 0, 2, 4; row 1 at lat 51: u 10, 12, 14; v = -u */
+    const px = (u) => [u * 10 + 100, -u * 10 + 100];
+    const row2 = [px(0), px(0), px(0)];
+    W.grid = grid(W, [px(0), px(2), px(4), px(10), px(12), px(14)].concat(row2));
+    const cases = [
+        // [lat, lon, want u or false]
+        [50, 10, 0],
+        [50.5, 10.5, 6],
+        [50.25, 10, 2.5],
+        [50, 10.75, 1.5],
+        [49.99, 10.5, false], // below y1
+        [50.5, 9.99, false], // left of x1
+        [50.5, 11, false], // one cell short of x2: last column not interpolated
+        [50, 11.5, false],
+        [51, 10.5, false], // one row short of y2
+    ];
+    for (const [lat, lon, u] of cases) {
+        const w = W.getWind(lat, lon);
+        if (u === false) assert.strictEqual(w, false, `${lat},${lon}`);
+        else {
+            near(w.u, u, `u at ${lat},${lon}`);
+            near(w.v, -u, `v at ${lat},${lon}`);
+        }
+    }
+    W.grid = grid(W, [px(0), [0, 0], px(4), px(10), px(12), px(14)].concat(row2));
+    assert.strictEqual(W.getWind(50.5, 10.5), false, 'a gap at one corner');
+    assert.strictEqual(W.getWind(50.5, 10.5, null), false);
+});
+
+test('findDefault: the smallest grid of the mode that holds the point', () => {
+    const W = wind();
+    W.list = { lastloaded: 0, data: {
+        big: { src: 'big', grp: 1, x1: 0, y1: 40, x2: 30, y2: 60 },
+        small: { src: 'small', grp: 1, x1: 9, y1: 53, x2: 12, y2: 56 },
+        cur: { src: 'cur', grp: 2, x1: 9.5, y1: 53.5, x2: 10.5, y2: 54.5 },
+    } };
+    assert.strictEqual(W.findDefault(1, 54, 10), 'small');
+    assert.strictEqual(W.findDefault(1, 45, 20), 'big');
+    assert.strictEqual(W.findDefault(2, 54, 10), 'cur');
+    assert.throws(() => W.findDefault(2, 45, 20));
+});

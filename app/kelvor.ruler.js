@@ -1,32 +1,250 @@
 /*
 ** kelvor.ruler.js: the user's rulers.
 **
-** This first form holds what the start-up needs: the stored list loads and
-** saves unchanged. Drawing, editing and the bar come with the rulers' own
-** issue.
+** A ruler is a two-point bearing line. It shares the route's shape, its
+** waypoint handlers and its drawing helpers; it has no hidden state and
+** its hit test knows only the leg itself. Stored under the key "ruler".
 */
 
 kelvor.ruler = function (name) {
-    this.name = name || "";
-    this.points = [];
+    this.name = name || "***";
+    this.m = [];
+    this.color = "#ff00ff";
+    this.locked = true;
+    this.noauto = false;
+    this.note = "";
+    this.nameFrom = "";
+    this.nameTo = "";
 };
 
-kelvor.ruler.list = [];
-kelvor.ruler.active = false;
-kelvor.ruler.modified = false;
+kelvor.rulerList = [];
 
-/* Takes the stored JSON text; anything that is not an array counts as "[]". */
-kelvor.ruler.load = function (text) {
-    var l;
-    try { l = JSON.parse(text); } catch (e) { l = []; }
-    kelvor.ruler.list = Array.isArray(l) ? l : [];
-};
+(function (U) {
+    var M = kelvor.marker, R = kelvor.route, el = M._el, setText = M._setText, show = M._show;
 
-kelvor.ruler.save = function () {
-    postSync("/setValue/ruler", JSON.stringify(kelvor.ruler.list));
-    kelvor.ruler.modified = false;
-};
+    U.activeRuler = false;
+    U.modified = false;
 
-kelvor.ruler.unSelect = function () { kelvor.ruler.active = false; };
-kelvor.ruler.render = function (ctx) {};
-kelvor.ruler.find = function (so) {};
+    var P = U.prototype;
+
+    P.select = function () {
+        U.activeRuler = this;
+        for (var i = 0; i < this.m.length; i++) this.m[i].ico = M.getIcon("img/icon-50-waypoint-big.png");
+    };
+    P.zoomTo = R.prototype.zoomTo;
+    P.onDown = function () {
+        cpApp.unSelect();
+        this.select();
+        U.menu();
+    };
+    P.onMove = function () {};
+    P.onUp = function () {};
+    P.toJSON = function () {
+        return { name: this.name, note: this.note, m: this.m, color: this.color, noauto: this.noauto };
+    };
+
+    U.addNew = function () {
+        var r = new U("New Ruler");
+        var c = cpApp.map.getPosWorldMerc(), d = 50 / cpApp.map.getBase() * MERC_SPHERE_BASE;
+        r.m.push(R.newWp(r, c.x - d, c.y, null, "ruler"), R.newWp(r, c.x + d, c.y, null, "ruler"));
+        r.m[0].name = "WP 1";
+        r.m[1].name = "WP 2";
+        kelvor.rulerList.push(r);
+        return r;
+    };
+
+    U.add = function () {
+        cpApp.unSelect();
+        var r = U.addNew();
+        r.locked = false;
+        r.select();
+        U.modified = true;
+        cpApp.setModified();
+        cpApp.helpBubbleShow("help_bubble_center", "help-ruler.txt");
+        U.menu();
+        cpApp.update();
+        return r;
+    };
+
+    U.del = function (ok) {
+        var r = U.activeRuler;
+        if (!r || r.locked) return;
+        if (!ok) {
+            cpApp.yesno("Delete Ruler ?", "kelvor.ruler.del(true)");
+            return;
+        }
+        U.unSelect();
+        for (var i = 0; i < r.m.length; i++) M.remove(r.m[i]);
+        var k = kelvor.rulerList.indexOf(r);
+        if (k >= 0) kelvor.rulerList.splice(k, 1);
+        U.modified = true;
+        cpApp.setModified();
+        U.menu();
+        cpApp.update();
+    };
+
+    U.lock = function () { if (U.activeRuler) U.activeRuler.locked = true; U.menu(); };
+    U.unlock = function () { if (U.activeRuler) U.activeRuler.locked = false; U.menu(); };
+
+    U.note = function () {
+        if (U.activeRuler) M.noteDialog(U.activeRuler.note || "", "kelvor.ruler.noteSave()");
+    };
+    U.noteSave = function () {
+        var t = el("i_nob_comment");
+        if (U.activeRuler && t) U.activeRuler.note = t.value;
+        U.modified = true;
+        cpApp.setModified();
+        cpApp.closeDlg();
+        U.menu();
+    };
+
+    U.rename = function (t) {
+        var r = U.activeRuler;
+        if (!r) return;
+        r.name = String(t);
+        r.noauto = true;
+        U.modified = true;
+        cpApp.setModified();
+    };
+
+    U.share = function () {
+        var r = U.activeRuler;
+        if (!r) return;
+        M.shareObj(JSON.stringify({ type: "r", pkt: r, title: "Ruler for: " + kelvor.settings.k.V.i_settings_boat_name }),
+            "Ruler share");
+    };
+
+    U.showRuler = function (id) {
+        var r = kelvor.rulerList[Number(id)];
+        if (!r) return;
+        cpApp.unSelect();
+        r.select();
+        r.zoomTo();
+        U.menu();
+    };
+
+    U._ui = function () {
+        var bar = el("cp_ruler_menu");
+        if (!bar || el("btn_ruler_add")) return;
+        var b = function (id, img, label, act, hide) {
+            return "<div id=\"" + id + "\" class=\"menu_btn" + (hide ? " none" : "") + "\" onclick=\"" + act +
+                "\"><img class=\"img50\" src=\"img/" + img + "\" alt=\"\"><span>" + label + "</span></div>";
+        };
+        bar.innerHTML += b("btn_ruler_add", "icon-50-ruler.png", "New", "kelvor.ruler.add()") +
+            b("btn_ruler_unlock", "icon-50-waypoint-selected-move.png", "Unlock", "kelvor.ruler.unlock()", 1) +
+            b("btn_ruler_lock", "icon-50-waypoint-selected.png", "Lock", "kelvor.ruler.lock()", 1) +
+            b("btn_ruler_note", "icon-50-log.png", "Note", "kelvor.ruler.note()", 1) +
+            b("btn_ruler_share", "icon-50-cloud.png", "Share", "kelvor.ruler.share()", 1) +
+            b("btn_ruler_del", "icon-50-tool.png", "Delete", "kelvor.ruler.del()", 1);
+        var d = el("cp_ruler_dash");
+        if (d) {
+            d.innerHTML = "<select id=\"i_ruler_list\" onchange=\"kelvor.ruler.showRuler(this.value)\"></select>" +
+                "<input type=\"text\" id=\"i_ruler_name\" onchange=\"kelvor.ruler.rename(this.value)\">" +
+                "<div><span id=\"i_ruler_length\"></span> <span id=\"i_ruler_brg\"></span></div>" +
+                "<div><span id=\"i_ruler_pos\" onclick=\"kelvor.marker.editman(this, 3)\"></span></div>";
+        }
+    };
+
+    U.menu = function () {
+        U._ui();
+        var r = U.activeRuler, s = kelvor.settings;
+        cpApp.showMenuBar("cp_ruler_menu");
+        cpApp.showDashBoard("cp_ruler_dash");
+        show("btn_ruler_unlock", r && r.locked);
+        show("btn_ruler_lock", r && !r.locked);
+        show("btn_ruler_note", !!r);
+        show("btn_ruler_share", !!r);
+        show("btn_ruler_del", r && !r.locked);
+        R._list("i_ruler_list", kelvor.rulerList, r, "Select Ruler");
+        if (r && r.m.length === 2) {
+            var n = el("i_ruler_name");
+            if (n) n.value = r.name;
+            setText("i_ruler_length", s.fmtDist(r.m[0].geoDist(r.m[1])));
+            setText("i_ruler_brg", s.fmtBrg(r.m[0].brg(r.m[1])));
+            var wp = M.activeMarker && M.activeMarker.ruler === r ? M.activeMarker : r.m[0];
+            setText("i_ruler_pos", M.fmtPos(wp));
+        }
+        cpApp.update();
+    };
+
+    U.load = function (text) {
+        var l;
+        try { l = JSON.parse(text); } catch (e) { return; }
+        if (!Array.isArray(l)) return;
+        for (var i = 0; i < l.length; i++) {
+            var o = l[i];
+            if (!o || !Array.isArray(o.m) || o.m.length < 2) continue;
+            var r = new U(o.name === undefined ? "***" : String(o.name));
+            if (o.color) r.color = String(o.color);
+            if (o.note) r.note = String(o.note);
+            r.noauto = !!o.noauto;
+            for (var j = 0; j < 2; j++) {
+                var p = o.m[j];
+                var wp = R.newWp(r, Number(p.x) || 0, Number(p.y) || 0, null, "ruler");
+                wp.name = p.name === undefined ? "" : String(p.name);
+                if (p.xte) wp.xte = Number(p.xte);
+                r.m.push(wp);
+            }
+            kelvor.rulerList.push(r);
+        }
+    };
+
+    U.save = function () {
+        if (!U.modified) return;
+        postSync("/setValue/ruler", JSON.stringify(kelvor.rulerList));
+        U.modified = false;
+    };
+
+    U.unSelect = function () {
+        var r = U.activeRuler;
+        if (r) {
+            for (var i = 0; i < r.m.length; i++) {
+                r.m[i].ico = M.getIcon("img/icon-50-waypoint.png");
+                r.m[i].selected = null;
+            }
+            if (M.activeMarker && M.activeMarker.ruler === r) M.activeMarker = false;
+        }
+        U.activeRuler = false;
+    };
+
+    Object.defineProperty(U, "active", { get: function () { return U.activeRuler; } });
+
+    U.find = function (so) {
+        var tol = so.d, l = kelvor.rulerList, best = null;
+        for (var i = 0; i < l.length; i++) {
+            var hit = R.hitLeg(l[i].m, so.p, tol, true);
+            if (hit && (!best || hit.h < best.h)) {
+                best = hit;
+                so.o = l[i];
+                so.e = hit.e;
+            }
+        }
+    };
+
+    U.render = function (ctx) {
+        var l = kelvor.rulerList, act = U.activeRuler;
+        ctx.save();
+        for (var i = 0; i < l.length; i++) {
+            var r = l[i];
+            if (r.m.length < 2) continue;
+            ctx.lineWidth = 2;
+            ctx.strokeStyle = r.color;
+            ctx.fillStyle = r.color;
+            R._polyline(ctx, r.m);
+            if (r !== act) continue;
+            ctx.lineWidth = r.locked ? 15 : 30;
+            ctx.strokeStyle = "rgba(0,128,255,0.3)";
+            R._polyline(ctx, r.m);
+            ctx.lineWidth = 1;
+            ctx.strokeStyle = r.color;
+            R._polyline(ctx, r.m);
+            R.arrow(ctx, r.m[1], r.m[0]);
+            var sel = M.activeMarker && M.activeMarker.ruler === r ? M.activeMarker : null;
+            if (sel) {
+                var e = sel, a = sel === r.m[0] ? r.m[1] : r.m[0];
+                R.renderRuler(ctx, e, a, null, null);
+            }
+        }
+        ctx.restore();
+    };
+})(kelvor.ruler);

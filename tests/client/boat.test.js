@@ -1,0 +1,195 @@
+/*
+** Logic of the own boat and the track under node: fix texts, follow mode
+** centres, waypoint progress with and without speed, route steering and
+** its log rows, the status handler's fallbacks, and the rolling track.
+*/
+'use strict';
+
+const test = require('node:test');
+const assert = require('node:assert');
+const { load, HOST } = require('./harness');
+
+const SCRIPTS = ['kelvor.js', 'kelvor.marepack.js', 'kelvor.marker.js', 'kelvor.route.js', 'kelvor.ruler.js',
+    'kelvor.track.js', 'kelvor.chartkit.js', 'kelvor.ais.js', 'kelvor.navrte.js', 'kelvor.boat.js',
+    'kelvor.vmap.js', 'kelvor.settings.js'];
+
+function client() {
+    const els = {};
+    const ctx = load(SCRIPTS, (m, url) => (url === '/hostversion' ? JSON.stringify(HOST) : 'OK'));
+    ctx.document.getElementById = (id) => {
+        if (!els[id]) els[id] = { id, innerHTML: '', className: '', style: {}, parentNode: null, value: '' };
+        return els[id];
+    };
+    ctx.els = els;
+    ctx.cpApp = {
+        setModified() {}, unSelect() {}, update() {}, closeDlg() {}, showMenuBar() {}, showDashBoard() {},
+        map: {
+            getWidth: () => 600, getHeight: () => 500, getScm: () => 0.01, setCenter(x, y) { this.c = [x, y]; },
+            update() {}, rotation: 0, paintByTimer() {},
+        },
+    };
+    return ctx;
+}
+
+/* The log texts the client wrote, decoded from their hex literals. */
+function logRows(ctx, type) {
+    return ctx.requests.filter((r) => r.url === '/UexecSql' && /^INSERT INTO log/.test(r.body))
+        .map((r) => /VALUES\(\d+,([^,]+),([^,]+),(\d+),X'([0-9a-f]*)'\)/.exec(r.body))
+        .filter((m) => m && Number(m[3]) === type)
+        .map((m) => Buffer.from(m[4], 'hex').toString('utf8'));
+}
+
+test('fix texts and their alarm colour', () => {
+    const { kelvor } = client();
+    const b = kelvor.boat;
+    // [fix, i_gps_intern, text, red]
+    const cases = [
+        [999, 2, 'NO FIX', true], [998, 2, 'NO NMEA', true], [800, 2, 'AIS A', false], [801, 2, 'AIS B', false],
+        [802, 2, 'RMC', false], [7, 2, '7 Sat.', false], [950, 2, '950 Sat.', true], [-12, 2, '12&nbsp;m', false],
+        [-60, 2, '60&nbsp;m', true], [0, 1, 'NO FIX', true], [0, 2, 'GPS OFF', true],
+    ];
+    for (const [fix, intern, t, red] of cases) {
+        const r = b.fixText(fix, intern);
+        assert.deepStrictEqual([r.t, r.red], [t, red], `fix ${fix}`);
+    }
+    assert.strictEqual(b.rotText(-128), null);
+    assert.strictEqual(b.rotText(127), '>720.0°/min');
+    assert.strictEqual(b.rotText(-20), '-17.9°/min');
+});
+
+test('follow modes: view centre and rotation', () => {
+    const { kelvor } = client();
+    const f = kelvor.boat.followCenter;
+    const sr = 100;
+    // [mode, heading, activeBrg, has waypoint, x, y, rotation]
+    const cases = [
+        ['1', 90, 0, false, 0, 0, 0],
+        [1, 90, 0, false, 0, 0, 0], // the number is not the radio's text
+        ['2', 90, 0, false, 100, 0, 0],
+        ['3', 90, 0, false, 100, 0, -90],
+        ['3', 180, 0, false, 0, 100, -180],
+        ['4', 90, 0, true, 0, -100, -0],
+        ['4', 90, 270, true, -100, 0, -270],
+        ['4', 90, 270, false, 0, 0, null],
+    ];
+    for (const [mode, h, ab, wp, x, y, rot] of cases) {
+        const c = f(mode, 0, 0, h, ab, wp, sr);
+        assert.ok(Math.abs(c.x - x) < 1e-9 && Math.abs(c.y - y) < 1e-9, `mode ${mode} centre ${c.x},${c.y}`);
+        assert.strictEqual(c.rot, rot, `mode ${mode} rotation`);
+    }
+});
+
+test('waypoint progress: times from speed, none at speed 0', () => {
+    const { kelvor } = client();
+    const M = kelvor.marker, b = kelvor.boat;
+    const r = kelvor.route.addNew(M.getXpos(10), M.getYpos(54), M.getXpos(10), M.getYpos(54.1));
+    r.m.push(kelvor.route.newWp(r, M.getXpos(10), M.getYpos(54.2)));
+    const boat = new M(M.getXpos(10), M.getYpos(53.9));
+    const leg = 0.1 * 6371000.8 * Math.PI / 180;
+    const p = b.progress(boat, r.m[1], 5, 1000);
+    assert.ok(Math.abs(p.rng - 2 * leg) < 1, 'range');
+    assert.ok(Math.abs(p.dist - 3 * leg) < 1, 'range plus the remaining legs');
+    assert.ok(Math.abs(p.ttg - 2 * leg / 5) < 1);
+    assert.strictEqual(p.eta.getTime(), (1000 + Math.floor(p.ete * 1000) / 1000) * 1000);
+    const z = b.progress(boat, r.m[1], 0, 1000);
+    assert.deepStrictEqual([z.ttg, z.ete, z.eta], [0, 0, false]);
+    assert.strictEqual(kelvor.settings.fmtDuration(z.ttg), '---');
+    assert.strictEqual(b.fmtTime(z.eta, 2), 'Never');
+});
+
+test('route steering: activation, abeam passing, destination once', () => {
+    const ctx = client();
+    const { kelvor } = ctx;
+    const M = kelvor.marker, b = kelvor.boat;
+    const r = kelvor.route.addNew(0, 0, 0, -1000);
+    r.name = 'Trip';
+    r.m[0].name = 'A';
+    r.m[1].name = 'B';
+    b.gps = { fix: 5, lonX: 10, latY: 54 };
+    b.theBoat.x = 0;
+    b.theBoat.y = 100; // south of A, heading north
+    b.activateRoute(r);
+    assert.strictEqual(b.activeWayPoint, r.m[0], 'nearest waypoint first');
+    assert.strictEqual(b.activeBrg, 0);
+    b.theBoat.y = -50; // past A abeam
+    b.checkNextWp();
+    assert.strictEqual(b.activeWayPoint, r.m[1]);
+    assert.strictEqual(b.activeBrg, 0);
+    b.theBoat.y = -1100;
+    b.checkNextWp();
+    b.checkNextWp();
+    assert.strictEqual(b.activeWayPoint, false);
+    assert.deepStrictEqual(logRows(ctx, 5), ['Route activated: Trip', 'Waypoint reached: B', 'Destination reached: B']);
+    // a point outside any route is steered to until stopped
+    const mob = new M(5, 5, 'img/icon-50-marker-sos.png');
+    mob.name = 'Man over Board';
+    b.setActiveWaypoint(mob);
+    b.theBoat.y = 5000;
+    b.checkNextWp();
+    assert.strictEqual(b.activeWayPoint, mob);
+    b.stopRoute();
+    assert.strictEqual(b.activeWayPoint, false);
+    assert.deepStrictEqual(logRows(ctx, 5).slice(3), ['Route activated: Man over Board', 'Route aborted: Man over Board']);
+    // starting between waypoints past the first abeam takes the next
+    b.theBoat.y = -600;
+    b.activateRoute(r);
+    assert.strictEqual(b.activeWayPoint, r.m[1]);
+});
+
+test('status handler: no position falls back, fix 0 keeps the boat, dashboards follow', () => {
+    const ctx = client();
+    const { kelvor, els } = ctx;
+    const b = kelvor.boat, M = kelvor.marker;
+    const base = { navtime: 0, hdg: 511, cog: 360, dpt: -100, wdir: -100, wspd: -100, sog: 0, rot: -128,
+        aisuserid: 0, nmea_stat: 0, ais: [], track: [] };
+    b.updateDash2(Object.assign({}, base, { fix: 999, latY: 999, lonX: 999 }));
+    assert.ok(Math.abs(M.getLonX(b.theBoat.x) - 10.1) < 1e-9 && Math.abs(M.getLatY(b.theBoat.y) - 54.52) < 1e-9);
+    assert.strictEqual(els.i_boat_gps_fix.style.backgroundColor, 'red');
+    assert.strictEqual(els.i_boat_gps_fix.innerHTML, 'GPS OFF');
+
+    b.updateDash2(Object.assign({}, base, { fix: 8, latY: 55, lonX: 11, sog: 5, cog: 90, dpt: 0 }));
+    assert.ok(Math.abs(M.getLatY(b.theBoat.y) - 55) < 1e-9);
+    assert.strictEqual(els.i_boat_sog.innerHTML, '9.7 kt');
+    assert.strictEqual(els.i_boat_cog2.innerHTML, '90°T');
+    assert.strictEqual(els.i_boat_dpt.innerHTML, '---', 'depth 0 is hidden');
+    assert.strictEqual(els.i_boat_brg.innerHTML, '---');
+    assert.strictEqual(els.i_boat_gps_warning.className, 'none');
+
+    b.updateDash2(Object.assign({}, base, { fix: 0, latY: 50, lonX: 5 }));
+    assert.ok(Math.abs(M.getLatY(b.theBoat.y) - 55) < 1e-9, 'fix 0 never moves the boat');
+    assert.ok(Math.abs(b.gps.latY - 55) < 1e-9, 'the status takes the last place');
+    assert.strictEqual(els.i_boat_gps_warning.className, '', 'warning after a signal was seen');
+});
+
+test('rolling track: since advances, old points drop, no position is skipped', () => {
+    const ctx = client();
+    const { kelvor } = ctx;
+    const t = kelvor.track, b = kelvor.boat;
+    kelvor.settings.k.S.i_settings_track_length = 100;
+    b.loctime = 1000;
+    t.clearTrack();
+    assert.strictEqual(t.lastTrackTimeStamp, 900);
+    t.updateTrack([[10, 54, 910], [999, 999, 920], [10.1, 54, 930]]);
+    assert.strictEqual(t.trackCoords.length, 6);
+    assert.strictEqual(t.lastTrackTimeStamp, 930);
+    b.loctime = 1025;
+    t.updateTrack([[10.2, 54, 1020]]);
+    assert.deepStrictEqual(Array.from(t.trackCoords.filter((v, i) => i % 3 === 2)), [930, 1020]);
+    t.setTrackOn(false);
+    t.updateTrack([[10.3, 54, 1030]]);
+    assert.strictEqual(t.lastTrackTimeStamp, 4294967295);
+    assert.strictEqual(t.trackCoords.length, 6);
+});
+
+test('track line breaks and label cells', () => {
+    const { kelvor } = client();
+    const t = kelvor.track;
+    // [time gap, pixel gap, max pixels, breaks]
+    const cases = [[84600, 10, 50, false], [84601, 10, 50, true], [10, 51, 50, true], [10, 0, 0, false], [10, 1, 0, true]];
+    for (const [dt, dpx, max, want] of cases) assert.strictEqual(t.gap(dt, dpx, max), want, `${dt} ${dpx} ${max}`);
+    t.labelfix = {};
+    t.labelfix[t.labelKey(0, 0)] = true;
+    assert.ok(t.labelTaken(t.labelKey(150, 0)), 'next cell in the row');
+    assert.ok(t.labelTaken(t.labelKey(250, 0)), 'ix + iy reaches two cells along the row');
+    assert.ok(!t.labelTaken(t.labelKey(0, 100)), 'the row below is not tested');
+});

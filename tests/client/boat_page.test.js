@@ -1,0 +1,214 @@
+/*
+** The own boat, the track and the user's objects in a real browser
+** against mareplotd fed by the replay tool: a voyage due north at 20 m/s.
+**
+** Needs build/mareplotd, build/nmea_replay and /usr/bin/chromium; binds
+** port 19999, so run it under flock /tmp/mareplot-port.lock.
+*/
+'use strict';
+
+const test = require('node:test');
+const assert = require('node:assert');
+const fs = require('fs');
+const os = require('os');
+const path = require('path');
+const { spawn } = require('child_process');
+const { startHost, openPage, setAndReload, PAGE, MAREPLOTD } = require('./browser');
+
+const REPLAY = process.env.NMEA_REPLAY || path.join(path.dirname(MAREPLOTD), 'nmea_replay');
+const FEED_PORT = 20000 + (process.pid % 5000);
+const SOG = 20; // metres per second
+
+function nmea(body) {
+    let cs = 0;
+    for (const ch of body) cs ^= ch.charCodeAt(0);
+    return '$' + body + '*' + cs.toString(16).toUpperCase().padStart(2, '0');
+}
+
+/* One RMC a second from now on, heading north from 54.40 N 10.10 E. */
+function voyageFile(dir, seconds) {
+    const lines = [];
+    const t0 = Date.now();
+    const kn = (SOG * 3600 / 1852).toFixed(1);
+    for (let i = 0; i < seconds; i++) {
+        const d = new Date(t0 + i * 1000);
+        const lat = 54.4 + i * SOG / 111195;
+        const dd = Math.floor(lat), mm = (lat - dd) * 60;
+        const p2 = (n) => String(n).padStart(2, '0');
+        const time = p2(d.getUTCHours()) + p2(d.getUTCMinutes()) + p2(d.getUTCSeconds()) + '.00';
+        const date = p2(d.getUTCDate()) + p2(d.getUTCMonth() + 1) + p2(d.getUTCFullYear() % 100);
+        lines.push(nmea(`GPRMC,${time},A,${dd}${mm.toFixed(4).padStart(7, '0')},N,01006.0000,E,${kn},0.0,${date},,,A`));
+    }
+    const f = path.join(dir, 'voyage.nmea');
+    fs.writeFileSync(f, lines.join('\r\n') + '\r\n');
+    return f;
+}
+
+let host, replay, dir;
+test.before(async () => {
+    dir = fs.mkdtempSync(path.join(os.tmpdir(), 'mareplot-voyage-'));
+    replay = spawn(REPLAY, ['-p', String(FEED_PORT), voyageFile(dir, 900)], { stdio: 'ignore' });
+    host = await startHost();
+});
+test.after(async () => {
+    if (replay) replay.kill('SIGTERM');
+    if (host) await host.stop();
+    fs.rmSync(dir, { recursive: true, force: true });
+});
+
+async function sql(page, q) {
+    return page.evaluate((s) => JSON.parse(postSync('/UexecSql', s)), q);
+}
+
+/* Screen point of a world position (the view is not rotated here). */
+function screenOf(page, p) {
+    return page.evaluate((w) => {
+        const m = cpApp.map, r = m.canvas.getBoundingClientRect();
+        return { x: r.left + w.x * m.scm - m.cx + m.hx, y: r.top + w.y * m.scm - m.cy + m.hy };
+    }, p);
+}
+
+async function drag(page, from, to) {
+    await page.mouse.move(from.x, from.y);
+    await page.mouse.down();
+    for (let i = 1; i <= 10; i++) await page.mouse.move(from.x + (to.x - from.x) * i / 10, from.y + (to.y - from.y) * i / 10);
+    await page.mouse.up();
+}
+
+test('a replayed voyage: boat, dashboards, track, route, steering, markers and MOB', async () => {
+    const b = await openPage();
+    const page = b.page;
+    try {
+        await page.goto(PAGE);
+        await page.waitForFunction(() => window.cpApp && cpApp.map && cpApp.map._renderCount > 0);
+        await setAndReload(page, (port) => {
+            const k = kelvor.settings.k;
+            k.wizzard = COREVERSION;
+            k.I.i_settings_speed = 1; // m/s
+            k.I.i_gps_source = 1;
+            k.I.i_nmea_source = 1;
+            k.V.i_traffic_ais_ip = '127.0.0.1';
+            k.V.i_traffic_ais_port = String(port);
+            k.S.i_settings_track_distance = 50;
+            k.C.i_opengl_mode = false;
+        }, FEED_PORT);
+
+        // the boat moves and the dashboard shows speed and course in the chosen units
+        await page.waitForFunction(() => kelvor.boat.gps.fix > 0 && kelvor.boat.gps.sog > 0, null, { timeout: 30000 });
+        const y0 = await page.evaluate(() => kelvor.boat.theBoat.y);
+        await page.evaluate(() => kelvor.boat.menu());
+        await page.waitForFunction((y) => kelvor.boat.theBoat.y < y - 30, y0, { timeout: 10000 });
+        const dash = await page.evaluate(() => ({
+            sog: document.getElementById('i_boat_sog').innerHTML,
+            cog: document.getElementById('i_boat_cog2').innerHTML,
+            follow: kelvor.boat.autoUpdate,
+        }));
+        assert.match(dash.sog, /^(19|20|21)\.\d m\/s$/);
+        assert.strictEqual(dash.cog, '0°T');
+        assert.ok(dash.follow, 'the boat menu turns follow on');
+
+        // the rolling track grows
+        await page.waitForFunction(() => kelvor.track.trackCoords.length >= 9, null, { timeout: 20000 });
+        const n1 = await page.evaluate(() => kelvor.track.trackCoords.length);
+        await page.waitForFunction((n) => kelvor.track.trackCoords.length > n, n1, { timeout: 20000 });
+
+        // lay a route ahead of the boat by taps and drags
+        await page.evaluate(() => {
+            kelvor.boat.cruiseMode(0);
+            const t = kelvor.boat.theBoat, f = 1 / Math.cos(54.4 * Math.PI / 180);
+            cpApp.map.setPosMM(t.x, t.y - 1250 * f, 14, true);
+            cpApp.map.render();
+            kelvor.route.menu();
+        });
+        await page.click('#btn_route_add');
+        const plan = await page.evaluate(() => {
+            const r = kelvor.route.activeRoute, t = kelvor.boat.theBoat, f = 1 / Math.cos(54.4 * Math.PI / 180);
+            return { a: { x: r.m[0].x, y: r.m[0].y }, e: { x: r.m[1].x, y: r.m[1].y },
+                to1: { x: t.x, y: t.y - 500 * f }, to2: { x: t.x, y: t.y - 2000 * f }, locked: r.locked };
+        });
+        assert.strictEqual(plan.locked, false, 'a new route is unlocked');
+        await drag(page, await screenOf(page, plan.a), await screenOf(page, plan.to1));
+        await drag(page, await screenOf(page, plan.e), await screenOf(page, plan.to2));
+        // a third of the way along: the middle holds the leg's XTE handle
+        const mid = { x: plan.to1.x, y: plan.to1.y + (plan.to2.y - plan.to1.y) / 3 };
+        await drag(page, await screenOf(page, mid), await screenOf(page, { x: mid.x + 600, y: mid.y }));
+        const laid = await page.evaluate(() => {
+            const r = kelvor.route.activeRoute;
+            cpApp.save();
+            return { n: r.m.length, name: r.name, ys: r.m.map((p) => Math.round(p.y)) };
+        });
+        assert.strictEqual(laid.n, 3, 'a drag on the leg inserts a waypoint');
+        assert.ok(laid.ys[0] > laid.ys[1] && laid.ys[1] > laid.ys[2], 'in order from south to north: ' + laid.ys);
+        assert.ok(laid.name.indexOf(' --> ') > 0, laid.name);
+
+        // a marker named by the user keeps its name when moved
+        await page.evaluate(() => kelvor.marker.menu());
+        await page.click('#btn_marker_add');
+        await page.fill('#i_marker_name', 'Anchorage');
+        await page.dispatchEvent('#i_marker_name', 'change');
+        const mk = await page.evaluate(() => ({ x: kelvor.marker.activeMarker.x, y: kelvor.marker.activeMarker.y }));
+        await drag(page, await screenOf(page, mk), await screenOf(page, { x: mk.x + 600, y: mk.y + 600 }));
+        const moved = await page.evaluate(() => {
+            const m = kelvor.marker.userMarkers()[0];
+            cpApp.save();
+            return { name: m.name, x: m.x };
+        });
+        assert.strictEqual(moved.name, 'Anchorage');
+        assert.ok(moved.x > mk.x + 400, 'the marker moved');
+
+        // everything persists across a reload; the day view reads the track from the log
+        await page.reload();
+        await page.waitForFunction(() => window.cpApp && cpApp.map && cpApp.map._renderCount > 0);
+        const back = await page.evaluate(() => {
+            kelvor.track.menu();
+            return {
+                routes: kelvor.routeList.map((r) => ({ n: r.m.length, name: r.name, locked: r.locked })),
+                marker: kelvor.marker.userMarkers().map((m) => m.name),
+                track: kelvor.track.trackCoords.length / 3,
+                days: document.getElementById('i_track_days').options.length,
+            };
+        });
+        assert.deepStrictEqual(back.routes, [{ n: 3, name: laid.name, locked: true }]);
+        assert.deepStrictEqual(back.marker, ['Anchorage']);
+        assert.ok(back.track >= 3, 'track points from the log: ' + back.track);
+        assert.ok(back.days >= 3, 'Today, All and at least one day');
+
+        // activating the route steers and logs passing a waypoint abeam
+        await page.evaluate(() => { kelvor.route.showRoute(0); kelvor.route.activate(); });
+        const act = await page.evaluate(() => ({
+            wp: kelvor.route.activeRoute === false && kelvor.routeList[0].m.indexOf(kelvor.boat.activeWayPoint),
+            bar: cpApp.activeMenuBar,
+        }));
+        assert.strictEqual(act.wp, 0);
+        assert.strictEqual(act.bar, 'cp_boat_menu');
+        await page.waitForFunction(() => kelvor.routeList[0].m.indexOf(kelvor.boat.activeWayPoint) === 1, null,
+            { timeout: 60000 });
+        await page.waitForTimeout(300);
+        const events = (await sql(page, 'SELECT v FROM log WHERE t=5 ORDER BY id')).map((r) => r[0]);
+        assert.strictEqual(events[0], 'Route activated: ' + laid.name);
+        assert.ok(/^Waypoint reached: /.test(events[1]), JSON.stringify(events));
+        assert.notStrictEqual(await page.evaluate(() => document.getElementById('i_boat_rng').innerHTML), '---');
+
+        // MOB: a locked marker steered to, the boat menu in follow mode
+        await page.evaluate(() => kelvor.boat.menu(true));
+        await page.click('#btn_boat_mob');
+        const mob = await page.evaluate(() => {
+            const m = kelvor.boat.activeWayPoint;
+            return { name: m.name, locked: m.locked, bar: cpApp.activeMenuBar, follow: kelvor.boat.autoUpdate,
+                stop: !document.getElementById('i_boat_stop_route').classList.contains('none') };
+        });
+        assert.deepStrictEqual(mob, { name: 'Man over Board', locked: true, bar: 'cp_boat_menu', follow: true, stop: true });
+        await page.waitForTimeout(300);
+        const alerts = (await sql(page, 'SELECT v FROM log WHERE t=4')).map((r) => r[0]);
+        assert.deepStrictEqual(alerts, ['Man over Board']);
+
+        // a share with no cloud ends in the internet error dialog
+        await page.evaluate(() => { kelvor.route.showRoute(0); kelvor.route.share(); });
+        await page.waitForFunction(() => cpApp.activeDialog && cpApp.activeDialog.id === 'np_chartkit_ineterror', null,
+            { timeout: 15000 });
+        assert.deepStrictEqual(page.errors, [], 'no script errors');
+    } finally {
+        await b.close();
+    }
+});
+

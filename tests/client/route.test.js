@@ -1,0 +1,243 @@
+/*
+** Logic of the user's navigation objects under node: point geometry, the
+** line measure, the three zones of the leg hit test, typed coordinates,
+** the XTE band offset and the stored forms.
+*/
+'use strict';
+
+const test = require('node:test');
+const assert = require('node:assert');
+const { load, HOST } = require('./harness');
+
+const SCRIPTS = ['kelvor.js', 'kelvor.marepack.js', 'kelvor.marker.js', 'kelvor.route.js', 'kelvor.ruler.js',
+    'kelvor.track.js', 'kelvor.chartkit.js', 'kelvor.ais.js', 'kelvor.navrte.js', 'kelvor.boat.js',
+    'kelvor.vmap.js', 'kelvor.settings.js'];
+
+/* A client with a stand-in application object that records saves. */
+function client(elements) {
+    const ctx = load(SCRIPTS, (m, url) => {
+        if (url === '/hostversion') return JSON.stringify(HOST);
+        return url.indexOf('/gazetteer/') === 0 ? '[{"n":"Kiel","c":"P","x":0,"y":0}]' : 'OK';
+    });
+    const els = elements || {};
+    ctx.document.getElementById = (id) => els[id] || null;
+    ctx.cpApp = {
+        saves: 0, setModified() { this.saves++; }, unSelect() {}, update() {}, closeDlg() {},
+        showMenuBar() {}, showDashBoard() {}, helpBubbleShow() {}, sizeDialog() {}, yesno() {},
+        map: { getPosWorldMerc: () => ({ x: 0, y: 0 }), getBase: () => 65536, paintByTimer() {}, setCenter() {} },
+    };
+    return ctx;
+}
+
+function near(a, b, eps, msg) {
+    assert.ok(Math.abs(a - b) <= eps, `${msg}: ${a} vs ${b}`);
+}
+
+test('point geometry on the plane and the sphere', () => {
+    const { kelvor } = client();
+    const M = kelvor.marker;
+    const at = (lon, lat) => new M(M.getXpos(lon), M.getYpos(lat));
+    const o = at(10, 54);
+    // [operation, to, expected, tolerance]
+    const cases = [
+        ['brg', at(10, 55), 0, 1e-9],
+        ['brg', at(11, 54), 90, 1e-9],
+        ['brg', at(10, 53), 180, 1e-9],
+        ['brg', at(9, 54), -90, 1e-9],
+        ['geoDist', at(10, 55), 6371000.8 * Math.PI / 180, 0.01],
+        ['geoDist', at(10, 54), 0, 0],
+        ['geoDist', at(11, 54), 65358.2, 1],
+        ['geoBrg', at(11, 55), 45, 1e-6],
+        ['geoBrg', at(9, 54), -90, 1e-6],
+        ['dist', new M(o.x + 3, o.y + 4), 5, 1e-6],
+    ];
+    for (const [op, p, want, eps] of cases) near(o[op](p), want, eps, op);
+    const m = new M(0, 0).move(new M(30, 40), 10);
+    near(m.x, 6, 1e-9, 'move x');
+    near(m.y, 8, 1e-9, 'move y');
+    const same = new M(5, 5).move(new M(5, 5), 10);
+    assert.deepStrictEqual([same.x, same.y], [5, 5], 'a step toward the point itself stays');
+    near(M.getLatY(M.getYpos(54.52)), 54.52, 1e-9, 'latitude round trip');
+    near(M.getLonX(M.getXpos(-170.25)), -170.25, 1e-9, 'longitude round trip');
+    // a plain point joins no list; a point with an icon does
+    const before = M.markerList.length;
+    new M(1, 1);
+    new M(1, 1, 'img/x.png');
+    assert.strictEqual(M.markerList.length, before + 1);
+});
+
+test('line measure: offset, side and place along the line', () => {
+    const { kelvor } = client();
+    const ld = kelvor.marker.linedist;
+    // [a, b, p, ab, lr*ab, fb]
+    const cases = [
+        [[0, 0], [100, 0], [50, 10], 100, -10, 0.5],
+        [[0, 0], [100, 0], [50, -10], 100, 10, 0.5],
+        [[0, 0], [0, 100], [10, 0], 100, 10, 0],
+        [[0, 0], [100, 0], [150, 0], 100, 0, 1.5],
+        [[5, 5], [5, 5], [9, 9], 0, 0, 0],
+    ];
+    for (const [a, b, p, ab, off, fb] of cases) {
+        const r = ld(a[0], a[1], b[0], b[1], p[0], p[1]);
+        near(r.ab, ab, 1e-9, 'ab');
+        near(r.lr * r.ab, off, 1e-9, 'offset');
+        near(r.fb, fb, 1e-9, 'fb');
+    }
+});
+
+test('leg hit test: on a leg, before the start, past the end, and misses', () => {
+    const { kelvor } = client();
+    const R = kelvor.route;
+    const pts = [[0, 0], [100, 0], [200, 0]].map(([x, y]) => ({ x, y }));
+    const tol = 10;
+    // [pick, expected insert index or null, legs only]
+    const cases = [
+        [[50, 5], 1, false],
+        [[150, -5], 2, false],
+        [[-29, 0], 0, false], // 2.9 tolerances before the start
+        [[-31, 0], null, false],
+        [[229, 0], 3, false], // 2.9 tolerances past the end
+        [[100, 15], 2, false], // near the first leg's second point: after it
+        [[100, 35], null, false],
+        [[50, 15], null, false],
+        [[-29, 0], null, true], // a ruler knows only its legs
+        [[50, 5], 1, true],
+    ];
+    for (const [p, want, legs] of cases) {
+        const hit = R.hitLeg(pts, { x: p[0], y: p[1] }, tol, legs);
+        assert.strictEqual(hit ? hit.e : null, want, `pick ${p} legs only ${legs}`);
+    }
+    // a two-point route: past the end of its one leg goes after the second point
+    const two = pts.slice(0, 2);
+    assert.strictEqual(R.hitLeg(two, { x: 125, y: 0 }, tol, false).e, 2);
+});
+
+test('hidden routes take no hits but an active hidden route still draws', () => {
+    const { kelvor } = client();
+    const R = kelvor.route;
+    const r = R.addNew(0, 0, 1000, 0);
+    const so = { p: { x: 500, y: 2 }, d: 10, o: false, mapScale: 0 };
+    R.find(so);
+    assert.strictEqual(so.o, r);
+    r.visible = false;
+    const so2 = { p: { x: 500, y: 2 }, d: 10, o: false, mapScale: 0 };
+    R.find(so2);
+    kelvor.marker.find(Object.assign(so2, { p: { x: 0, y: 0 } }));
+    assert.strictEqual(so2.o, false, 'neither the leg nor its waypoints');
+});
+
+test('typed coordinates in every accepted form', () => {
+    const { kelvor } = client();
+    const parse = kelvor.marker.parseCoord;
+    // [text, degrees]
+    const cases = [
+        ['123°59\'59.99"', 123 + 59 / 60 + 59.99 / 3600],
+        ['123°59.999\'', 123 + 59.999 / 60],
+        ['123.9999', 123.9999],
+        ['54°31.200\'N', 54.52],
+        ['54°31.200\'S', -54.52],
+        ['10°06\'00.00"W', -10.1],
+        ['10°06\'00.00"O', 10.1],
+        ['10°06\'00.00"E', 10.1],
+        ['54,52', 54.52],
+        [' 54.52', 54.52],
+        ['-3.5', -3.5],
+        ['-3.5S', 3.5],
+    ];
+    for (const [t, want] of cases) near(parse(t), want, 1e-9, t);
+    for (const bad of ['', 'abc', '12°x', '54.5 N E']) assert.ok(Number.isNaN(parse(bad)), bad);
+});
+
+test('the coordinate dialog moves the active point and marks its owner', () => {
+    const els = { np_edit_coord: { children: [{}] }, i_edit_coord_y: { value: '54°30.000\'N' }, i_edit_coord_x: { value: '10.25' } };
+    const ctx = client(els);
+    const M = ctx.kelvor.marker;
+    const m = M.attach(new M(0, 0, 'img/icon-50-marker.png'));
+    M.activeMarker = m;
+    M.modified = false;
+    ctx.kelvor.route.modified = false;
+    M.editman(null, 2);
+    assert.ok(M.editmansave());
+    near(M.getLatY(m.y), 54.5, 1e-9, 'lat');
+    near(M.getLonX(m.x), 10.25, 1e-9, 'lon');
+    assert.strictEqual(ctx.kelvor.route.modified, true, 'owner 2 is the route');
+    assert.strictEqual(M.modified, false);
+    // a text that does not parse leaves that axis
+    els.i_edit_coord_y.value = 'north';
+    const y = m.y;
+    M.editmansave();
+    assert.strictEqual(m.y, y);
+});
+
+test('XTE band: perpendicular to the leg, the limit over the latitude cosine', () => {
+    const { kelvor } = client();
+    const M = kelvor.marker, R = kelvor.route;
+    const a = new M(M.getXpos(10), M.getYpos(60)), e = new M(M.getXpos(11), M.getYpos(60));
+    const d = R.xteOffset(e, a, 50);
+    near(d.x, 0, 1e-9, 'east leg: no x offset');
+    near(Math.abs(d.y), 100, 1e-6, '50 m at 60 degrees is 100 world metres');
+    const n = new M(M.getXpos(10), M.getYpos(61));
+    const d2 = R.xteOffset(n, a, 50);
+    near(Math.abs(d2.x), 100, 1e-6, 'north leg');
+    near(d2.y, 0, 1e-9, 'north leg: no y offset');
+});
+
+test('stored forms: key order, icons, and the XTE name on the second save', () => {
+    const ctx = client();
+    const { kelvor } = ctx;
+    const R = kelvor.route, M = kelvor.marker;
+    R.load(JSON.stringify([{ name: 'A', m: [{ name: 'p', x: 1.4, y: 2.6 }, { name: 'q', x: 10, y: 20, xte: 80, noauto: true, note: 'n' }],
+        color: '#ff0000', note: '', noauto: true, visible: false }]));
+    const r = kelvor.routeList[0];
+    assert.strictEqual(r.locked, true, 'everything loads locked');
+    const first = JSON.stringify(kelvor.routeList);
+    assert.strictEqual(first, '[{"name":"A","m":[{"name":"p","x":1,"y":3},{"name":"q","x":10,"y":20,"xte":80,' +
+        '"noauto":true,"note":"n"}],"color":"#ff0000","note":"","noauto":true,"visible":false}]');
+    assert.ok(JSON.stringify(kelvor.routeList).indexOf('"name":"XTE"') > 0, 'the second write stores "XTE"');
+
+    M.load('[{"name":"Buoy","x":5,"y":6,"icon":"/app/img/icon-50-marker-sos.png"}]');
+    M.load('');
+    const mk = M.userMarkers();
+    assert.strictEqual(mk.length, 1);
+    assert.strictEqual(JSON.stringify(mk), '[{"name":"Buoy","x":5,"y":6,"icon":"/app/img/icon-50-marker-sos.png"}]');
+    // waypoints share the point list but are not saved as markers
+    assert.ok(M.markerList.length >= 3);
+
+    kelvor.ruler.load('[{"name":"R","note":"","m":[{"name":"a","x":0,"y":0},{"name":"b","x":3,"y":4}],"color":"#ff00ff","noauto":false}]');
+    assert.strictEqual(JSON.stringify(kelvor.rulerList),
+        '[{"name":"R","note":"","m":[{"name":"a","x":0,"y":0},{"name":"b","x":3,"y":4}],"color":"#ff00ff","noauto":false}]');
+});
+
+test('names: a user name survives moves, a locked marker ignores them', () => {
+    const ctx = client();
+    const M = ctx.kelvor.marker;
+    const m = M.attach(new M(0, 0, 'img/icon-50-marker.png'));
+    m.locked = false;
+    m.onMove(null, 10, 10);
+    m.onUp();
+    assert.strictEqual(m.name, 'Kiel', 'named by the gazetteer');
+    M.activeMarker = m;
+    M.rename('Home');
+    m.onMove(null, 5, 5);
+    m.onUp();
+    assert.strictEqual(m.name, 'Home');
+    m.locked = true;
+    m.onMove(null, 5, 5);
+    assert.deepStrictEqual([m.x, m.y], [15, 15], 'a locked marker does not move');
+});
+
+test('reverse keeps each limit on its waypoint; a two-point route keeps its waypoints', () => {
+    const ctx = client();
+    const { kelvor } = ctx;
+    const R = kelvor.route, M = kelvor.marker;
+    const r = R.addNew(0, 0, 100, 0);
+    r.locked = false;
+    r.m[1].xte = 70;
+    r.select();
+    R.activeRoute = r;
+    R.reverse();
+    assert.strictEqual(r.m[0].xte, 70);
+    M.activeMarker = r.m[1];
+    R.delWaypoint(true);
+    assert.strictEqual(r.m.length, 2, 'the last two waypoints stay');
+});

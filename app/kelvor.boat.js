@@ -505,9 +505,9 @@ kelvor.boat = {
             if (list[i].q === undefined) list[i].q = 1;
         }
         b.nearList = b.sortNear(list);
-        var h = "<h2>Near Me</h2>";
+        var h = "<h2>" + "Near Me" + "</h2>";
         if (!list.length) {
-            h += "<p>nothing found</p>";
+            h += "<p>" + "nothing found" + "</p>";
         } else {
             h += "<table class=\"np_table\">";
             for (var j = 0; j < list.length; j++) {

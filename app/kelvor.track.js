@@ -128,7 +128,7 @@ kelvor.track = {
         var tz = T.timeZone;
         var rows = T.sql("SELECT cast(((ts-(" + tz + "))/86400) as integer)*86400+(" + tz +
             ") FROM log GROUP BY 1 ORDER BY 1") || [];
-        var h = "<option value=\"0\">Today</option><option value=\"1\">All</option>";
+        var h = "<option value=\"0\">" + "Today" + "</option><option value=\"1\">" + "All" + "</option>";
         for (var i = rows.length - 1; i >= 0; i--) {
             var ts = Number(rows[i][0]);
             if (ts > 1) h += "<option value=\"" + ts + "\">" + T.fmtDate(ts) + "</option>";
@@ -187,16 +187,16 @@ kelvor.track = {
                 " AND t > " + level + " ORDER BY id DESC";
         }
         var rows = T.sql(q) || [], s = kelvor.settings;
-        var h = "<h2>Log</h2><div class=\"btn_row\"><button type=\"button\" onclick=\"kelvor.track.detail(0)\">Full" +
-            "</button> <button type=\"button\" onclick=\"kelvor.track.detail(2)\">Normal</button> " +
-            "<button type=\"button\" onclick=\"kelvor.track.noteDialog(0)\">Note</button></div><table class=\"np_table\">";
+        var h = "<h2>" + "Log" + "</h2><div class=\"btn_row\"><button type=\"button\" onclick=\"kelvor.track.detail(0)\">" +
+            "Full" + "</button> <button type=\"button\" onclick=\"kelvor.track.detail(2)\">" + "Normal" + "</button> " +
+            "<button type=\"button\" onclick=\"kelvor.track.noteDialog(0)\">" + "Note" + "</button></div><table class=\"np_table\">";
         for (var i = 0; i < rows.length; i++) {
             var r = rows[i], t = Number(r[4]), id = Number(r[5]), txt;
             if (t === 12) {
                 var o = T.parseNote(r[3]);
                 txt = "<b>" + M.esc(o.h) + "</b><br>" + M.esc(o.b) + " <button type=\"button\" onclick=\"kelvor.track." +
-                    "noteDialog(" + id + ")\">Edit</button> <button type=\"button\" onclick=\"kelvor.track.delLog(" +
-                    id + ")\">Delete</button>";
+                    "noteDialog(" + id + ")\">" + "Edit" + "</button> <button type=\"button\" onclick=\"kelvor.track.delLog(" +
+                    id + ")\">" + "Delete" + "</button>";
             } else {
                 txt = M.esc(r[3]);
             }

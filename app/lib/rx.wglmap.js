@@ -307,17 +307,17 @@ RX.wglmap.prototype = {
     },
 
     /* Meridians every 10 degrees from -85 to 85 and parallels every 10
-    ** degrees from -80 to 80, red, z 7, as thin lines. */
+    ** degrees from -80 to 80, red, z 7, as thin lines two pixels wide. */
     drawWorldGrid: function () {
         var b = this.lines, col = [255, 0, 0, 255], lon, lat;
         for (lon = -180; lon <= 180; lon += 10) {
             for (lat = -85; lat < 85; lat += 5) {
-                this._segment(b, this.proj.project(lon, lat), this.proj.project(lon, Math.min(85, lat + 5)), 10, 7, col);
+                this._segment(b, this.proj.project(lon, lat), this.proj.project(lon, Math.min(85, lat + 5)), 25, 7, col);
             }
         }
         for (lat = -80; lat <= 80; lat += 10) {
             for (lon = -180; lon < 180; lon += 5) {
-                this._segment(b, this.proj.project(lon, lat), this.proj.project(lon + 5, lat), 10, 7, col);
+                this._segment(b, this.proj.project(lon, lat), this.proj.project(lon + 5, lat), 25, 7, col);
             }
         }
     },

@@ -243,10 +243,10 @@ int buffAddJson(ResponseBuffer *b, const unsigned char *p, int n) {
 
 /* Sends all of n bytes unless the peer fails; never raises SIGPIPE.
 ** Returns the bytes sent, or -1 when nothing could be sent. */
-static long buffSendAll(int fd, const char *p, long n) {
+static long buffSendAll(int fd, const char *p, long n, int flags) {
     long sent = 0;
     while (sent < n) {
-        ssize_t r = send(fd, p + sent, (size_t)(n - sent), MSG_NOSIGNAL);
+        ssize_t r = send(fd, p + sent, (size_t)(n - sent), MSG_NOSIGNAL | flags);
         if (r < 0) {
             if (errno == EINTR) continue;
             return sent > 0 ? sent : -1;
@@ -284,8 +284,10 @@ int buffSendHttp(ResponseBuffer *b, const char *status, int type, int maxAge) {
                     "Server: Marepack\r\nContent-Type: %s\r\nContent-Length: %d\r\n\r\n",
                     mimetype[type], b->length);
 
-    buffSendAll(b->fd, header, pos);
-    long sent = b->length > 0 ? buffSendAll(b->fd, b->data, b->length)
+    /* MSG_MORE holds the header until the body's send, so that the two
+    ** sends leave as one segment on a TCP_NODELAY socket. */
+    buffSendAll(b->fd, header, pos, b->length > 0 ? MSG_MORE : 0);
+    long sent = b->length > 0 ? buffSendAll(b->fd, b->data, b->length, 0)
                               : (long)send(b->fd, "", 0, MSG_NOSIGNAL);
     if (sent != b->length) b->keepAliveMax = 0;
     return (int)sent;
@@ -293,7 +295,7 @@ int buffSendHttp(ResponseBuffer *b, const char *status, int type, int maxAge) {
 
 /* Sends the collected bytes with no header. Returns length. */
 int buffSendRaw(ResponseBuffer *b) {
-    if (b->length > 0) buffSendAll(b->fd, b->data, b->length);
+    if (b->length > 0) buffSendAll(b->fd, b->data, b->length, 0);
     return b->length;
 }
 

@@ -15,6 +15,7 @@
 
 #include "http/http_server.h"
 #include "nav/nmea.h"
+#include "store/pack_store.h"
 
 MrAppRecord mrApp;
 
@@ -197,12 +198,14 @@ int start_server(int foreground) {
     return 0;
 }
 
-/* Clears running and closes the three databases. */
+/* Clears running and closes the three databases, in the order tripDb,
+** appDb, chartDb. The packs go through the handle guard, so a request still
+** running on another connection never uses a closed handle. */
 void stop_server(void) {
     MR_STORE(mrApp.running, 0);
     sqlite3_close(mrApp.tripDb);
-    sqlite3_close(mrApp.appDb);
-    sqlite3_close(mrApp.chartDb);
+    mr_db_swap(&mrApp.appDb, NULL);
+    mr_db_swap(&mrApp.chartDb, NULL);
 }
 
 /* Starts the listener on a thread and waits until it is up. Returns 0. */

@@ -15,7 +15,7 @@ APT_PACKAGES := cmake g++ make pkg-config libsqlite3-dev sqlite3 googletest libg
 
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all deps npm build run test test-unit test-asan bench clean
+.PHONY: all deps npm build run test test-unit test-asan bench clean demo
 
 all: build
 
@@ -59,6 +59,11 @@ run: build
 	  exec build/mareplotd; \
 	fi
 
+# A moving scene for a first look: the demo voyage replayed over TCP into
+# the host (tools/demo.sh says what to open).
+demo: build
+	tools/demo.sh build
+
 test-unit: build
 	cd build && ctest --output-on-failure
 
@@ -80,8 +85,15 @@ install: build
 deb: build
 	cd build && cpack -G DEB
 
+# Benchmarks: the core's Google Benchmark binaries, then the host from
+# outside (tiles against nginx, the SQL gateway) and the page in Chromium.
 bench: build
-	$(MAKE) -C bench
+	build/bench/nav_bench
+	build/bench/ais_bench
+	bench/tiles.sh build
+	bench/sql.sh build
+	flock /tmp/mareplot-port.lock node bench/client_bench.js
+	flock /tmp/mareplot-port.lock node bench/client_ais_bench.js
 
 clean:
 	rm -rf build build-asan

@@ -302,8 +302,11 @@ kelvor.boat = {
             cpApp.update();
         }
 
-        if (g.nmea_stat === 1 && kelvor.ais.setAisData) kelvor.ais.setAisData(g);
-        else if (g.nmea_stat === 1 && kelvor.ais.update) kelvor.ais.update(g.ais);
+        /* rows of a feed that is not delivering are not trusted: the list is
+        ** redrawn from the targets already known */
+        if (kelvor.ais.setAisData) {
+            kelvor.ais.setAisData(g.nmea_stat === 1 ? g : { ais: [], aisuserid: g.aisuserid });
+        }
     };
 
     b.getGPS = function () { return b.gps; };

@@ -211,8 +211,6 @@ kelvor.marker = function (x, y, icon) {
         var c = cpApp.map.getPosWorldMerc();
         var m = M.attach(new M(c.x, c.y, "img/icon-50-marker.png"));
         m.locked = false;
-        m.name = kelvor.chartkit.gazetteer(m.x, m.y);
-        m.txt = m.name;
         M.activeMarker = m;
         M.modified = true;
         cpApp.setModified();

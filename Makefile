@@ -61,6 +61,8 @@ run: build
 
 # A moving scene for a first look: the demo voyage replayed over TCP into
 # the host (tools/demo.sh says what to open).
+# curl: tools/demo.sh waits for the host and seeds the demo's settings.
+APT_PACKAGES += curl
 demo: build
 	tools/demo.sh build
 

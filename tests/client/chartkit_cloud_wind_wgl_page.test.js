@@ -297,3 +297,89 @@ test('an overlay draws in WebGL with the world grid; its feature shows its texts
         assert.ok(tapped && /Harbour office/.test(tapped) && /Open 8 to 18/.test(tapped), String(tapped));
     });
 });
+
+/* CRC-32 as the host checks it, in hex. */
+function crcHex(buf) {
+    let c = 0xffffffff;
+    for (const b of buf) {
+        c ^= b;
+        for (let k = 0; k < 8; k++) c = c & 1 ? (c >>> 1) ^ 0xedb88320 : c >>> 1;
+    }
+    return ((c ^ 0xffffffff) >>> 0).toString(16).padStart(8, '0');
+}
+
+/* Starts the chart server of the download tests on a free port. */
+async function chartServer(dir, extra) {
+    const fs = require('fs'), path = require('path');
+    const { spawn } = require('child_process');
+    const bin = process.env.CHART_SERVER || path.resolve(__dirname, '../../build/tests/chart_server');
+    const portFile = path.join(dir, 'port' + Date.now());
+    const proc = spawn(bin, ['--dir', dir, '--port', '0', '--port-file', portFile].concat(extra || []), { stdio: 'ignore' });
+    for (let i = 0; i < 100 && !fs.existsSync(portFile); i++) await new Promise((r) => setTimeout(r, 50));
+    await new Promise((r) => setTimeout(r, 50));
+    return { port: Number(fs.readFileSync(portFile, 'utf8')), stop: () => proc.kill('SIGTERM') };
+}
+
+test('a kit downloads from the chart server with progress; a broken one shows its label', async () => {
+    const fs = require('fs'), os = require('os'), path = require('path');
+    const { writeChartPack } = require('./browser');
+    const packs = fs.mkdtempSync(path.join(os.tmpdir(), 'mareplot-kits-'));
+    // writeChartPack puts the pack under <dir>/.local/share/mareplot
+    fs.mkdirSync(path.join(packs, '.local/share/mareplot'), { recursive: true });
+    const file = writeChartPack(packs, 'A000005.marepack', {}, {
+        version: 7,
+        chartlist: [{ n: 'Test bay', sc: 50000, x1: 21000000, y1: 12000000, x2: 21100000, y2: 12100000, po: [] }],
+        filler: 'x'.repeat(400000),
+    });
+    const dir = path.dirname(file);
+    const bytes = fs.readFileSync(file);
+    const server = await chartServer(dir, ['--rate', '150000']);
+    fs.writeFileSync(path.join(host.home, '.local/share/mareplot/chartserver.key'), `127.0.0.1:${server.port}\n`);
+    try {
+        await withPage(plain2d, async (page) => {
+            const update = {
+                5: { pid: 5, name: 'Test bay', version: 7, filesize: bytes.length, crc32: crcHex(bytes), stat: 0 },
+                6: { pid: 6, name: 'Missing kit', version: 1, filesize: 5000, crc32: '00000000', stat: 0 },
+            };
+            await routeCloud(page, (q) => (q.has('getkitlist') ? JSON.stringify({ update }) : '{"count":0}'));
+            await page.evaluate(() => kelvor.chartkit.showKitList());
+            await page.waitForSelector('#btn_chartkit_exec');
+            await page.check('#np_chartkit_add_form input[value="5"]');
+            await page.click('#btn_chartkit_exec');
+            const shown = new Set();
+            for (let i = 0; i < 200; i++) {
+                const st = await page.evaluate(() => ({
+                    text: document.getElementById('np_chartkit_progress_text').innerText,
+                    kit: kelvor.settings.k.chartkit,
+                }));
+                if (/\d+ %/.test(st.text)) shown.add(st.text.replace(/\s+/g, ' '));
+                if (st.kit === 'A000005.marepack') break;
+                await new Promise((r) => setTimeout(r, 100));
+            }
+            const done = await page.evaluate(() => ({
+                kit: kelvor.settings.k.chartkit,
+                listed: kelvor.settings.k.chartKitList2[5] && kelvor.settings.k.chartKitList2[5].stat,
+                charts: kelvor.chartkit.chartList.map((c) => c.n),
+            }));
+            assert.deepStrictEqual(done, { kit: 'A000005.marepack', listed: 2, charts: ['Test bay'] });
+            assert.ok(shown.size >= 2, 'several progress steps: ' + [...shown].join(' | '));
+            assert.ok([...shown].some((t) => /Test bay/.test(t) && /MB \/ 0\.\d\d MB/.test(t)));
+
+            // a kit the server does not have ends with a label and stays unlisted
+            await page.evaluate(() => kelvor.chartkit.showKitList());
+            await page.waitForSelector('#btn_chartkit_exec');
+            await page.check('#np_chartkit_add_form input[value="6"]');
+            await page.click('#btn_chartkit_exec');
+            await page.waitForFunction(() => {
+                const l = document.getElementById('dl_label');
+                return l && l.textContent.length > 0;
+            }, null, { timeout: 20000 });
+            const label = await page.evaluate(() => document.getElementById('dl_label').textContent);
+            assert.ok(['Network Error', 'Download Failed', 'Server not found', 'Provider Error', 'Internal Error'].includes(label), label);
+            assert.strictEqual(await page.evaluate(() => !!kelvor.settings.k.chartKitList2[6]), false);
+        });
+    } finally {
+        server.stop();
+        fs.rmSync(packs, { recursive: true, force: true });
+    }
+});

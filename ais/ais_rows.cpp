@@ -181,17 +181,8 @@ void aisJsonString(char *dst, const char *src) {
     *d++ = '"';
     char *body = d;
     for (const char *s = src; *s && *s != '@'; s++) {
-        char esc = 0;
-        switch (*s) {
-        case 8: esc = 'b'; break;
-        case 9: esc = 't'; break;
-        case 10: esc = 'n'; break;
-        case 12: esc = 'f'; break;
-        case 13: esc = 'r'; break;
-        case '"': esc = '"'; break;
-        case '/': esc = '/'; break;
-        case '\\': esc = '\\'; break;
-        }
+        /* the apostrophe stays bare in AIS texts */
+        char esc = *s == '\'' ? 0 : buffJsonEscape[(unsigned char)*s];
         if (esc) {
             *d++ = '\\';
             *d++ = esc;

@@ -25,6 +25,11 @@ typedef struct ResponseBuffer {
     int32_t keepAliveMax;  /* Keep-Alive: max= value; 0 selects Connection: close */
 } ResponseBuffer;
 
+/* JSON string escapes: for each byte, the letter that follows the
+** backslash (8 b, 9 t, 10 n, 12 f, 13 r, '"', '\'', '/', '\\'), or 0 for a
+** byte that is copied as it stands. */
+extern const char buffJsonEscape[256];
+
 #define MIMETYPE_COUNT 15
 extern const char *const mimetype[MIMETYPE_COUNT];
 

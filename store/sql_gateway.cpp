@@ -52,18 +52,7 @@ static void sqlt_json(SqlText *t, const unsigned char *s, int n) {
     sqlt_room(t, 2 * (size_t)n);
     char *o = t->p + t->len;
     for (int i = 0; i < n; i++) {
-        char esc = 0;
-        switch (s[i]) {
-        case 8: esc = 'b'; break;
-        case 9: esc = 't'; break;
-        case 10: esc = 'n'; break;
-        case 12: esc = 'f'; break;
-        case 13: esc = 'r'; break;
-        case '"': esc = '"'; break;
-        case '\'': esc = '\''; break;
-        case '/': esc = '/'; break;
-        case '\\': esc = '\\'; break;
-        }
+        char esc = buffJsonEscape[s[i]];
         if (esc) {
             *o++ = '\\';
             *o++ = esc;

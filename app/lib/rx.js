@@ -81,6 +81,7 @@ RX.vertexbuffer = function (z, color) {
     this.refresh = true;
     this.texture = null;
     this.gl = null;
+    this.ctx = null;
 };
 
 RX.vertexbuffer.prototype = {
@@ -104,6 +105,12 @@ RX.vertexbuffer.prototype = {
         this.vertexIndex.push(a, b, c, a, c, d);
     },
     count: function () { return this.vertexIndex.length; },
+    /* Deletes the uploaded buffers that still belong to the context; those
+    ** of a lost context are gone already. */
+    _free: function (gl) {
+        if (!this.gl) return;
+        for (var k in this.gl) if (this.gl[k] && gl.isBuffer(this.gl[k])) gl.deleteBuffer(this.gl[k]);
+    },
     clear: function (gl) {
         this.vertexXY = [];
         this.vertexUV = [];
@@ -112,14 +119,12 @@ RX.vertexbuffer.prototype = {
         this.vertexZ = [];
         this.vertexIndex = [];
         this.refresh = true;
-        if (gl && this.gl) {
-            for (var k in this.gl) if (this.gl[k]) gl.deleteBuffer(this.gl[k]);
-        }
+        if (gl) this._free(gl);
         this.gl = null;
     },
     /* Uploads the arrays (STATIC_DRAW); 32-bit indices above 65530. */
     upload: function (gl) {
-        if (this.gl) for (var k in this.gl) if (this.gl[k]) gl.deleteBuffer(this.gl[k]);
+        this._free(gl);
         var mk = function (target, data) {
             var b = gl.createBuffer();
             gl.bindBuffer(target, b);
@@ -140,7 +145,13 @@ RX.vertexbuffer.prototype = {
     /* Draws the triangles with program p (attribute locations p.a). */
     draw: function (gl, p) {
         if (!this.vertexIndex.length) return;
-        if (this.refresh || !this.gl) this.upload(gl);
+        /* after a context loss the map makes a new program record: the
+        ** arrays are still here, so the geometry goes up again without a
+        ** rebuild */
+        if (this.refresh || !this.gl || this.ctx !== p) {
+            this.upload(gl);
+            this.ctx = p;
+        }
         var a = p.a, b = this.gl;
         var bind = function (loc, buf, n, type, norm) {
             if (loc < 0) return;

@@ -285,6 +285,27 @@ test('an overlay draws in WebGL with the world grid; its feature shows its texts
         assert.deepStrictEqual(st.scales, ['0', '1', '2', '50000000'], 'scale keys sorted as text');
         assert.deepStrictEqual([st.boxes, st.glyphs], [6, 12], 'one text box, two glyphs');
 
+        // a lost and restored context draws the kept geometry again
+        await page.evaluate(() => {
+            const ext = cpApp.map.ctx3d.getExtension('WEBGL_lose_context');
+            window.__lose = ext;
+            ext.loseContext();
+        });
+        await page.waitForFunction(() => !cpApp.map.ctx3d);
+        await page.evaluate(() => window.__lose.restoreContext());
+        await page.waitForFunction(() => !!cpApp.map.ctx3d);
+        const after = await page.evaluate(() => {
+            const m = cpApp.map, gl = m.ctx3d;
+            m.force = true;
+            m.render();
+            const data = new Uint8Array(gl.drawingBufferWidth * gl.drawingBufferHeight * 4);
+            gl.readPixels(0, 0, gl.drawingBufferWidth, gl.drawingBufferHeight, gl.RGBA, gl.UNSIGNED_BYTE, data);
+            let green = 0;
+            for (let i = 0; i < data.length; i += 4) if (data[i] < 30 && data[i + 1] > 170 && data[i + 1] < 230 && data[i + 2] < 30) green++;
+            return { green, loaded: kelvor.chartkit.vectorMap.map.loaded };
+        });
+        assert.ok(after.loaded && after.green > 30, JSON.stringify(after));
+
         // a tap on the feature shows its name and description
         const tapped = await page.evaluate(() => {
             const m = cpApp.map;

@@ -219,6 +219,7 @@ kelvor.wind = {
     setData: function (src, isajax) {
         var W = kelvor.wind, C = kelvor.settings.k.C, e = W.list.data[src];
         W.src = src;
+        document.getElementById("np_wind_load_data").children[0].textContent = "Loading";
         cpApp.sizeDialog("np_wind_load_data");
         var s = addslashes(e.src);
         postSync("/UexecSql", "DELETE FROM forcastgrids WHERE vt_created < " + Number(e.created) + " AND src='" + s + "'");

@@ -12,7 +12,7 @@
 **   app/marepack.html        /app/marepack.html   1   en, de, fr
 **   app/<name>.js            /app/<name>.js       3   en, de, fr
 **   app/lib/*.js             /app/lib/...         3   **
-**   npm scripts (LIBRARIES)  /app/lib/<name>      3   **
+**   npm scripts (LIBRARIES)  /app/<name>, /app/lib/<name>  3  en/de/fr or **
 **   app/<lang>/*.txt         /app/<lang>/...      4   **
 **   app/img/**.svg           /app/img/....png     6   **  (and /app/img/bw/
 **                                                        ....png, in grey,
@@ -42,15 +42,19 @@ const assets = require('./app_assets');
 
 const LANGS = ['en', 'de', 'fr'];
 
-/* Third-party scripts, copied as they are from the pinned npm packages. */
+/* Third-party scripts, copied as they are from the pinned npm packages,
+** under the keys the page loads them by. Hammer.js, Hammer-time and the
+** matrix script stand beside the client's modules in three language rows
+** (identical bytes); the rest are common rows under lib/. */
 const LIBRARIES = [
-    ['hammer.min.js', 'hammerjs/hammer.min.js'],
-    ['hammer-time.min.js', 'hammer-timejs/dist/hammer-time.min.js'],
-    ['gl-matrix-min.js', 'gl-matrix/dist/gl-matrix-min.js'],
-    ['earcut.min.js', 'earcut/dist/earcut.min.js'],
-    ['suncalc.js', 'suncalc/suncalc.js'],
-    ['matrix.js', 'transformation-matrix-js/matrix.js'],
-    ['rawinflate.min.js', 'zlibjs/bin/rawinflate.min.js'],
+    ['/app/hammer-2-0-8.js', 'hammerjs/hammer.min.js', LANGS],
+    ['/app/hammer-time.js', 'hammer-timejs/dist/hammer-time.min.js', LANGS],
+    ['/app/matrix.js', 'transformation-matrix-js/matrix.js', LANGS],
+    ['/app/lib/gl-matrix.js', 'gl-matrix/dist/gl-matrix-min.js', ['**']],
+    ['/app/lib/earcut.js', 'earcut/dist/earcut.min.js', ['**']],
+    ['/app/lib/suncalc.js', 'suncalc/suncalc.js', ['**']],
+    ['/app/lib/rawinflate.js', 'zlibjs/bin/rawinflate.min.js', ['**']],
+    ['/app/lib/rawdeflate.js', 'zlibjs/bin/rawdeflate.min.js', ['**']],
 ];
 
 /* Rows whose key keeps its capitals. The lookup lower-cases the asked key,
@@ -157,15 +161,15 @@ function addLanguageRows(rows, o, tables, warn) {
     return untranslated;
 }
 
-/* Adds the client's own helper scripts and the npm libraries under lib/. */
+/* Adds the client's own helper scripts under lib/ and the npm libraries. */
 function addLibraryRows(rows, o) {
     for (const f of listFiles(path.join(o.app, 'lib'))) {
         rows.add('/app/lib/' + f, typeOf(f), '**', path.join(o.app, 'lib', f));
     }
-    for (const [name, rel] of LIBRARIES) {
+    for (const [key, rel, langs] of LIBRARIES) {
         const src = path.join(o.modules, rel);
         if (!fs.existsSync(src)) throw new Error(`${src} is missing: run "npm ci" first`);
-        rows.add('/app/lib/' + name, 3, '**', src);
+        for (const lang of langs) rows.add(key, 3, lang, src);
     }
 }
 

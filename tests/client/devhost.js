@@ -18,11 +18,12 @@ const zlib = require('zlib');
 
 const ROOT = path.resolve(__dirname, '../..');
 const LIBS = {
-    'hammer.min.js': 'hammerjs/hammer.min.js',
-    'matrix.js': 'transformation-matrix-js/matrix.js',
-    'gl-matrix-min.js': 'gl-matrix/dist/gl-matrix-min.js',
-    'earcut.min.js': 'earcut/dist/earcut.min.js',
-    'rawinflate.min.js': 'zlibjs/bin/rawinflate.min.js',
+    '/app/hammer-2-0-8.js': 'hammerjs/hammer.min.js',
+    '/app/matrix.js': 'transformation-matrix-js/matrix.js',
+    '/app/lib/gl-matrix.js': 'gl-matrix/dist/gl-matrix-min.js',
+    '/app/lib/earcut.js': 'earcut/dist/earcut.min.js',
+    '/app/lib/suncalc.js': 'suncalc/suncalc.js',
+    '/app/lib/rawinflate.js': 'zlibjs/bin/rawinflate.min.js',
 };
 
 const SEA = [170, 211, 223], LAND = [242, 239, 233];
@@ -105,8 +106,8 @@ function serveFile(res, file) {
 
 function handle(req, res, body) {
     const url = decodeURIComponent(req.url.split('?')[0]);
-    if (url.startsWith('/app/lib/') && LIBS[url.slice(9)]) {
-        return serveFile(res, path.join(ROOT, 'node_modules', LIBS[url.slice(9)]));
+    if (LIBS[url]) {
+        return serveFile(res, path.join(ROOT, 'node_modules', LIBS[url]));
     }
     if (url.startsWith('/app/')) return serveFile(res, path.join(ROOT, 'app', url.slice(5)));
     if (url === '/hostversion') {

@@ -176,11 +176,14 @@ TEST_F(AppPack, ClientAssetsArePresentAndWellFormed) {
         "/app/img/icon-50-waypoint.png", "/app/img/blank.png", "/app/img/tiden_30_none.png",
         "/app/img/tiden_30_down.png", "/app/img/tiden_30_up.png", "/app/img/dvplay.png", "/app/img/dvstop.png",
         "/app/img/ic50-earth.png", "/app/img/interface-75.png", "/app/img/interface-76.png",
-        "/app/img/ajax_loader_blue_256.gif", "/app/img/beep-05.mp3", "/app/lib/hammer.min.js",
-        "/app/lib/gl-matrix-min.js", "/app/lib/earcut.min.js", "/app/lib/suncalc.js", "/app/lib/matrix.js",
-        "/app/lib/rawinflate.min.js", "/app/lib/hammer-time.min.js",
+        "/app/img/ajax_loader_blue_256.gif", "/app/img/beep-05.mp3",
+        "/app/lib/gl-matrix.js", "/app/lib/earcut.js", "/app/lib/suncalc.js",
+        "/app/lib/rawinflate.js", "/app/lib/rawdeflate.js",
     };
     for (const char *k : named) EXPECT_NE(find(k, "**"), nullptr) << k;
+    /* libraries that stand beside the modules come in the three languages */
+    for (const char *k : {"/app/hammer-2-0-8.js", "/app/matrix.js", "/app/hammer-time.js"})
+        for (const char *lang : {"en", "de", "fr"}) EXPECT_NE(find(k, lang), nullptr) << k << " " << lang;
     for (int i = 0; i < 28; i++) {
         char k[64];
         snprintf(k, sizeof(k), "/app/img/m32/m%02d.png", i);

@@ -231,14 +231,71 @@ kelvor.chartkit = {
         return 0;
     },
 
-    /* The chart info layer: markers visible at the current scale. The
-    ** icons and the info popup come with the chart info issue. */
+    /* The chart info layer: tide stations draw themselves; a chart marker
+    ** of the pack's mrk list shows its icon `i` (a dot while the icon loads
+    ** or has none) and its label `txt`, while the scale is at most its `s`. */
     renderMarker: function (ctx) {
-        var list = kelvor.chartkit.markerList, f = ctx.scm;
+        var ck = kelvor.chartkit, list = ck.markerList;
         for (var i = 0; i < list.length; i++) {
             var m = list[i];
-            if (m.render && m.render !== kelvor.chartkit.renderMarker) m.render(ctx, m);
+            if (m.render && m.render !== ck.renderMarker) {
+                m.render(ctx, m);
+                continue;
+            }
+            if (m.s !== undefined && !(ctx.mapScale <= Number(m.s))) continue;
+            var x = Math.round(m.x * ctx.scm - ctx.cxzero), y = Math.round(m.y * ctx.scm - ctx.cyzero);
+            if (x < ctx.x1 - 50 || x > ctx.x2 + 50 || y < ctx.y1 - 50 || y > ctx.y2 + 50) continue;
+            var img = m.i ? ck._icon(m.i) : null, h = 8;
+            if (img && img.complete && img.naturalWidth) {
+                h = img.naturalHeight;
+                ctx.drawImage(img, x - img.naturalWidth / 2, y - h / 2);
+            } else {
+                ctx.beginPath();
+                ctx.arc(x, y, 5, 0, 2 * Math.PI);
+                ctx.fillStyle = "rgba(255,0,255,0.8)";
+                ctx.fill();
+            }
+            if (m.txt) {
+                ctx.save();
+                ctx.font = "12px sans-serif";
+                ctx.textAlign = "center";
+                ctx.lineWidth = 3;
+                ctx.strokeStyle = "#fff";
+                ctx.fillStyle = "#000";
+                ctx.strokeText(String(m.txt), x, y + h / 2 + 14);
+                ctx.fillText(String(m.txt), x, y + h / 2 + 14);
+                ctx.restore();
+            }
         }
+    },
+
+    /* Icons of chart markers, loaded once per path. */
+    _icons: {},
+    _icon: function (src) {
+        var c = kelvor.chartkit._icons;
+        if (!c[src]) {
+            c[src] = new Image();
+            c[src].onload = function () { if (cpApp && cpApp.map) cpApp.map.paintByTimer(); };
+            c[src].src = src;
+        }
+        return c[src];
+    },
+
+    /* "Near Me": chart markers within r world metres, as the gazetteer
+    ** gives its entries: name n, class c, place x, y, and the marker's
+    ** weight q, which lists it before plain places. */
+    findByRange: function (x, y, r) {
+        var list = kelvor.chartkit.markerList, out = [];
+        for (var i = 0; i < list.length; i++) {
+            var m = list[i];
+            var d = Math.sqrt((m.x - x) * (m.x - x) + (m.y - y) * (m.y - y));
+            if (!(d < r)) continue;
+            var e = { n: m.n !== undefined ? m.n : m.txt, x: m.x, y: m.y, m: m };
+            if (m.c !== undefined) e.c = m.c;
+            if (m.q !== undefined) e.q = Number(m.q);
+            out.push(e);
+        }
+        return out;
     },
 
     find: function (so) {
@@ -257,17 +314,35 @@ kelvor.chartkit = {
         }
     },
 
-    /* A chart info marker or an overlay feature was tapped: overlay
-    ** features with an action show their Name and Description. */
+    /* A chart info marker or an overlay feature was tapped. Overlay
+    ** features with an action show their Name and Description; a chart
+    ** marker shows its name, its label and a link to its information page
+    ** `a`, in the wide dialog when its `q` is above 1. */
     showMrk: function () {
-        var e = this && this.e;
-        if (!e || !e.action) return;
         var d = document.getElementById("cp_dialog_common");
-        if (!d) return;
+        if (!d || !this) return;
+        var e = this.e;
+        if (e) {
+            if (!e.action) return;
+            d.innerHTML = "<h2></h2><p></p>";
+            d.children[0].textContent = e.Name === undefined ? "" : String(e.Name);
+            d.children[1].textContent = e.Description === undefined ? "" : String(e.Description);
+            cpApp.sizeDialog("np_dialog_common");
+            return;
+        }
+        var m = this;
         d.innerHTML = "<h2></h2><p></p>";
-        d.children[0].textContent = e.Name === undefined ? "" : String(e.Name);
-        d.children[1].textContent = e.Description === undefined ? "" : String(e.Description);
-        cpApp.sizeDialog("np_dialog_common");
+        d.children[0].textContent = m.n !== undefined ? String(m.n) : (m.txt !== undefined ? String(m.txt) : "");
+        d.children[1].textContent = m.txt !== undefined && m.n !== undefined ? String(m.txt) : "";
+        if (m.a) {
+            var a = document.createElement("a");
+            a.href = String(m.a);
+            a.target = "_blank";
+            a.textContent = "More information";
+            d.appendChild(a);
+        }
+        if (Number(m.q) > 1) cpApp.sizeDialog("np_dialog_common", 720);
+        else cpApp.sizeDialog("np_dialog_common");
     },
 
     /* Scans the overlay for the two route layers: the fairway becomes the

@@ -112,3 +112,28 @@ test('checkOvl stores changed overlays as type 13 rows', () => {
     assert.strictEqual(put.body, '{"style":{},"map":[]}');
     assert.strictEqual(k.ovlList[9], 2);
 });
+
+test('chart markers: shown up to their scale, found by range for Near Me', () => {
+    const ctx = client({});
+    const ck = ctx.kelvor.chartkit;
+    ck.markerList = [
+        { x: 1000, y: 1000, s: 50000, txt: 'Harbour office', n: 'Office', q: 3 },
+        { x: 1000, y: 40000, s: 20000, txt: 'Far buoy' },
+    ];
+    const drawn = [];
+    const g = {
+        scm: 0.01, cxzero: 0, cyzero: 0, x1: 0, y1: 0, x2: 1000, y2: 1000,
+        save() {}, restore() {}, beginPath() {}, arc() {}, fill() {}, drawImage() {},
+        strokeText() {}, fillText(t) { drawn.push(t); },
+    };
+    for (const [scale, want] of [[10000, ['Harbour office', 'Far buoy']], [30000, ['Harbour office']], [60000, []]]) {
+        drawn.length = 0;
+        g.mapScale = scale;
+        ck.renderMarker(g);
+        assert.deepStrictEqual(drawn, want, `scale ${scale}`);
+    }
+    const near = ck.findByRange(1000, 2000, 5000);
+    assert.strictEqual(near.length, 1);
+    assert.strictEqual(near[0].n, 'Office');
+    assert.strictEqual(near[0].q, 3);
+});

@@ -139,7 +139,7 @@ TEST(DataDir, PlatformPlaceThenXdgThenDefault) {
 
 TEST(KeyFiles, ReadKeepsDefaultsAndTakesFirstLineBounded) {
     std::string dir = tempDir();
-    memset(&mrApp, 0, sizeof mrApp);
+    MrAppRecord saved = mrApp;  // other tests keep handles in the record
     mr_bprintf(mrApp.keyDir, sizeof mrApp.keyDir, "%s/", dir.c_str());
     struct Case {
         const char *content;  // nullptr: no file
@@ -163,6 +163,7 @@ TEST(KeyFiles, ReadKeepsDefaultsAndTakesFirstLineBounded) {
     }
     EXPECT_EQ(0, mrc_write_regkey("skin", "Foo"));
     EXPECT_EQ("Foo", slurp(dir + "/skin.key"));
+    mrApp = saved;
 }
 
 TEST(BoundedCopy, OverflowIsFatal) {

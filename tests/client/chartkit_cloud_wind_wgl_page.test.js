@@ -382,7 +382,8 @@ test('a kit downloads from the chart server with progress; a broken one shows it
                 listed: kelvor.settings.k.chartKitList2[5] && kelvor.settings.k.chartKitList2[5].stat,
                 charts: kelvor.chartkit.chartList.map((c) => c.n),
             }));
-            assert.deepStrictEqual(done, { kit: 'A000005.marepack', listed: 2, charts: ['Test bay'] });
+            assert.deepStrictEqual(done, { kit: 'A000005.marepack', listed: 2, charts: ['Test bay'] },
+                'progress seen: ' + [...shown].join(' | '));
             assert.ok(shown.size >= 2, 'several progress steps: ' + [...shown].join(' | '));
             assert.ok([...shown].some((t) => /Test bay/.test(t) && /MB \/ 0\.\d\d MB/.test(t)));
 

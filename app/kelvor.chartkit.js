@@ -257,11 +257,7 @@ kelvor.chartkit = {
             }
             if (m.txt) {
                 ctx.save();
-                ctx.font = "12px sans-serif";
-                ctx.textAlign = "center";
-                ctx.lineWidth = 3;
-                ctx.strokeStyle = "#fff";
-                ctx.fillStyle = "#000";
+                kelvor.aux.labelStyle(ctx);
                 ctx.strokeText(String(m.txt), x, y + h / 2 + 14);
                 ctx.fillText(String(m.txt), x, y + h / 2 + 14);
                 ctx.restore();

@@ -188,6 +188,16 @@ kelvor.ajax.prototype = {
         return typeof e === "string" ? document.getElementById(e) : e;
     }
 
+    /* The style of map labels: 12 px text, centred, black with a white rim
+    ** (strokeText first, then fillText). */
+    aux.labelStyle = function (ctx) {
+        ctx.font = "12px sans-serif";
+        ctx.textAlign = "center";
+        ctx.lineWidth = 3;
+        ctx.strokeStyle = "#fff";
+        ctx.fillStyle = "#000";
+    };
+
     aux.getClientSize = function () {
         return { w: window.innerWidth, h: window.innerHeight };
     };

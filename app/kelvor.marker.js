@@ -526,11 +526,7 @@ kelvor.marker = function (x, y, icon) {
     M.renderList = function (list, ctx) {
         var f = ctx.scm;
         ctx.save();
-        ctx.font = "12px sans-serif";
-        ctx.textAlign = "center";
-        ctx.lineWidth = 3;
-        ctx.strokeStyle = "#fff";
-        ctx.fillStyle = "#000";
+        kelvor.aux.labelStyle(ctx);
         for (var i = 0; i < list.length; i++) {
             var m = list[i];
             var px = m.x * f, py = m.y * f;

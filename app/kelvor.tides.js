@@ -514,11 +514,7 @@ kelvor.tides = {
             ctx.drawImage(img, x - img.naturalWidth / 2, y - hh / 2);
         }
         ctx.save();
-        ctx.font = "12px sans-serif";
-        ctx.textAlign = "center";
-        ctx.lineWidth = 3;
-        ctx.strokeStyle = "#fff";
-        ctx.fillStyle = "#000";
+        kelvor.aux.labelStyle(ctx);
         var below = y + hh / 2 + 10, above = y + hh / 2 - 35;
         var tName = st.name || "", tNext = st.next || "";
         var yn = st.hl === 1 ? below : above, yt = st.hl === 1 ? above : below;

@@ -403,10 +403,7 @@ kelvor.boat = {
     b._ui = function () {
         var bar = el("cp_boat_menu");
         if (!bar || el("i_boat_auto")) return;
-        var btn = function (id, img, label, act, hide) {
-            return "<div id=\"" + id + "\" class=\"menu_btn" + (hide ? " none" : "") + "\" onclick=\"" + act +
-                "\"><img class=\"img50\" src=\"img/" + img + "\" alt=\"\"><span>" + label + "</span></div>";
-        };
+        var btn = kelvor.aux.menuButton;
         bar.innerHTML += "<div class=\"menu_btn\" onclick=\"kelvor.boat.cruiseMode(2)\"><img id=\"i_boat_auto\" " +
             "class=\"img50\" src=\"img/auge_inactiv.png\" alt=\"\"><span>Follow</span></div>" +
             btn("btn_boat_chart", "icon-50-charts.png", "Chart", "kelvor.boat.showBestChart()") +

@@ -198,6 +198,13 @@ kelvor.ajax.prototype = {
         ctx.fillStyle = "#000";
     };
 
+    /* Markup of one button of a module's menu bar: icon, label and the
+    ** call it makes; hide starts it hidden. */
+    aux.menuButton = function (id, img, label, act, hide) {
+        return "<div id=\"" + id + "\" class=\"menu_btn" + (hide ? " none" : "") + "\" onclick=\"" + act +
+            "\"><img class=\"img50\" src=\"img/" + img + "\" alt=\"\"><span>" + label + "</span></div>";
+    };
+
     aux.getClientSize = function () {
         return { w: window.innerWidth, h: window.innerHeight };
     };

@@ -151,10 +151,7 @@ kelvor.marker = function (x, y, icon) {
     M._ui = function () {
         var bar = el("cp_marker_menu");
         if (!bar || el("btn_marker_add")) return;
-        var b = function (id, img, label, act, hide) {
-            return "<div id=\"" + id + "\" class=\"menu_btn" + (hide ? " none" : "") + "\" onclick=\"" + act +
-                "\"><img class=\"img50\" src=\"img/" + img + "\" alt=\"\"><span>" + label + "</span></div>";
-        };
+        var b = kelvor.aux.menuButton;
         bar.innerHTML += b("btn_marker_add", "icon-50-marker.png", "New", "kelvor.marker.add()") +
             b("btn_marker_unlock", "icon-50-marker-selected-move.png", "Unlock", "kelvor.marker.unlock()", 1) +
             b("btn_marker_lock", "icon-50-marker.png", "Lock", "kelvor.marker.lock()", 1) +

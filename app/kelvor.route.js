@@ -341,10 +341,7 @@ kelvor.routeList = [];
     R._ui = function () {
         var bar = el("cp_route_menu");
         if (!bar || el("btn_route_add")) return;
-        var b = function (id, img, label, act, hide) {
-            return "<div id=\"" + id + "\" class=\"menu_btn" + (hide ? " none" : "") + "\" onclick=\"" + act +
-                "\"><img class=\"img50\" src=\"img/" + img + "\" alt=\"\"><span>" + label + "</span></div>";
-        };
+        var b = kelvor.aux.menuButton;
         bar.innerHTML += b("btn_route_add", "icon-50-route.png", "New", "kelvor.route.add()") +
             b("btn_route_unlock", "icon-50-waypoint-selected-move.png", "Unlock", "kelvor.route.unlock()", 1) +
             b("btn_route_lock", "icon-50-waypoint-selected.png", "Lock", "kelvor.route.lock()", 1) +

@@ -126,10 +126,7 @@ kelvor.rulerList = [];
     U._ui = function () {
         var bar = el("cp_ruler_menu");
         if (!bar || el("btn_ruler_add")) return;
-        var b = function (id, img, label, act, hide) {
-            return "<div id=\"" + id + "\" class=\"menu_btn" + (hide ? " none" : "") + "\" onclick=\"" + act +
-                "\"><img class=\"img50\" src=\"img/" + img + "\" alt=\"\"><span>" + label + "</span></div>";
-        };
+        var b = kelvor.aux.menuButton;
         bar.innerHTML += b("btn_ruler_add", "icon-50-ruler.png", "New", "kelvor.ruler.add()") +
             b("btn_ruler_unlock", "icon-50-waypoint-selected-move.png", "Unlock", "kelvor.ruler.unlock()", 1) +
             b("btn_ruler_lock", "icon-50-waypoint-selected.png", "Lock", "kelvor.ruler.lock()", 1) +

@@ -92,10 +92,7 @@ kelvor.track = {
     T._ui = function () {
         var bar = el("cp_track_menu");
         if (!bar || el("btn_track_log")) return;
-        var b = function (id, img, label, act) {
-            return "<div id=\"" + id + "\" class=\"menu_btn\" onclick=\"" + act + "\"><img class=\"img50\" src=\"img/" +
-                img + "\" alt=\"\"><span>" + label + "</span></div>";
-        };
+        var b = kelvor.aux.menuButton;
         bar.innerHTML += b("btn_track_log", "icon-50-log.png", "Log", "kelvor.track.detail(kelvor.track.detailLevel)") +
             b("btn_track_note", "info-24-red.png", "Note", "kelvor.track.noteDialog(0)") +
             b("btn_track_share", "icon-50-cloud.png", "Share", "kelvor.track.share()") +

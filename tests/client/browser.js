@@ -7,10 +7,12 @@
 ** answers on 127.0.0.1:19999. The port is fixed: callers run under
 ** `flock /tmp/mareplot-port.lock`. openPage() launches Debian's chromium
 ** through playwright-core with a fresh profile; Playwright never downloads
-** a browser of its own.
+** a browser of its own. withPage() wraps both for one test, configure()
+** stores settings and reloads, replay() feeds NMEA through nmea_replay.
 */
 'use strict';
 
+const assert = require('node:assert');
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
@@ -22,6 +24,7 @@ const MAREPLOTD = process.env.MAREPLOTD || path.join(ROOT, 'build/mareplotd');
 const CHROMIUM = process.env.CHROMIUM || '/usr/bin/chromium';
 const ORIGIN = 'http://127.0.0.1:19999';
 const PAGE = ORIGIN + '/app/marepack.html';
+const REPLAY = process.env.NMEA_REPLAY || path.join(path.dirname(MAREPLOTD), 'nmea_replay');
 
 function get(url) {
     return new Promise((resolve) => {
@@ -148,4 +151,59 @@ async function setAndReload(page, fn, arg) {
     await page.waitForFunction(() => window.cpApp && cpApp.map && cpApp.map._renderCount > 0);
 }
 
-module.exports = { startHost, openPage, settled, setAndReload, writeChartPack, syntheticPack, PAGE, ORIGIN, MAREPLOTD };
+/* Stores settings given as an object and reloads: objects are merged one
+** level deep into kelvor.settings.k, other values replace; the first start
+** wizard counts as done. */
+function configure(page, settings) {
+    return setAndReload(page, (s) => {
+        const k = kelvor.settings.k;
+        k.wizzard = COREVERSION;
+        for (const key of Object.keys(s)) {
+            const v = s[key];
+            if (v && typeof v === 'object' && !Array.isArray(v) && k[key]) Object.assign(k[key], v);
+            else k[key] = v;
+        }
+    }, settings);
+}
+
+/*
+** Runs fn(page) on a fresh browser showing the page, configured first
+** with opts.settings when given (a first start otherwise), and fails on any
+** script error the page raised. opts also go to openPage.
+*/
+async function withPage(fn, opts) {
+    const o = opts || {};
+    const b = await openPage(o);
+    try {
+        await b.page.goto(PAGE);
+        await b.page.waitForFunction(() => window.cpApp && cpApp.map && cpApp.map._renderCount > 0);
+        if (o.settings) await configure(b.page, o.settings);
+        await fn(b.page);
+        assert.deepStrictEqual(b.page.errors, [], 'no script errors');
+    } finally {
+        await b.close();
+    }
+}
+
+/* Serves NMEA lines on a TCP port through nmea_replay (NMEA_REPLAY, default
+** beside mareplotd) until stopped; args are its further options. */
+function replay(lines, port, args) {
+    const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'mareplot-replay-'));
+    const file = path.join(dir, 'feed.nmea');
+    fs.writeFileSync(file, lines.join('\r\n') + '\r\n');
+    const proc = spawn(REPLAY, ['-p', String(port)].concat(args || [], [file]), { stdio: 'ignore' });
+    let exited = false;
+    proc.on('exit', () => { exited = true; });
+    return {
+        async stop() {
+            if (!exited) {
+                proc.kill('SIGTERM');
+                await new Promise((res) => { if (exited) res(); else proc.on('exit', res); });
+            }
+            fs.rmSync(dir, { recursive: true, force: true });
+        },
+    };
+}
+
+module.exports = { startHost, openPage, settled, setAndReload, configure, withPage, replay, writeChartPack,
+    syntheticPack, PAGE, ORIGIN, MAREPLOTD };

@@ -80,4 +80,9 @@ const CORE = ['kelvor.js', 'kelvor.marepack.js', 'kelvor.marker.js', 'kelvor.tra
     'kelvor.chartkit.js', 'kelvor.ais.js', 'kelvor.navrte.js', 'kelvor.boat.js', 'kelvor.vmap.js',
     'kelvor.settings.js', 'kelvor.info.js'];
 
-module.exports = { load, CORE, HOST, APP };
+/* The scripts of the navigation objects' tests (routes, rulers, the boat). */
+const NAV = ['kelvor.js', 'kelvor.marepack.js', 'kelvor.marker.js', 'kelvor.route.js', 'kelvor.ruler.js',
+    'kelvor.track.js', 'kelvor.chartkit.js', 'kelvor.ais.js', 'kelvor.navrte.js', 'kelvor.boat.js',
+    'kelvor.vmap.js', 'kelvor.settings.js'];
+
+module.exports = { load, CORE, NAV, HOST, APP };

@@ -79,8 +79,6 @@ test('settings load merges the stored record over the defaults', async (t) => {
             check(k) {
                 same(k.map, { lonX: 10.1, latY: 54.52, zoom: 8 });
                 assert.strictEqual(k.chartkit, 'A000002.marepack');
-                assert.strictEqual(k.S.i_chart_raster_detail, 2);
-                assert.strictEqual(k.C.i_night_mode, false);
             },
         },
         {
@@ -317,65 +315,55 @@ test('loading a chart pack', async (t) => {
         { nu: 'B', sc: '1750000', x1: 2, y1: 2, x2: 3e6, y2: 3e6, po: [] },
         { nu: 'C', sc: 250000, x1: 3, y1: 3, x2: 4e5, y2: 4e5, po: [] },
     ];
-    await t.test('void does nothing', () => {
-        const ctx = client(packHost({}));
-        const v = withMap(ctx);
-        ctx.requests.length = 0;
-        ctx.kelvor.chartkit.loadChartKit('void', 0);
-        assert.strictEqual(ctx.requests.length, 0);
-        assert.ok(!v.cleared);
-    });
-    await t.test('page -1 picks the largest scale below 5000000, strings compared as numbers', () => {
-        const ctx = client(packHost({ charts, av: '{}' }));
-        withMap(ctx);
-        ctx.kelvor.chartkit.loadChartKit('A000002.marepack', -1);
-        assert.strictEqual(ctx.kelvor.chartkit.chartList[2].selected, true);
-        assert.strictEqual(ctx.cpApp.menu, 'cp_chartkit_menu');
-    });
-    await t.test('no mrk rows: map language en, empty language list', () => {
-        const ctx = client(packHost({ av: '{}' }));
-        withMap(ctx);
-        ctx.kelvor.chartkit.loadChartKit('A000002.marepack', false);
-        same(ctx.kelvor.chartkit.langlist, []);
-        assert.strictEqual(ctx.kelvor.settings.k.maplang['A000002.marepack'], 'en');
-    });
-    await t.test('the least-marked language wins over the locale', () => {
-        const ctx = client(packHost({ av: '{}', mrk: '[["fr",3],["de",10],["en",40]]' }));
-        withMap(ctx);
-        ctx.kelvor.chartkit.loadChartKit('A000007.marepack', false);
-        same(ctx.kelvor.chartkit.langlist, ['fr', 'de', 'en']);
-        assert.strictEqual(ctx.kelvor.settings.k.maplang['A000007.marepack'], 'fr');
-        assert.ok(ctx.requests.some((r) => r.url === '/getSetState/mlang=fr'));
-    });
-    await t.test('a pack that fails to open falls back but keeps its name in the map', () => {
-        const ctx = client(packHost({ open500: true, av: '{}' }));
-        const v = withMap(ctx);
-        ctx.kelvor.chartkit.loadChartKit('A000009.marepack', false);
-        assert.ok(ctx.requests.some((r) => r.url === '/getSetState/chartdb=A000002.marepack'));
-        assert.strictEqual(v.mapVersion, 'A000009');
-        assert.strictEqual(ctx.kelvor.settings.k.chartkit, 'A000009.marepack');
-    });
-    await t.test('an unreadable language query selects the base pack', () => {
-        const ctx = client(packHost({ av: '{}', mrk: 'out of memory' }));
-        const v = withMap(ctx);
-        ctx.kelvor.chartkit.loadChartKit('A000009.marepack', false);
-        assert.strictEqual(v.mapVersion, 'A000002');
-    });
-    await t.test('without avtiles2 the tiles table gives presence', () => {
-        const ctx = client(packHost({ tiles: [[id(5, 1, 2)], [id(6, 2, 4)]] }));
-        withMap(ctx);
-        ctx.kelvor.chartkit.loadChartKit('A000002.marepack', false);
-        same(ctx.kelvor.chartkit.avTiles, { [id(5, 1, 2)]: true, [id(6, 2, 4)]: true });
-    });
-    await t.test('an old pack is marked outdated', () => {
-        const ctx = client(packHost({ av: '{}' }));
-        withMap(ctx);
-        ctx.kelvor.settings.k.oldmaps = [9];
-        ctx.kelvor.chartkit.loadChartKit('A000009.marepack', false);
-        assert.strictEqual(ctx.kelvor.chartkit.outdated, true);
-        ctx.kelvor.chartkit.loadChartKit('A000002.marepack', false);
-        assert.strictEqual(ctx.kelvor.chartkit.outdated, false);
-    });
+    const asked = (ctx, url) => ctx.requests.some((r) => r.url === url);
+    const cases = [
+        { name: 'void does nothing', host: {}, load: ['void', 0], check(ck, ctx, v) {
+            assert.strictEqual(ctx.requests.length, 0);
+            assert.ok(!v.cleared);
+        } },
+        { name: 'page -1 picks the largest scale below 5000000, strings compared as numbers',
+            host: { charts, av: '{}' }, load: ['A000002.marepack', -1], check(ck, ctx) {
+                assert.strictEqual(ck.chartList[2].selected, true);
+                assert.strictEqual(ctx.cpApp.menu, 'cp_chartkit_menu');
+            } },
+        { name: 'no mrk rows: map language en, empty language list', host: { av: '{}' }, load: ['A000002.marepack', false],
+            check(ck, ctx) {
+                same(ck.langlist, []);
+                assert.strictEqual(ctx.kelvor.settings.k.maplang['A000002.marepack'], 'en');
+            } },
+        { name: 'the least-marked language wins over the locale', host: { av: '{}', mrk: '[["fr",3],["de",10],["en",40]]' },
+            load: ['A000007.marepack', false], check(ck, ctx) {
+                same(ck.langlist, ['fr', 'de', 'en']);
+                assert.strictEqual(ctx.kelvor.settings.k.maplang['A000007.marepack'], 'fr');
+                assert.ok(asked(ctx, '/getSetState/mlang=fr'));
+            } },
+        { name: 'a pack that fails to open falls back but keeps its name in the map', host: { open500: true, av: '{}' },
+            load: ['A000009.marepack', false], check(ck, ctx, v) {
+                assert.ok(asked(ctx, '/getSetState/chartdb=A000002.marepack'));
+                assert.strictEqual(v.mapVersion, 'A000009');
+                assert.strictEqual(ctx.kelvor.settings.k.chartkit, 'A000009.marepack');
+            } },
+        { name: 'an unreadable language query selects the base pack', host: { av: '{}', mrk: 'out of memory' },
+            load: ['A000009.marepack', false], check(ck, ctx, v) { assert.strictEqual(v.mapVersion, 'A000002'); } },
+        { name: 'without avtiles2 the tiles table gives presence', host: { tiles: [[id(5, 1, 2)], [id(6, 2, 4)]] },
+            load: ['A000002.marepack', false], check(ck) { same(ck.avTiles, { [id(5, 1, 2)]: true, [id(6, 2, 4)]: true }); } },
+        { name: 'an old pack is marked outdated', host: { av: '{}' }, old: [9], load: ['A000009.marepack', false],
+            check(ck) {
+                assert.strictEqual(ck.outdated, true);
+                ck.loadChartKit('A000002.marepack', false);
+                assert.strictEqual(ck.outdated, false);
+            } },
+    ];
+    for (const c of cases) {
+        await t.test(c.name, () => {
+            const ctx = client(packHost(c.host));
+            const v = withMap(ctx);
+            if (c.old) ctx.kelvor.settings.k.oldmaps = c.old;
+            ctx.requests.length = 0;
+            ctx.kelvor.chartkit.loadChartKit(...c.load);
+            c.check(ctx.kelvor.chartkit, ctx, v);
+        });
+    }
 });
 
 test('showBestChart takes the finest chart holding the point, bounds exclusive', () => {
@@ -394,13 +382,6 @@ test('showBestChart takes the finest chart holding the point, bounds exclusive',
     for (const [x, y, want] of cases) {
         ck.showBestChart(x, y);
         assert.strictEqual(scale, want, `point ${x},${y}`);
-    }
-});
-
-test('makeFileName pads the pack id', () => {
-    const ck = client().kelvor.chartkit;
-    for (const [i, f] of [[2, 'A000002.marepack'], [123456, 'A123456.marepack'], ['17', 'A000017.marepack']]) {
-        assert.strictEqual(ck.makeFileName(i), f);
     }
 });
 

@@ -71,7 +71,6 @@ test('stations with only extremes are filled from the shape', () => {
         assert.deepStrictEqual([p[p.length - 2], p[p.length - 1]], [12 * H, 20], `${name}: ends on the extreme`);
         for (let i = 2; i < p.length; i += 2) assert.ok(p[i] > p[i - 2], `${name}: time grows`);
     }
-    assert.strictEqual(T.parseShape({}).shapeTop, 25);
 });
 
 test('the spline runs through its points', () => {

@@ -29,8 +29,9 @@ const table = new Map([
     ['Land & Sea', 'Land & Meer <1>'],
 ]);
 
-test('translateJs changes string literals only', async (t) => {
-    const cases = [
+/* [name, source, want] of the two translators */
+const CASES = {
+    translateJs: [
         ['double quotes', 'a = "Today";', 'a = "Heute";'],
         ['single quotes', "a = 'Today';", "a = 'Heute';"],
         ['template without substitution', 'a = `Today`;', 'a = `Heute`;'],
@@ -51,14 +52,8 @@ test('translateJs changes string literals only', async (t) => {
         ['property names stay', 'o = {Today: 1}; o.Today = 2;', 'o = {Today: 1}; o.Today = 2;'],
         ['HTML inside a literal', 'h = "<h2>About Map</h2>";', 'h = "<h2>About Map</h2>";'],
         ['unterminated literal is copied', 'a = "Today\nb = 1;', 'a = "Today\nb = 1;'],
-    ];
-    for (const [name, src, want] of cases) {
-        await t.test(name, () => assert.strictEqual(i18n.translateJs(src, table), want));
-    }
-});
-
-test('translateHtml changes texts and text attributes only', async (t) => {
-    const cases = [
+    ],
+    translateHtml: [
         ['text between tags', '<div id="Today">Today</div>', '<div id="Today">Heute</div>'],
         ['text keeps its white space', '<b>\n  Today\n</b>', '<b>\n  Heute\n</b>'],
         ['title attribute', '<img title="Today" src="img/Today.png">', '<img title="Heute" src="img/Today.png">'],
@@ -68,9 +63,14 @@ test('translateHtml changes texts and text attributes only', async (t) => {
         ['inline script', '<script>var a = "Today"; if (a < b) c();</script>', '<script>var a = "Heute"; if (a < b) c();</script>'],
         ['reference in the text', '<td>Land &amp; Sea</td>', '<td>Land &amp; Meer &lt;1&gt;</td>'],
         ['style stays', '<style>.x:after{content:"Today"}</style>', '<style>.x:after{content:"Today"}</style>'],
-    ];
-    for (const [name, src, want] of cases) {
-        await t.test(name, () => assert.strictEqual(i18n.translateHtml(src, table), want));
+    ],
+};
+
+test('translation changes string literals, texts and text attributes only', async (t) => {
+    for (const fn of Object.keys(CASES)) {
+        for (const [name, src, want] of CASES[fn]) {
+            await t.test(`${fn}: ${name}`, () => assert.strictEqual(i18n[fn](src, table), want));
+        }
     }
 });
 

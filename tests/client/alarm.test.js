@@ -63,14 +63,11 @@ test('armed alarm learns, fires on crossing, relearns on acknowledge', () => {
     ];
     for (const [[x, y], n, kl, side] of steps) {
         A.monitor({ x, y });
-        assert.strictEqual(ctx.confirms.length, n, `boat at ${x},${y}`);
-        assert.strictEqual(!!A.klaxontimer, kl);
-        assert.strictEqual(al.side, side);
+        assert.deepStrictEqual([ctx.confirms.length, !!A.klaxontimer, al.side], [n, kl, side], `boat at ${x},${y}`);
     }
     assert.strictEqual(ctx.confirms[0][1], 'kelvor.alarm.off()');
     A.off();
-    assert.strictEqual(!!A.klaxontimer, false);
-    assert.strictEqual(A.running, al, 'acknowledge keeps the alarm armed');
+    assert.deepStrictEqual([!!A.klaxontimer, A.running === al], [false, true], 'acknowledge keeps the alarm armed');
     A.monitor({ x: 210, y: 0 });
     assert.strictEqual(al.side, -1, 'relearnt outside');
     A.monitor({ x: 5, y: 0 });
@@ -94,9 +91,7 @@ test('stored form keeps key order and loads locked and disarmed', () => {
         '"color":"#0000ff","note":"","noauto":false,"aType":1},{"name":"bad","m":[{"x":1,"y":1}]},7]');
     assert.strictEqual(ctx.kelvor.alarmList.length, 1);
     const al = ctx.kelvor.alarmList[0];
-    assert.strictEqual(al.locked, true);
-    assert.strictEqual(A.running, false);
-    assert.strictEqual(al.m[0].type, 7);
+    assert.deepStrictEqual([al.locked, A.running, al.m[0].type], [true, false, 7]);
     assert.strictEqual(JSON.stringify(ctx.kelvor.alarmList),
         '[{"name":"Anchor","m":[{"name":"AP 1","x":10,"y":20},{"name":"AP 2","x":60,"y":20}],' +
         '"color":"#0000ff","note":"","noauto":false,"aType":1}]');

@@ -48,9 +48,7 @@ test('fix texts and their alarm colour', () => {
         const r = b.fixText(fix, intern);
         assert.deepStrictEqual([r.t, r.red], [t, red], `fix ${fix}`);
     }
-    assert.strictEqual(b.rotText(-128), null);
-    assert.strictEqual(b.rotText(127), '>720.0°/min');
-    assert.strictEqual(b.rotText(-20), '-17.9°/min');
+    assert.deepStrictEqual([-128, 127, -20].map(b.rotText), [null, '>720.0°/min', '-17.9°/min']);
 });
 
 test('follow modes: view centre and rotation', () => {
@@ -137,23 +135,23 @@ test('status handler: no position falls back, fix 0 keeps the boat, dashboards f
     const b = kelvor.boat, M = kelvor.marker;
     const base = { navtime: 0, hdg: 511, cog: 360, dpt: -100, wdir: -100, wspd: -100, sog: 0, rot: -128,
         aisuserid: 0, nmea_stat: 0, ais: [], track: [] };
-    b.updateDash2(Object.assign({}, base, { fix: 999, latY: 999, lonX: 999 }));
-    assert.ok(Math.abs(M.getLonX(b.theBoat.x) - 10.1) < 1e-9 && Math.abs(M.getLatY(b.theBoat.y) - 54.52) < 1e-9);
-    assert.strictEqual(els.i_boat_gps_fix.style.backgroundColor, 'red');
-    assert.strictEqual(els.i_boat_gps_fix.innerHTML, 'GPS OFF');
-
-    b.updateDash2(Object.assign({}, base, { fix: 8, latY: 55, lonX: 11, sog: 5, cog: 90, dpt: 0 }));
-    assert.ok(Math.abs(M.getLatY(b.theBoat.y) - 55) < 1e-9);
-    assert.strictEqual(els.i_boat_sog.innerHTML, '9.7 kt');
-    assert.strictEqual(els.i_boat_cog2.innerHTML, '90°T');
-    assert.strictEqual(els.i_boat_dpt.innerHTML, '---', 'depth 0 is hidden');
-    assert.strictEqual(els.i_boat_brg.innerHTML, '---');
-    assert.strictEqual(els.i_boat_gps_warning.className, 'none');
-
-    b.updateDash2(Object.assign({}, base, { fix: 0, latY: 50, lonX: 5 }));
-    assert.ok(Math.abs(M.getLatY(b.theBoat.y) - 55) < 1e-9, 'fix 0 never moves the boat');
-    assert.ok(Math.abs(b.gps.latY - 55) < 1e-9, 'the status takes the last place');
-    assert.strictEqual(els.i_boat_gps_warning.className, '', 'warning after a signal was seen');
+    const html = (id) => els[id].innerHTML, r6 = (v) => Math.round(v * 1e6) / 1e6;
+    const steps = [
+        // [status, boat lon and lat after it, dashboard read, want]
+        [{ fix: 999, latY: 999, lonX: 999 }, [10.1, 54.52], () => [els.i_boat_gps_fix.style.backgroundColor, html('i_boat_gps_fix')],
+            ['red', 'GPS OFF']],
+        // depth 0 is hidden, no bearing without a waypoint
+        [{ fix: 8, latY: 55, lonX: 11, sog: 5, cog: 90, dpt: 0 }, [11, 55],
+            () => [html('i_boat_sog'), html('i_boat_cog2'), html('i_boat_dpt'), html('i_boat_brg'), els.i_boat_gps_warning.className],
+            ['9.7 kt', '90°T', '---', '---', 'none']],
+        // fix 0 never moves the boat, the status takes the last place; a warning once a signal was seen
+        [{ fix: 0, latY: 50, lonX: 5 }, [11, 55], () => [r6(b.gps.latY), els.i_boat_gps_warning.className], [55, '']],
+    ];
+    for (const [st, [lon, lat], read, want] of steps) {
+        b.updateDash2(Object.assign({}, base, st));
+        assert.deepStrictEqual([r6(M.getLonX(b.theBoat.x)), r6(M.getLatY(b.theBoat.y))], [lon, lat], `boat after fix ${st.fix}`);
+        assert.deepStrictEqual(read(), want, `dashboard after fix ${st.fix}`);
+    }
 });
 
 test('rolling track: since advances, old points drop, no position is skipped', () => {
@@ -165,15 +163,13 @@ test('rolling track: since advances, old points drop, no position is skipped', (
     t.clearTrack();
     assert.strictEqual(t.lastTrackTimeStamp, 900);
     t.updateTrack([[10, 54, 910], [999, 999, 920], [10.1, 54, 930]]);
-    assert.strictEqual(t.trackCoords.length, 6);
-    assert.strictEqual(t.lastTrackTimeStamp, 930);
+    assert.deepStrictEqual([t.trackCoords.length, t.lastTrackTimeStamp], [6, 930]);
     b.loctime = 1025;
     t.updateTrack([[10.2, 54, 1020]]);
     assert.deepStrictEqual(Array.from(t.trackCoords.filter((v, i) => i % 3 === 2)), [930, 1020]);
     t.setTrackOn(false);
     t.updateTrack([[10.3, 54, 1030]]);
-    assert.strictEqual(t.lastTrackTimeStamp, 4294967295);
-    assert.strictEqual(t.trackCoords.length, 6);
+    assert.deepStrictEqual([t.lastTrackTimeStamp, t.trackCoords.length], [4294967295, 6], 'a track turned off takes nothing');
 });
 
 test('the track line breaks after a day or a long jump', () => {

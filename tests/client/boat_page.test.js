@@ -9,7 +9,7 @@
 
 const test = require('node:test');
 const assert = require('node:assert');
-const { startHost, withPage, replay } = require('./browser');
+const { startHost, withPage, drag, replay } = require('./browser');
 const { rmc } = require('./ais_nmea');
 
 const FEED_PORT = 20000 + (process.pid % 5000);
@@ -39,13 +39,6 @@ function screenOf(page, p) {
         const m = cpApp.map, r = m.canvas.getBoundingClientRect();
         return { x: r.left + w.x * m.scm - m.cx + m.hx, y: r.top + w.y * m.scm - m.cy + m.hy };
     }, p);
-}
-
-async function drag(page, from, to) {
-    await page.mouse.move(from.x, from.y);
-    await page.mouse.down();
-    for (let i = 1; i <= 10; i++) await page.mouse.move(from.x + (to.x - from.x) * i / 10, from.y + (to.y - from.y) * i / 10);
-    await page.mouse.up();
 }
 
 test('a replayed voyage: boat, dashboards, track, route, steering, markers and MOB', async () => {

@@ -8,7 +8,8 @@
 ** `flock /tmp/mareplot-port.lock`. openPage() launches Debian's chromium
 ** through playwright-core with a fresh profile; Playwright never downloads
 ** a browser of its own. withPage() wraps both for one test, configure()
-** stores settings and reloads, replay() feeds NMEA through nmea_replay.
+** stores settings and reloads, replay() feeds NMEA through nmea_replay,
+** drag() moves the mouse with its button down.
 */
 'use strict';
 
@@ -113,12 +114,35 @@ function writeChartPack(home, name, tiles, docs) {
     return file;
 }
 
+/* A 256 by 256 PNG of one colour. */
+function solidPng(rgb) {
+    const crc32 = (buf) => {
+        let crc = 0xffffffff;
+        for (const b of buf) {
+            crc ^= b;
+            for (let k = 0; k < 8; k++) crc = crc & 1 ? 0xedb88320 ^ (crc >>> 1) : crc >>> 1;
+        }
+        return (crc ^ 0xffffffff) >>> 0;
+    };
+    const chunk = (type, data) => {
+        const td = Buffer.concat([Buffer.from(type, 'ascii'), data]), out = Buffer.alloc(td.length + 8);
+        out.writeUInt32BE(data.length, 0);
+        td.copy(out, 4);
+        out.writeUInt32BE(crc32(td), td.length + 4);
+        return out;
+    };
+    const row = Buffer.concat([Buffer.from([0]), Buffer.from(new Array(256).fill(rgb).flat())]);
+    const ihdr = Buffer.from([0, 0, 1, 0, 0, 0, 1, 0, 8, 2, 0, 0, 0]); // 256 x 256, 8-bit RGB
+    return Buffer.concat([Buffer.from([137, 80, 78, 71, 13, 10, 26, 10]), chunk('IHDR', ihdr),
+        chunk('IDAT', require('zlib').deflateSync(Buffer.concat(new Array(256).fill(row)))), chunk('IEND', Buffer.alloc(0))]);
+}
+
 /* A pack of our own, A000003.marepack: every tile from zoom 3 to 10
-** around 10.1 E, 54.52 N, full, in two known colours (devhost's sea and
-** land). For checks that must not depend on the content of the carried
-** chart pack. */
+** around 10.1 E, 54.52 N, full, each of one of two known colours, sea
+** [170, 211, 223] or land [242, 239, 233], in diagonal bands. For checks
+** that must not depend on the content of the carried chart pack. */
 function syntheticPack(home) {
-    const { tilePng } = require('./devhost');
+    const sea = solidPng([170, 211, 223]), land = solidPng([242, 239, 233]);
     const tiles = {}, av = {};
     const lat = 54.52 * Math.PI / 180;
     for (let z = 3; z <= 10; z++) {
@@ -128,7 +152,7 @@ function syntheticPack(home) {
         for (let y = Math.max(0, cy - 12); y <= Math.min(n - 1, cy + 12); y++) {
             for (let x = Math.max(0, cx - 12); x <= Math.min(n - 1, cx + 12); x++) {
                 const id = z * 1099511627776 + y * 1048576 + x;
-                tiles[id] = tilePng(z, y, x);
+                tiles[id] = (x + y) % 7 < 3 ? land : sea;
                 av[id] = 1;
             }
         }
@@ -185,6 +209,14 @@ async function withPage(fn, opts) {
     }
 }
 
+/* Drags with the mouse from one page point to another in ten steps. */
+async function drag(page, from, to) {
+    await page.mouse.move(from.x, from.y);
+    await page.mouse.down();
+    for (let i = 1; i <= 10; i++) await page.mouse.move(from.x + (to.x - from.x) * i / 10, from.y + (to.y - from.y) * i / 10);
+    await page.mouse.up();
+}
+
 /* Serves NMEA lines on a TCP port through nmea_replay (NMEA_REPLAY, default
 ** beside mareplotd) until stopped; args are its further options. */
 function replay(lines, port, args) {
@@ -205,5 +237,5 @@ function replay(lines, port, args) {
     };
 }
 
-module.exports = { startHost, openPage, settled, setAndReload, configure, withPage, replay, writeChartPack,
+module.exports = { startHost, openPage, settled, setAndReload, configure, withPage, drag, replay, writeChartPack,
     syntheticPack, PAGE, ORIGIN, MAREPLOTD };

@@ -10,7 +10,7 @@
 
 const test = require('node:test');
 const assert = require('node:assert');
-const { startHost, settled, configure, withPage, syntheticPack } = require('./browser');
+const { startHost, settled, configure, withPage, drag, syntheticPack } = require('./browser');
 
 /* Colours of the tiles now on screen, coarsely binned, with their share of
 ** the view. Renders a pass first so that the WebGL buffer can be read. */
@@ -99,10 +99,7 @@ for (const gl of [false, true]) {
             const v1 = await page.evaluate(view);
             assert.ok(Math.abs(v1.zoom - v0.zoom - Math.log2(1.25)) < 1e-9, `wheel zooms in one step: ${v0.zoom} -> ${v1.zoom}`);
 
-            await page.mouse.move(600, 400);
-            await page.mouse.down();
-            for (let i = 1; i <= 10; i++) await page.mouse.move(600 - i * 20, 400 - i * 10);
-            await page.mouse.up();
+            await drag(page, { x: 600, y: 400 }, { x: 400, y: 300 });
             await settled(page);
             const v2 = await page.evaluate(view);
             assert.ok(Math.abs(v2.cx - v1.cx - 200) <= 1 && Math.abs(v2.cy - v1.cy - 100) <= 1, 'drag pans by the pointer path');

@@ -1,17 +1,20 @@
-// The headless host from outside: first start in an empty HOME, the pack
-// decisions across restarts, and the connection loop over raw sockets.
+// The headless host from outside: first start in an empty HOME, the key
+// files read at the start, and the connection loop over raw sockets. (The
+// pack decisions of later starts are the start-up unit tests.)
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sqlite3.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include <map>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "support/host_harness.h"
+#include "support/test_pack.h"
+
+using testpack::PackHome;
 
 namespace {
 
@@ -19,12 +22,6 @@ const char *kVersionBody =
     "{\"hostversion\":\"M.1.16.568\",\"locale\":\"\",\"alang\":\"en\",\"skin\":\"Navy Blue\",\"device\":\"";
 
 std::string getReq(const std::string &path) { return "GET " + path + " HTTP/1.1\r\n\r\n"; }
-
-long mtimeNs(const std::string &p) {
-    struct stat st;
-    if (stat(p.c_str(), &st) != 0) return -1;
-    return st.st_mtim.tv_sec * 1000000000L + st.st_mtim.tv_nsec;
-}
 
 std::string sqlOne(const std::string &db, const std::string &sql) {
     sqlite3 *h = nullptr;
@@ -57,58 +54,14 @@ TEST(FirstStart, CreatesDataDirectoryPacksAndTripDatabase) {
     EXPECT_NE(std::string::npos, host.output().find("http://127.0.0.1:19999/app/marepack.html"));
 }
 
-TEST(Restart, PacksRewrittenOnlyWhenStampDiffersOrPackMissing) {
-    std::string home = makeTempDir("mareplot-home-");
-    std::string d = home + "/.local/share/mareplot";
-    { Host first(home); ASSERT_TRUE(first.running()); }
-    long t1 = mtimeNs(d + "/A000001.marepack");
-    writeFile(d + "/A000009.marepack", "user pack");
-
-    usleep(20000);
-    { Host same(home); }
-    EXPECT_EQ(t1, mtimeNs(d + "/A000001.marepack")) << "same version: nothing touched";
-
-    writeFile(d + "/version.key", "M.0.00.000");
-    usleep(20000);
-    { Host other(home); }
-    EXPECT_NE(t1, mtimeNs(d + "/A000001.marepack"));
-    EXPECT_EQ("M.1.16.568", readFile(d + "/version.key"));
-    EXPECT_EQ("user pack", readFile(d + "/A000009.marepack"));
-
-    long t2 = mtimeNs(d + "/A000001.marepack");
-    unlink((d + "/A000002.marepack").c_str());
-    usleep(20000);
-    { Host missing(home); }
-    EXPECT_TRUE(fileExists(d + "/A000002.marepack"));
-    EXPECT_NE(t2, mtimeNs(d + "/A000001.marepack")) << "both packs are written out again";
-    removeTree(home);
-}
-
-TEST(Restart, KeyFilesSetLanguageAndSkin) {
-    struct Case {
-        const char *alang, *skin;  // nullptr: no key file
-        const char *wantAlang, *wantSkin;
-    } cases[] = {
-        {"xx", nullptr, "xx", "Navy Blue"},     // no fallback to "en" for the file's content
-        {"frxx", "", "frx", "Navy Blue"},       // three characters; an empty skin keeps the default
-        {"de", "Foo", "de", "Foo"},
-    };
-    for (const auto &c : cases) {
-        std::string home = makeTempDir("mareplot-home-");
-        std::string d = home + "/.local/share/mareplot";
-        ASSERT_EQ(0, system(("mkdir -p '" + d + "'").c_str()));
-        if (c.alang) writeFile(d + "/alang.key", c.alang);
-        if (c.skin) writeFile(d + "/skin.key", c.skin);
-        {
-            Host host(home);
-            HttpReply r = httpGet("/hostversion");
-            EXPECT_NE(std::string::npos,
-                      r.body.find(std::string("\"alang\":\"") + c.wantAlang + "\",\"skin\":\"" +
-                                  c.wantSkin + "\""))
-                << r.body;
-        }
-        removeTree(home);
-    }
+TEST(Start, KeyFilesSetLanguageAndSkin) {
+    // the key file's first three characters, no fallback for the content
+    PackHome home;
+    writeFile(home.path("alang.key"), "xxyz");
+    writeFile(home.path("skin.key"), "Foo");
+    Host host(home.home());
+    HttpReply r = httpGet("/hostversion");
+    EXPECT_NE(std::string::npos, r.body.find("\"alang\":\"xxy\",\"skin\":\"Foo\"")) << r.body;
 }
 
 class Spine : public ::testing::Test {
@@ -116,51 +69,38 @@ class Spine : public ::testing::Test {
     Host host;
 };
 
-TEST_F(Spine, HostversionKeepAliveCountsDown) {
+TEST_F(Spine, HostversionRepliesAndTheRequestBudget) {
     Conn c;
-    c.send(getReq("/hostversion"));
-    HttpReply a = c.read();
-    ASSERT_TRUE(a.complete);
+    std::string all;
+    for (int i = 0; i < 10004; i++) all += "GET /hostversion\n\n";
+    std::thread writer([&] { c.send(all); });
+    HttpReply first = c.read();
+    ASSERT_TRUE(first.complete);
     std::vector<std::string> want = {"Connection: keep-alive",
                                      "Keep-Alive: max=9999",
                                      "Cache-Control: no-cache, no-store, must-revalidate",
                                      "Server: Marepack",
                                      "Content-Type: text/plain; charset=UTF-8",
-                                     "Content-Length: " + std::to_string(a.body.size())};
-    EXPECT_EQ("HTTP/1.1 200 OK", a.statusLine);
-    EXPECT_EQ(want, a.headerLines);
-    EXPECT_EQ(0u, a.body.find(kVersionBody)) << a.body;
-    EXPECT_EQ("\",\"appname\":\"mareplot\"}", a.body.substr(a.body.size() - 23));
-
-    c.send(getReq("/hostversion"));
-    HttpReply b = c.read();
-    EXPECT_EQ("max=9998", b.headers["Keep-Alive"]);
-}
-
-TEST_F(Spine, RequestBudgetSentinels) {
-    Conn c;
-    std::string all;
-    for (int i = 0; i < 10004; i++) all += "GET /hostversion\n\n";
-    std::thread writer([&] { c.send(all); });
-    std::string ka9999, ka1, conn0, kaM1, kaM3;
-    int replies = 0;
-    for (;;) {
-        HttpReply r = c.read(5000);
-        if (!r.complete) break;
+                                     "Content-Length: " + std::to_string(first.body.size())};
+    EXPECT_EQ("HTTP/1.1 200 OK", first.statusLine);
+    EXPECT_EQ(want, first.headerLines);
+    EXPECT_EQ(0u, first.body.find(kVersionBody)) << first.body;
+    EXPECT_EQ("\",\"appname\":\"mareplot\"}", first.body.substr(first.body.size() - 23));
+    // the budget counts down; the 10000th reply closes, and the requests
+    // already read are answered with negative budgets
+    std::map<int, std::string> seen;
+    int replies = 1;
+    for (HttpReply r; (r = c.read(5000)).complete;) {
         replies++;
-        if (replies == 1) ka9999 = r.headers["Keep-Alive"];
-        if (replies == 9999) ka1 = r.headers["Keep-Alive"];
-        if (replies == 10000) conn0 = r.headers["Connection"];
-        if (replies == 10001) kaM1 = r.headers["Keep-Alive"];
-        if (replies == 10003) kaM3 = r.headers["Keep-Alive"];
+        if (replies == 2 || replies == 9999 || replies == 10001 || replies == 10003)
+            seen[replies] = r.headers["Keep-Alive"];
+        if (replies == 10000) seen[replies] = r.headers["Connection"];
     }
     writer.join();
     EXPECT_EQ(10003, replies);
-    EXPECT_EQ("max=9999", ka9999);
-    EXPECT_EQ("max=1", ka1);
-    EXPECT_EQ("close", conn0);
-    EXPECT_EQ("max=-1", kaM1);
-    EXPECT_EQ("max=-3", kaM3);
+    std::map<int, std::string> budget = {
+        {2, "max=9998"}, {9999, "max=1"}, {10000, "close"}, {10001, "max=-1"}, {10003, "max=-3"}};
+    EXPECT_EQ(budget, seen);
 }
 
 TEST_F(Spine, HeaderParsingQuirks) {
@@ -179,7 +119,9 @@ TEST_F(Spine, HeaderParsingQuirks) {
         c.send("POST /nope HTTP/1.1\r\ncontent-length: 5\r\n\r\n");
         EXPECT_TRUE(c.silentFor(300));
         c.send(getReq("/hostversion"));
-        HttpReply r = c.read();
+        HttpReply r = c.read();  // nothing of the 404 is left on the connection
+        EXPECT_EQ("HTTP/1.1 200 OK", r.statusLine);
+        EXPECT_EQ("text/plain; charset=UTF-8", r.headers["Content-Type"]);
         EXPECT_EQ("max=9997", r.headers["Keep-Alive"]);
     }
     {   // a one-character header line ends the header block
@@ -256,29 +198,36 @@ TEST_F(Spine, PeersThatVanishDoNotEndTheHost) {
 }
 
 TEST_F(Spine, RoutesOfTheSpine) {
+    const char *idle = "{\"id\":0,\"b\":0,\"s\":0,\"e\":0}";
     struct Case {
-        std::string method, path, body;
-        std::string status, type, wantBody;
+        std::string method, path;
+        const char *status, *type, *body;  // nullptr: not checked
     } cases[] = {
-        {"GET", "/app/marepack.html", "", "HTTP/1.1 200 OK", "text/html; charset=UTF-8", ""},
-        {"GET", "/app/nothing", "", "HTTP/1.1 404 File not found", "text/plain; charset=UTF-8",
-         "File not found (en): /app/nothing"},
-        {"GET", "/info", "", "HTTP/1.1 404 File not found", "text/plain; charset=UTF-8",
-         "File not found (de): /info"},
-        {"GET", "/rateApp", "", "HTTP/1.1 200 OK", "text/plain; charset=UTF-8", ""},
-        {"POST", "/postShare/title", "text", "HTTP/1.1 200 OK", "application/state; charset=UTF-8", "0"},
-        {"POST", "/unknown", "x", "HTTP/1.1 404 NOPE", "application/state; charset=UTF-8", ""},
-        {"GET", "/download/*", "", "HTTP/1.1 200 OK", "text/plain; charset=UTF-8",
-         "{\"id\":0,\"b\":0,\"s\":0,\"e\":0}"},
+        {"GET", "/app/marepack.html", "200 OK", "text/html; charset=UTF-8", nullptr},
+        {"GET", "/app/nothing", "404 File not found", "text/plain; charset=UTF-8", "File not found (en): /app/nothing"},
+        {"GET", "/info", "404 File not found", "text/plain; charset=UTF-8", "File not found (de): /info"},
+        {"GET", "/rateApp", "200 OK", "text/plain; charset=UTF-8", ""},
+        {"POST", "/postShare/title", "200 OK", "application/state; charset=UTF-8", "0"},
+        {"POST", "/unknown", "404 NOPE", "application/state; charset=UTF-8", ""},
+        {"POST", "/setValue", "404 NOPE", nullptr, ""},  // no slash: not the setValue route
+        {"GET", "/download/*", "200 OK", "text/plain; charset=UTF-8", idle},
+        {"GET", "/download/**", "200 OK", nullptr, idle},  // a cancel while idle
+        {"POST", "/inAppPurchase/buy", "200 OK", nullptr, "{}"},
+        {"GET", "/inAppPurchase/", "200 OK", nullptr, "{}"},
     };
     for (const auto &c : cases) {
-        HttpReply r = c.method == "GET" ? httpGet(c.path) : httpPost(c.path, c.body);
-        EXPECT_EQ(c.status, r.statusLine) << c.path;
-        EXPECT_EQ(c.type, r.headers["Content-Type"]) << c.path;
-        if (!c.wantBody.empty() || c.path == "/rateApp") {
-            EXPECT_EQ(c.wantBody, r.body) << c.path;
-        }
+        SCOPED_TRACE(c.method + " " + c.path);
+        HttpReply r = c.method == "GET" ? httpGet(c.path) : httpPost(c.path, "body");
+        EXPECT_EQ(std::string("HTTP/1.1 ") + c.status, r.statusLine);
+        if (c.type) { EXPECT_EQ(c.type, r.headers["Content-Type"]); }
+        if (c.body) { EXPECT_EQ(c.body, r.body); }
     }
+    // /hostversion has no trailing slash and takes anything behind it
+    EXPECT_EQ(httpGet("/hostversion").body, httpGet("/hostversion/x").body);
+    HttpReply a = httpGet("/getAuth/user"), b = httpGet("/getAuth/user");
+    EXPECT_EQ("text/plain; charset=UTF-8", a.headers["Content-Type"]);
+    EXPECT_FALSE(a.body.empty());
+    EXPECT_EQ(a.body, b.body);  // a stable answer for this device
     Conn q;
     q.send(getReq("/quit!"));
     EXPECT_TRUE(q.closedWithin(3000));

@@ -13,21 +13,20 @@
 
 #include <string>
 
-#include "support/host_harness.h"
 #include "support/nmea_sentence.h"
+#include "support/test_pack.h"
 
 extern char **environ;
+
+using testpack::PackHome;
 
 namespace {
 
 /* A pty pair: the host reads `gps`, the test writes `feed`. */
 struct PtyPair {
-    std::string dir, gps, feed;
+    std::string dir = makeTempDir("mareplot-pty-"), gps = dir + "/gps", feed = dir + "/feed";
     pid_t pid = -1;
     PtyPair() {
-        dir = makeTempDir("mareplot-pty-");
-        gps = dir + "/gps";
-        feed = dir + "/feed";
         std::string a = "pty,raw,echo=0,link=" + gps, b = "pty,raw,echo=0,link=" + feed;
         const char *argv[] = {"socat", a.c_str(), b.c_str(), nullptr};
         if (posix_spawnp(&pid, "socat", nullptr, nullptr, (char **)argv, environ) != 0) pid = -1;
@@ -42,46 +41,34 @@ struct PtyPair {
     }
 };
 
-std::string prepareHome(const std::string &usbport) {
-    std::string home = makeTempDir("mareplot-home-");
-    std::string cmd = "mkdir -p '" + home + "/.local/share/mareplot'";
-    if (system(cmd.c_str()) != 0) return home;
-    writeFile(home + "/.local/share/mareplot/usbport.key", usbport);
-    return home;
-}
-
 } // namespace
 
 TEST(HeadlessSerial, SentencesFromTheStoredPortReachTheStatus) {
     PtyPair pty;
     ASSERT_GT(pty.pid, 0) << "socat is needed for this test";
     ASSERT_TRUE(fileExists(pty.feed));
-    std::string home = prepareHome(pty.gps + "\n9600");
-    {
-        Host host(home);
-        /* NMEA as the position source; serial feed. */
-        HttpReply mode = httpGet("/setNmeaMode/0/1/2/x/0/0");
-        ASSERT_TRUE(mode.complete);
+    PackHome home;
+    writeFile(home.path("usbport.key"), pty.gps + "\n9600");
+    Host host(home.home());
+    /* NMEA as the position source; serial feed. */
+    ASSERT_TRUE(httpGet("/setNmeaMode/0/1/2/x/0/0").complete);
 
-        int out = open(pty.feed.c_str(), O_WRONLY | O_NOCTTY);
-        ASSERT_GE(out, 0);
-        std::string stat;
-        for (int i = 0; i < 40; i++) {
-            std::string line = rmcNow("5430.000", "N", "01012.600", "E");
-            ASSERT_EQ(write(out, line.data(), line.size()), (ssize_t)line.size());
-            usleep(150000);
-            stat = httpPost("/getSetHostStat/5/10/0/-1", "*").body;
-            if (stat.find("\"latY\":54.500000") != std::string::npos) break;
-        }
-        close(out);
-        EXPECT_NE(stat.find("\"latY\":54.500000"), std::string::npos) << stat;
-        EXPECT_NE(stat.find("\"lonX\":10.210000"), std::string::npos) << stat;
-        EXPECT_NE(host.output().find("serial port " + pty.gps + " open at 9600 baud"), std::string::npos)
-            << host.output();
-        /* The stored setting is the user's: the host only reads it. */
-        EXPECT_EQ(readFile(home + "/.local/share/mareplot/usbport.key"), pty.gps + "\n9600");
+    int out = open(pty.feed.c_str(), O_WRONLY | O_NOCTTY);
+    ASSERT_GE(out, 0);
+    std::string stat;
+    for (int i = 0; i < 40 && stat.find("\"latY\":54.500000") == std::string::npos; i++) {
+        std::string line = rmcNow("5430.000", "N", "01012.600", "E");
+        ASSERT_EQ(write(out, line.data(), line.size()), (ssize_t)line.size());
+        usleep(150000);
+        stat = httpPost("/getSetHostStat/5/10/0/-1", "*").body;
     }
-    removeTree(home);
+    close(out);
+    EXPECT_NE(stat.find("\"latY\":54.500000"), std::string::npos) << stat;
+    EXPECT_NE(stat.find("\"lonX\":10.210000"), std::string::npos) << stat;
+    EXPECT_NE(host.output().find("serial port " + pty.gps + " open at 9600 baud"), std::string::npos)
+        << host.output();
+    /* The stored setting is the user's: the host only reads it. */
+    EXPECT_EQ(readFile(home.path("usbport.key")), pty.gps + "\n9600");
 }
 
 TEST(HeadlessSerial, OffOrMissingPortLeavesTheHostServing) {
@@ -91,14 +78,12 @@ TEST(HeadlessSerial, OffOrMissingPortLeavesTheHostServing) {
     } cases[] = {{"Off\n4800", false}, {"/dev/mareplot-no-such-port\n4800", true}};
     for (const Case &c : cases) {
         SCOPED_TRACE(c.usbport);
-        std::string home = prepareHome(c.usbport);
-        {
-            Host host(home);
-            usleep(300000);
-            EXPECT_TRUE(httpGet("/hostversion").complete);
-            EXPECT_EQ(host.output().find("serial port") != std::string::npos, c.announces) << host.output();
-            EXPECT_EQ(readFile(home + "/.local/share/mareplot/usbport.key"), c.usbport);
-        }
-        removeTree(home);
+        PackHome home;
+        writeFile(home.path("usbport.key"), c.usbport);
+        Host host(home.home());
+        usleep(300000);
+        EXPECT_TRUE(httpGet("/hostversion").complete);
+        EXPECT_EQ(host.output().find("serial port") != std::string::npos, c.announces) << host.output();
+        EXPECT_EQ(readFile(home.path("usbport.key")), c.usbport);
     }
 }

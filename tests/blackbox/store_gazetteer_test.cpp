@@ -48,16 +48,15 @@ TEST(Gazetteer, RanksAndBounds) {
 }
 
 TEST(Gazetteer, MissingTableAndBadRanks) {
-    PackHome home;
     Pack p = standardPack();
     p.gaz = {{10, 10, "A", 300, "Big"}, {20, 20, "A", 300, "Big2"}, {30, 30, "A", -4, "Neg"}};
-    home.put("A000005.marepack", p);
-    sqlite3 *bare = NULL;  // a database with no gaz table
-    sqlite3_open(home.path("A000006.marepack").c_str(), &bare);
-    sqlite3_exec(bare, "CREATE TABLE other (a)", NULL, NULL, NULL);
-    sqlite3_close(bare);
-    writeFile(home.path("A000007.marepack"), "not a database at all, only text");
-    Host host(home.home());
+    PackedHost h({{"A000005.marepack", p}}, [](const PackHome &home) {
+        sqlite3 *bare = NULL;  // a database with no gaz table
+        sqlite3_open(home.path("A000006.marepack").c_str(), &bare);
+        exec(bare, "CREATE TABLE other (a)");
+        sqlite3_close(bare);
+        writeFile(home.path("A000007.marepack"), "not a database at all, only text");
+    });
 
     // ranks outside the flag table are listed, never thinned, and never crash
     httpGet("/getSetState/chartdb=A000005.marepack");

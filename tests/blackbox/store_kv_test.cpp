@@ -28,17 +28,13 @@ Pack appPack() {
     return p;
 }
 
-struct AppHost {
-    PackHome home;
-    Host *host;
-    AppHost() {
-        writeFile(home.path("version.key"), "M.1.16.568");
-        home.put("A000001.marepack", appPack());
-        home.put("A000002.marepack", standardPack("Z"));
-        home.put("A000005.marepack", standardPack("A"));
-        host = new Host(home.home());
-    }
-    ~AppHost() { delete host; }
+/* The host over our application pack, a base pack and pack A000005. */
+struct AppHost : PackedHost {
+    AppHost()
+        : PackedHost({{"A000001.marepack", appPack()},
+                      {"A000002.marepack", standardPack("Z")},
+                      {"A000005.marepack", standardPack("A")}},
+                     [](const PackHome &h) { h.stampVersion(); }) {}
 };
 
 }  // namespace
@@ -143,17 +139,16 @@ TEST(KeyValue, ApplicationPackBySkinAndLanguage) {
 }
 
 TEST(KeyValue, FilesFromDiskWithoutApplicationPack) {
-    PackHome home;
-    writeFile(home.path("version.key"), "M.1.16.568");
-    home.put("A000002.marepack", standardPack("Z"));
-    mkdir(home.path("A000001.marepack").c_str(), 0755);  // cannot be opened: no appDb
-    mkdir(home.path("www").c_str(), 0755);
     std::string big(40000, 'q');
-    writeFile(home.path("www/a.js.png"), "js first");
-    writeFile(home.path("www/b.png"), big);
-    writeFile(home.path("www/d.mp3.html"), "mp3");
-    writeFile(home.path("www/e.txt"), "plain");
-    Host host(home.home());
+    PackedHost h({{"A000002.marepack", standardPack("Z")}}, [&](const PackHome &home) {
+        home.stampVersion();
+        mkdir(home.path("A000001.marepack").c_str(), 0755);  // cannot be opened: no appDb
+        mkdir(home.path("www").c_str(), 0755);
+        writeFile(home.path("www/a.js.png"), "js first");
+        writeFile(home.path("www/b.png"), big);
+        writeFile(home.path("www/d.mp3.html"), "mp3");
+        writeFile(home.path("www/e.txt"), "plain");
+    });
     struct Case {
         std::string name, type, cache, body;
     } cases[] = {

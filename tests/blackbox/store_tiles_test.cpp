@@ -43,11 +43,9 @@ TEST(Tiles, FoundAndMissing) {
 }
 
 TEST(Tiles, GifWithoutPackOrTable) {
-    PackHome home;
     Pack noTiles = standardPack();
     noTiles.withTiles = false;
-    home.put("A000007.marepack", noTiles);
-    Host host(home.home());
+    PackedHost h({{"A000007.marepack", noTiles}});
     // no pack chosen yet
     EXPECT_EQ(onePixelGif(), httpGet("/getTileI/A000002/3298535931904").body);
     // a pack without a tiles table

@@ -19,40 +19,7 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <sstream>
-
-std::string makeTempDir(const std::string &prefix) {
-    std::string tmpl = "/tmp/" + prefix + "XXXXXX";
-    std::vector<char> buf(tmpl.begin(), tmpl.end());
-    buf.push_back(0);
-    if (mkdtemp(buf.data()) == NULL) abort();
-    return std::string(buf.data());
-}
-
-void removeTree(const std::string &path) {
-    if (path.size() < 6 || path.compare(0, 5, "/tmp/") != 0) return;
-    std::string cmd = "rm -rf '" + path + "'";
-    if (system(cmd.c_str()) != 0) {
-    }
-}
-
-std::string readFile(const std::string &path) {
-    std::ifstream f(path, std::ios::binary);
-    std::stringstream ss;
-    ss << f.rdbuf();
-    return ss.str();
-}
-
-void writeFile(const std::string &path, const std::string &data) {
-    std::ofstream f(path, std::ios::binary | std::ios::trunc);
-    f << data;
-}
-
-bool fileExists(const std::string &path) {
-    struct stat st;
-    return stat(path.c_str(), &st) == 0;
-}
 
 static int connectHost() {
     int fd = socket(AF_INET, SOCK_STREAM, 0);

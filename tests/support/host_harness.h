@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "support/files.h"
+
 struct HttpReply {
     std::string statusLine;             /* "HTTP/1.1 200 OK" */
     std::vector<std::string> headerLines; /* in order, without CRLF */
@@ -64,10 +66,5 @@ class Conn {
 HttpReply httpGet(const std::string &path);
 HttpReply httpPost(const std::string &path, const std::string &body);
 
-std::string makeTempDir(const std::string &prefix);
-void removeTree(const std::string &path);
-std::string readFile(const std::string &path);
-void writeFile(const std::string &path, const std::string &data);
-bool fileExists(const std::string &path);
 
 #endif

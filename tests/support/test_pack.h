@@ -16,7 +16,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <functional>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/host_harness.h"
@@ -86,14 +89,34 @@ inline Pack standardPack(const std::string &tag = "A") {
     return p;
 }
 
+/* A pack of one document (key, value, type) and a filler row that brings
+** the file to about `bytes`, as the download tests fetch it. */
+inline Pack fillerPack(const std::string &key, const std::string &value, int type, size_t bytes) {
+    Pack p;
+    p.withTiles = false;
+    std::string filler(bytes, 0);
+    for (size_t i = 0; i < bytes; i++) filler[i] = (char)((i * 2654435761u) >> 13);
+    p.kv = {{key, value, type, "**"}, {"/filler", filler, 0, "**"}};
+    return p;
+}
+
 inline bool exec(sqlite3 *db, const char *sql) {
     return sqlite3_exec(db, sql, NULL, NULL, NULL) == SQLITE_OK;
+}
+
+/* Runs one INSERT with the values bound by bind. */
+inline bool insert(sqlite3 *db, const char *sql, const std::function<void(sqlite3_stmt *)> &bind) {
+    sqlite3_stmt *st = NULL;
+    if (sqlite3_prepare_v2(db, sql, -1, &st, NULL) != SQLITE_OK) return false;
+    bind(st);
+    bool ok = sqlite3_step(st) == SQLITE_DONE;
+    sqlite3_finalize(st);
+    return ok;
 }
 
 /* Writes p to path, replacing any file there. Returns true on success. */
 inline bool writePack(const std::string &path, const Pack &p) {
     sqlite3 *db = NULL;
-    sqlite3_stmt *st = NULL;
     unlink(path.c_str());
     if (sqlite3_open(path.c_str(), &db) != SQLITE_OK) return false;
     bool ok = exec(db, "PRAGMA page_size=1024") && exec(db, "BEGIN") &&
@@ -106,43 +129,34 @@ inline bool writePack(const std::string &path, const Pack &p) {
               exec(db, "INSERT INTO tides VALUES (167,1420066800,120,1),(167,1420070400,-35,2)");
     if (ok && p.withTiles)
         ok = exec(db, "CREATE TABLE tiles (verid INTEGER,\t\tzyx INTEGER PRIMARY KEY,\t\tpng BLOB)");
-    for (const Kv &r : p.kv) {
-        if (!ok) break;
-        /* values as TEXT with their byte count: NUL bytes stay */
-        sqlite3_prepare_v2(db, "INSERT INTO kvt VALUES (?,?,?,?)", -1, &st, NULL);
-        sqlite3_bind_text(st, 1, r.k.c_str(), -1, SQLITE_TRANSIENT);
-        sqlite3_bind_text(st, 2, r.v.data(), (int)r.v.size(), SQLITE_TRANSIENT);
-        sqlite3_bind_int(st, 3, r.t);
-        sqlite3_bind_text(st, 4, r.l.c_str(), -1, SQLITE_TRANSIENT);
-        ok = sqlite3_step(st) == SQLITE_DONE;
-        sqlite3_finalize(st);
-    }
-    for (const Tile &t : p.withTiles ? p.tiles : std::vector<Tile>()) {
-        if (!ok) break;
-        sqlite3_prepare_v2(db, "INSERT INTO tiles (zyx,png) VALUES (?,?)", -1, &st, NULL);
-        sqlite3_bind_int64(st, 1, zyx(t.z, t.y, t.x));
-        sqlite3_bind_blob(st, 2, t.png.data(), (int)t.png.size(), SQLITE_TRANSIENT);
-        ok = sqlite3_step(st) == SQLITE_DONE;
-        sqlite3_finalize(st);
-    }
-    for (const Place &g : p.gaz) {
-        if (!ok) break;
-        sqlite3_prepare_v2(db, "INSERT INTO gaz VALUES (?,?,?,?,?)", -1, &st, NULL);
-        sqlite3_bind_int(st, 1, g.x);
-        sqlite3_bind_int(st, 2, g.y);
-        sqlite3_bind_text(st, 3, g.c.c_str(), -1, SQLITE_TRANSIENT);
-        sqlite3_bind_int(st, 4, g.r);
-        sqlite3_bind_text(st, 5, g.n.c_str(), -1, SQLITE_TRANSIENT);
-        ok = sqlite3_step(st) == SQLITE_DONE;
-        sqlite3_finalize(st);
-    }
+    for (const Kv &r : p.kv)  // values as TEXT with their byte count: NUL bytes stay
+        ok = ok && insert(db, "INSERT INTO kvt VALUES (?,?,?,?)", [&](sqlite3_stmt *st) {
+                 sqlite3_bind_text(st, 1, r.k.c_str(), -1, SQLITE_TRANSIENT);
+                 sqlite3_bind_text(st, 2, r.v.data(), (int)r.v.size(), SQLITE_TRANSIENT);
+                 sqlite3_bind_int(st, 3, r.t);
+                 sqlite3_bind_text(st, 4, r.l.c_str(), -1, SQLITE_TRANSIENT);
+             });
+    for (const Tile &t : p.withTiles ? p.tiles : std::vector<Tile>())
+        ok = ok && insert(db, "INSERT INTO tiles (zyx,png) VALUES (?,?)", [&](sqlite3_stmt *st) {
+                 sqlite3_bind_int64(st, 1, zyx(t.z, t.y, t.x));
+                 sqlite3_bind_blob(st, 2, t.png.data(), (int)t.png.size(), SQLITE_TRANSIENT);
+             });
+    for (const Place &g : p.gaz)
+        ok = ok && insert(db, "INSERT INTO gaz VALUES (?,?,?,?,?)", [&](sqlite3_stmt *st) {
+                 sqlite3_bind_int(st, 1, g.x);
+                 sqlite3_bind_int(st, 2, g.y);
+                 sqlite3_bind_text(st, 3, g.c.c_str(), -1, SQLITE_TRANSIENT);
+                 sqlite3_bind_int(st, 4, g.r);
+                 sqlite3_bind_text(st, 5, g.n.c_str(), -1, SQLITE_TRANSIENT);
+             });
     ok = ok && exec(db, "COMMIT");
     sqlite3_close(db);
     return ok;
 }
 
 /* A temporary home whose data directory exists before the host starts,
-** so that packs can be placed there first. Removed with the object. */
+** so that packs and key files can be placed there first. Removed with the
+** object. */
 class PackHome {
   public:
     PackHome() : home_(makeTempDir("mareplot-packs-")) {
@@ -155,6 +169,9 @@ class PackHome {
     std::string dataDir() const { return home_ + "/.local/share/mareplot"; }
     std::string path(const std::string &name) const { return dataDir() + "/" + name; }
     bool put(const std::string &name, const Pack &p) const { return writePack(path(name), p); }
+    /* Stamps the running version, so that the host keeps the application
+    ** and base packs placed here instead of writing its own. */
+    void stampVersion() const { writeFile(path("version.key"), "M.1.16.568"); }
 
   private:
     std::string home_;
@@ -169,17 +186,21 @@ inline std::string onePixelGif() {
     return std::string((const char *)g, sizeof(g));
 }
 
-/* A home with the standard pack as A000005 (tag "A") and a second one as
-** A000006 (tag "B"), and the host running over it. */
+using NamedPacks = std::vector<std::pair<std::string, Pack>>;
+
+/* A home holding the given packs by file name, prepared further by
+** prepare, and the host running over it. By default: the standard pack as
+** A000005 (tag "A") and a second one as A000006 (tag "B"). */
 struct PackedHost {
     PackHome home;
-    Host *host = nullptr;
-    PackedHost() {
-        home.put("A000005.marepack", standardPack("A"));
-        home.put("A000006.marepack", standardPack("B"));
-        host = new Host(home.home());
+    std::unique_ptr<Host> host;
+    explicit PackedHost(const NamedPacks &packs = {{"A000005.marepack", standardPack("A")},
+                                                   {"A000006.marepack", standardPack("B")}},
+                        const std::function<void(const PackHome &)> &prepare = nullptr) {
+        for (const auto &p : packs) home.put(p.first, p.second);
+        if (prepare) prepare(home);
+        host.reset(new Host(home.home()));
     }
-    ~PackedHost() { delete host; }
     HttpReply select(const std::string &name = "A000005.marepack") {
         return httpGet("/getSetState/chartdb=" + name);
     }

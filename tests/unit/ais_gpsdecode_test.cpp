@@ -1,5 +1,5 @@
-// Cross-check of the test-side encoder with gpsd's gpsdecode: the seeded
-// table of messages that the parser and row tests use is decoded by an
+// Cross-check of the test-side encoder with gpsd's gpsdecode: a seeded table
+// of the random messages that the row tests feed is decoded by an
 // independent program, field by field. Needs gpsdecode (gpsd-clients).
 #include <gtest/gtest.h>
 #include <stdio.h>
@@ -73,7 +73,7 @@ TEST(AisGpsdecode, EncoderAgreesWithGpsd) {
         GTEST_SKIP() << "gpsdecode not installed (Debian package gpsd-clients)";
 
     const int types[] = {1, 2, 3, 4, 5, 9, 18, 19, 21, 24, 124};
-    aisenc::Rng rng(20240605);  // the seed of the parser test's table
+    aisenc::Rng rng(20240605);
     std::vector<std::pair<int, aisenc::Message>> table;
     char path[] = "/tmp/ais_gpsdecode_XXXXXX";
     int fd = mkstemp(path);

@@ -32,8 +32,9 @@ static std::string rowsOf(const std::string &status) {
     return status.substr(open, close - open);
 }
 
-static void feed(const aisenc::Message &m, const std::string &talker = "AIVDM") {
-    for (std::string l : m.sentences(talker)) ProcessAIS(&l[0]);
+// Feeds a message split into parts of maxChars characters.
+static void feed(const aisenc::Message &m, size_t maxChars = 60, int seqId = 1) {
+    for (std::string l : m.sentences("AIVDM", maxChars, seqId)) ProcessAIS(&l[0]);
 }
 
 // Splits one row "[a,"b",c]" into its columns; strings lose their quotes
@@ -69,6 +70,35 @@ static std::vector<std::string> columns(const std::string &row) {
 
 static std::string num(int64_t v) { return std::to_string(v); }
 
+// mktime of the fields, as the row's time column.
+static std::string localTime(int64_t year, int64_t mon, int64_t mday, int64_t hour, int64_t min, int64_t sec) {
+    struct tm tm;
+    memset(&tm, 0, sizeof(tm));
+    tm.tm_year = (int)year - 1900, tm.tm_mon = (int)mon - 1, tm.tm_mday = (int)mday;
+    tm.tm_hour = (int)hour, tm.tm_min = (int)min, tm.tm_sec = (int)sec;
+    return num((unsigned)mktime(&tm));
+}
+
+// Sets TZ for the life of the object.
+class TimeZone {
+  public:
+    explicit TimeZone(const char *tz) : had_(getenv("TZ") != nullptr), saved_(had_ ? getenv("TZ") : "") {
+        setenv("TZ", tz, 1);
+        tzset();
+    }
+    ~TimeZone() {
+        if (had_)
+            setenv("TZ", saved_.c_str(), 1);
+        else
+            unsetenv("TZ");
+        tzset();
+    }
+
+  private:
+    bool had_;
+    std::string saved_;
+};
+
 // Grid columns of a raw position; 91 degrees (no position) has no grid
 // value and reads as INT_MIN.
 static void grid(const aisenc::Message &m, std::string &x, std::string &y) {
@@ -99,26 +129,18 @@ TEST_F(AisRows, RandomMessagesGiveTheirRows) {
             if (type != 5 && type != 24) grid(m, x, y);
             if (type == 24) {
                 // part A is kept; part B of the same MMSI makes the row
-                feed(m);
+                feed(m, 1 + i % 70, i % 10);
                 EXPECT_EQ("", rowsOf(takeRows()));
                 aisenc::Message b = aisenc::randomMessage(rng, 124);
                 b.set("userid", m.num("userid"));
                 m.fields.insert(m.fields.end(), b.fields.begin() + 3, b.fields.end());
                 m.bits = b.bits;
             }
-            feed(m);
+            feed(m, 1 + i % 70, i % 10);
             std::string at = num((unsigned)aistime);
-            if (type == 4) {
-                struct tm tm;
-                memset(&tm, 0, sizeof(tm));
-                tm.tm_year = (int)m.num("utc_year") - 1900;
-                tm.tm_mon = (int)m.num("utc_month") - 1;
-                tm.tm_mday = (int)m.num("utc_day");
-                tm.tm_hour = (int)m.num("utc_hour");
-                tm.tm_min = (int)m.num("utc_minute");
-                tm.tm_sec = (int)m.num("utc_second");
-                at = num((unsigned)mktime(&tm));
-            }
+            if (type == 4)
+                at = localTime(m.num("utc_year"), m.num("utc_month"), m.num("utc_day"), m.num("utc_hour"),
+                               m.num("utc_minute"), m.num("utc_second"));
             std::string dims[] = {num(m.num("bow")), num(m.num("stern")), num(m.num("port")),
                                   num(m.num("starboard"))};
             switch (type) {
@@ -182,10 +204,11 @@ TEST_F(AisRows, QueueAndStatusFragment) {
 }
 
 TEST_F(AisRows, BaseStationTimes) {
-    // Reports of a few hours around a spring change of UTC offset (central
-    // Europe), with the out-of-range minutes and seconds six bits allow:
+    // Reports of the hours around the spring change of central European
+    // time, with the out-of-range minutes and seconds six bits allow:
     // aistime is what mktime makes of the fields, and later rows carry it.
-    const int minSec[][2] = {{0, 0}, {59, 59}, {12, 60}, {63, 63}, {30, 1}, {0, 61}};
+    TimeZone cet("CET-1CEST,M3.5.0,M10.5.0/3");
+    const int minSec[][2] = {{0, 0}, {59, 59}, {12, 60}, {63, 63}, {0, 61}};
     aisenc::Bits pos;
     pos.put(18, 6).put(0, 2).put(222222222, 30).put(0, 130);
     for (int hour = 0; hour < 4; hour++) {
@@ -195,11 +218,7 @@ TEST_F(AisRows, BaseStationTimes) {
             b.put(hour, 5).put(ms[0], 6).put(ms[1], 6).put(0, 90);
             for (std::string l : aisenc::sentences(b)) ProcessAIS(&l[0]);
             for (std::string l : aisenc::sentences(pos)) ProcessAIS(&l[0]);
-            struct tm tm;
-            memset(&tm, 0, sizeof(tm));
-            tm.tm_year = 126, tm.tm_mon = 2, tm.tm_mday = 29, tm.tm_hour = hour;
-            tm.tm_min = ms[0], tm.tm_sec = ms[1];
-            std::string t = std::to_string((unsigned)mktime(&tm));
+            std::string t = localTime(2026, 3, 29, hour, ms[0], ms[1]);
             EXPECT_EQ("[2190047,4," + t + ",20015089,20015089],\n[222222222,18," + t +
                           ",20015089,20015089,0,0,0,-128,0]",
                       rowsOf(takeRows()))
@@ -209,6 +228,8 @@ TEST_F(AisRows, BaseStationTimes) {
 }
 
 TEST_F(AisRows, JsonStrings) {
+    // trailing '@' and blanks go, the text ends at the first '@'; escaping
+    // is the reply buffer's table, seen here once
     struct Case {
         const char *in, *out;
     } cases[] = {
@@ -217,10 +238,7 @@ TEST_F(AisRows, JsonStrings) {
         {"", "\"\""},
         {"   @AB", "\"\""},
         {"A B @ C", "\"A B\""},
-        {"SAY \"HI\"", "\"SAY \\\"HI\\\"\""},
-        {"A/B\\C", "\"A\\/B\\\\C\""},
-        {"\b\t\n\f\r", "\"\\b\\t\\n\\f\\r\""},
-        {"'x'", "\"'x'\""},
+        {"SAY \"HI\"/", "\"SAY \\\"HI\\\"\\/\""},
     };
     for (const Case &c : cases) {
         char out[64];
@@ -311,10 +329,7 @@ TEST_F(AisRows, OwnShip) {
 
 TEST_F(AisRows, EtaTimeStamp) {
     // in UTC, so that a summer-time offset does not move the fields read back
-    const char *tz = getenv("TZ");
-    std::string saved = tz ? tz : "";
-    setenv("TZ", "UTC", 1);
-    tzset();
+    TimeZone utc("UTC");
     EXPECT_EQ(0, getTimeStamp(0));
     struct Case {
         uint32_t month, day, hour;
@@ -328,9 +343,4 @@ TEST_F(AisRows, EtaTimeStamp) {
         EXPECT_EQ(c.wantMday, lt.tm_mday);
         EXPECT_EQ(c.wantMin, lt.tm_min);
     }
-    if (tz)
-        setenv("TZ", saved.c_str(), 1);
-    else
-        unsetenv("TZ");
-    tzset();
 }

@@ -37,22 +37,6 @@ TEST(AisSixBit, ReadSequences) {
     }
 }
 
-TEST(AisSixBit, CountZeroKeepsCursorAndLengthIgnoresCursor) {
-    SixBitReader r;
-    load(&r, "1234567890123456789012345678");
-    char *before = r.cursor;
-    get_6bit(&r, 0);
-    EXPECT_EQ(before, r.cursor);
-    EXPECT_EQ(168u, sixbit_length(&r));
-    get_6bit(&r, 6);  // the next character is decoded and pending
-    EXPECT_EQ(174u, sixbit_length(&r));
-    for (int i = 0; i < 27; i++) get_6bit(&r, 6);
-    EXPECT_EQ(168u, sixbit_length(&r));
-    EXPECT_EQ(0, *r.cursor);
-    EXPECT_EQ(0u, get_6bit(&r, 30));  // past the end stays at the terminator
-    EXPECT_EQ(0, *r.cursor);
-}
-
 TEST(AisSixBit, CharacterConversions) {
     struct Case {
         int32_t in, out;

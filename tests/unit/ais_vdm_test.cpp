@@ -61,17 +61,6 @@ TEST(AisVdm, AssemblySequences) {
     }
 }
 
-TEST(AisVdm, ChannelAndGroupState) {
-    VdmAssembly a;
-    memset(&a, 0, sizeof(a));
-    std::string l = vdm("2,1,9,B,AAA,0");
-    EXPECT_EQ(1, assemble_vdm(&a, &l[0]));
-    EXPECT_EQ('B', a.channel);
-    EXPECT_EQ(9u, a.seqId);
-    EXPECT_EQ(2u, a.parts);
-    EXPECT_EQ(1u, a.partNo);
-}
-
 TEST(AisVdm, TimetagGates) {
     SixBitReader r;
     uint8_t tag[4] = {0, 0, 0, 0};

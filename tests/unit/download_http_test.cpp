@@ -7,14 +7,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <cstring>
-#include <fstream>
 #include <string>
 #include <thread>
 
 #include "shell/app_record.h"
 #include "store/pack_store.h"
+#include "support/files.h"
 
 namespace {
 
@@ -113,9 +111,7 @@ TEST(HttpGet, SendsOneExactRequestAndLeavesTheBodyToRead) {
 }
 
 TEST(DownloadServerHost, ComesFromTheKeyFileOrStaysInvalid) {
-    char tmpl[] = "/tmp/mareplot-dlkey-XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(tmpl));
-    const std::string dir = std::string(tmpl) + "/";
+    const std::string dir = makeTempDir("mareplot-dlkey-") + "/";
     const std::string key = dir + "chartserver.key";
     mr_bcopy(mrApp.keyDir, sizeof(mrApp.keyDir), dir.c_str());
 
@@ -132,13 +128,12 @@ TEST(DownloadServerHost, ComesFromTheKeyFileOrStaysInvalid) {
     };
     for (const Case &c : cases) {
         unlink(key.c_str());
-        if (c.content) std::ofstream(key) << c.content;
+        if (c.content) writeFile(key, c.content);
         char host[256] = "garbage";
         download_server_host(host, sizeof(host));
         EXPECT_STREQ(c.host, host) << (c.content ? c.content : "(no file)");
     }
-    unlink(key.c_str());
-    rmdir(tmpl);
+    removeTree(dir);
     mrApp.keyDir[0] = 0;
 }
 

@@ -1,12 +1,10 @@
 // The mode string, the byte-wise line reader and file playback.
-#include <netinet/in.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <functional>
-
 #include "nav_support.h"
+#include "support/feed_server.h"
+#include "support/files.h"
 
 using navtest::NavFixture;
 
@@ -17,7 +15,7 @@ class NavMode : public NavFixture {};
 TEST_F(NavMode, FieldsAreStoredUntilTheTextEnds) {
     const int32_t K = -7; // untouched
     struct {
-        const char *mode;
+        std::string mode;
         int32_t intern, source, nmea;
         const char *host;
         int32_t port;
@@ -33,83 +31,55 @@ TEST_F(NavMode, FieldsAreStoredUntilTheTextEnds) {
         {"5/6", 5, 6, K, "old", K, (uint32_t)K, false},
         {"", K, K, K, "old", K, (uint32_t)K, false},
         {"2/2/0//1/1", 2, 2, 0, "", 1, 1, true},
+        {"1/1/0/" + std::string(300, 'h') + "/1/1", K, K, K, "old", K, (uint32_t)K, false},  // overlong
     };
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.mode);
+        SCOPED_TRACE(c.mode.substr(0, 40));
         gpsfix.gpsIntern = gpsfix.gpsSource = gpsfix.nmeaSource = K;
         gpsfix.aisuserid = (uint32_t)K;
         nmea_port = K;
         strcpy(nmea_host, "old");
         lastrequest[0] = 0;
-        setNmeaMode(c.mode);
+        setNmeaMode(c.mode.c_str());
         EXPECT_EQ(c.intern, gpsfix.gpsIntern);
         EXPECT_EQ(c.source, gpsfix.gpsSource);
         EXPECT_EQ(c.nmea, gpsfix.nmeaSource);
         EXPECT_STREQ(c.host, nmea_host);
         EXPECT_EQ(c.port, nmea_port);
         EXPECT_EQ(c.user, gpsfix.aisuserid);
-        EXPECT_STREQ(c.remembered ? c.mode : "", lastrequest);
+        EXPECT_STREQ(c.remembered ? c.mode.c_str() : "", lastrequest);
     }
     EXPECT_EQ(0, nmea_stat) << "no feed was started";
 }
 
-TEST_F(NavMode, OverlongModeChangesNothing) {
-    std::string mode = "1/1/0/" + std::string(300, 'h') + "/1/1";
-    gpsfix.gpsIntern = 4;
-    setNmeaMode(mode.c_str());
-    EXPECT_EQ(4, gpsfix.gpsIntern);
-}
-
-// Accepts one connection on fd within ms; returns it or -1.
-static int acceptWithin(int fd, int ms) {
-    struct pollfd pf = {fd, POLLIN, 0};
-    return poll(&pf, 1, ms) > 0 ? accept(fd, NULL, NULL) : -1;
-}
-
-static bool waitUntil(const std::function<bool()> &ok, int ms) {
-    for (int i = 0; i < ms / 10 && !ok(); i++) usleep(10000);
-    return ok();
-}
-
 TEST_F(NavMode, PauseEndsTheFeedThreadAndResumeStartsAnother) {
-    int lfd = socket(AF_INET, SOCK_STREAM, 0);
-    struct sockaddr_in a;
-    memset(&a, 0, sizeof(a));
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof(a);
-    ASSERT_EQ(0, bind(lfd, (struct sockaddr *)&a, sizeof(a)));
-    ASSERT_EQ(0, listen(lfd, 4));
-    getsockname(lfd, (struct sockaddr *)&a, &len);
-    std::string mode = "0/1/1/127.0.0.1/" + std::to_string(ntohs(a.sin_port)) + "/0";
+    FeedServer feed;
+    std::string mode = "0/1/1/127.0.0.1/" + std::to_string(feed.port()) + "/0";
     int32_t before = MR_LOAD(mrApp.threadCount);
+    auto threadsBack = [&] { return MR_LOAD(mrApp.threadCount) == before; };
+    auto delivering = [] { return MR_LOAD(nmea_stat) == 1; };
 
     setNmeaMode(mode.c_str());
-    int c1 = acceptWithin(lfd, 5000);
-    ASSERT_GE(c1, 0);
-    ASSERT_TRUE(waitUntil([] { return MR_LOAD(nmea_stat) == 1; }, 5000));
+    ASSERT_TRUE(feed.waitAccepts(1, 5000));
+    ASSERT_TRUE(waitFor(delivering, 5000));
     EXPECT_STREQ(mode.c_str(), lastrequest);
 
     // the reader is blocked in its receive: pausing must end it at once
     EXPECT_EQ(0, stop_nmea());
-    EXPECT_TRUE(waitUntil([&] { return MR_LOAD(mrApp.threadCount) == before; }, 2000));
+    EXPECT_TRUE(waitFor(threadsBack, 2000));
     EXPECT_EQ(0, nmea_stat);
     EXPECT_STREQ("", lastrequest);
     EXPECT_EQ(998, gpsfix.fix);
 
     // while paused a mode string starts nothing; resuming does
     setNmeaMode(mode.c_str());
-    EXPECT_EQ(-1, acceptWithin(lfd, 300));
+    EXPECT_FALSE(feed.waitAccepts(2, 300));
     cont_nmea();
-    int c2 = acceptWithin(lfd, 5000);
-    EXPECT_GE(c2, 0);
-    ASSERT_TRUE(waitUntil([] { return MR_LOAD(nmea_stat) == 1; }, 5000));
+    EXPECT_TRUE(feed.waitAccepts(2, 5000));
+    ASSERT_TRUE(waitFor(delivering, 5000));
     stop_nmea();
-    EXPECT_TRUE(waitUntil([&] { return MR_LOAD(mrApp.threadCount) == before; }, 2000));
+    EXPECT_TRUE(waitFor(threadsBack, 2000));
     MR_STORE(nmea_pause, 0);
-    close(c1);
-    close(c2);
-    close(lfd);
 }
 
 TEST(NavTcpLine, ReadsOneLineAByteAtATime) {
@@ -148,13 +118,9 @@ class NavPlayback : public NavFixture {};
 
 TEST_F(NavPlayback, FileLinesReachTheInterpreterUnchecked) {
     std::string path = "/tmp/nav-playback-" + std::to_string(getpid()) + ".nmea";
-    FILE *f = fopen(path.c_str(), "w");
-    ASSERT_NE(nullptr, f);
-    fprintf(f, "$GPRMC,120000,A,5430.0000,N,01000.0000,E,1.0,10.0,230394,,\n"); // no checksum
-    fprintf(f, "%s\n", std::string(1500, '$').c_str());
-    fprintf(f, "garbage \x01\x02\xff\n");
-    fprintf(f, "$GPRMC,120001,A,5431.0000,N,01000.0000,E,1.0,10.0,230394,,*00\n");
-    fclose(f);
+    writeFile(path, "$GPRMC,120000,A,5430.0000,N,01000.0000,E,1.0,10.0,230394,,\n"  // no checksum
+                    + std::string(1500, '$') + "\ngarbage \x01\x02\xff\n"
+                    "$GPRMC,120001,A,5431.0000,N,01000.0000,E,1.0,10.0,230394,,*00\n");
 
     sqlite3_exec(mrApp.tripDb, "INSERT INTO log (ts,x,y,t,v) VALUES (1,0,0,1,'old')", NULL, NULL, NULL);
     gpsfix.trackOn = 1;

@@ -123,21 +123,15 @@ TEST_F(NavStatus, SettingsTextKeepsItsCapacity) {
     call("1/1/1/-1", "", 0, &b);
     EXPECT_EQ(nullptr, mrApp.settingsText);
     EXPECT_EQ(0, mrApp.settingsCapacity);
-
-    const char ten[] = "0123456789";
-    call("1/1/1/-1", ten, 10, &b);
-    EXPECT_EQ(10, mrApp.settingsCapacity);
-    EXPECT_STREQ("0123456789", mrApp.settingsText);
-
-    const char three[] = "abc";
-    call("1/1/1/-1", three, 3, &b);
-    EXPECT_EQ(10, mrApp.settingsCapacity);
-    EXPECT_STREQ("abc", mrApp.settingsText);
-
-    std::string big(70000, 's');
-    call("1/1/1/-1", big.c_str(), (int)big.size(), &b);
-    EXPECT_EQ(70000, mrApp.settingsCapacity);
-    EXPECT_EQ(big, mrApp.settingsText);
+    struct {
+        std::string body;
+        int32_t capacity;  // grows to the longest body, never shrinks
+    } cases[] = {{"0123456789", 10}, {"abc", 10}, {std::string(70000, 's'), 70000}};
+    for (const auto &c : cases) {
+        call("1/1/1/-1", c.body.c_str(), (int)c.body.size(), &b);
+        EXPECT_EQ(c.capacity, mrApp.settingsCapacity);
+        EXPECT_EQ(c.body, mrApp.settingsText);
+    }
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 #include <math.h>
 #include <stdlib.h>
 
-#include <functional>
 
 #include "nav_support.h"
 
@@ -13,119 +12,76 @@ using navtest::NavFixture;
 namespace {
 
 struct Step {
-    int dt; // seconds before the line
+    int dt;  // seconds before the line
     const char *line;
 };
 
-struct UpdateCase {
-    const char *name;
-    int gpsSource;
-    int32_t fixBefore;
-    int32_t statBefore;
-    std::vector<Step> steps;
-    std::function<void(const GpsFix &)> check;
+// One output of the interpreter and its expected value.
+struct Want {
+    const char *field;
+    double value;
 };
+
+double output(const std::string &n) {
+    const GpsFix &g = gpsfix;
+    return n == "latY" ? g.latY : n == "lonX" ? g.lonX : n == "sog" ? g.sog : n == "cog" ? g.cog
+         : n == "hdg" ? g.hdg : n == "dpt" ? g.dpt : n == "hdop" ? g.hdop : n == "wdir" ? g.wdir
+         : n == "wspd" ? g.wspd : n == "fix" ? g.fix : n == "rot" ? g.rot
+         : n == "navtime" ? (double)g.navtime : n == "nmea_stat" ? MR_LOAD(nmea_stat) : NAN;
+}
 
 const char *kRmc = "$GPRMC,123519,A,5430.0000,N,01012.0000,W,10.0,084.4,230394,003.1,W*00";
 const char *kRmcVoid = "$GPRMC,123520,V,5500.0000,N,01100.0000,E,1.0,001.0,230394,,*00";
 const char *kGga9 = "$GPGGA,123519,5430.0000,N,01012.0000,E,1,09,1.3,545.4,M,46.9,M,,*00";
+const char *kDbs = "$SDDBS,,f,7.1,M,,F";
+const char *kOther = "$XXXXX,1*00";
 
 class NavUpdate : public NavFixture {};
 
 TEST_F(NavUpdate, SentencesFillTheFix) {
-    const double K = 10 * 0.2777775380361333 * 0.44703961417318716;
-    std::vector<UpdateCase> cases = {
+    struct Case {
+        const char *name;
+        int gpsSource;
+        int32_t fixBefore, statBefore;
+        std::vector<Step> steps;
+        std::vector<Want> want;
+    } cases[] = {
         {"rmc fills position, speed, course", 1, 0, 0, {{0, kRmc}},
-         [](const GpsFix &g) {
-             EXPECT_DOUBLE_EQ(54.5, g.latY);
-             EXPECT_DOUBLE_EQ(-10.2, g.lonX);
-             EXPECT_NEAR(5.14444, g.sog, 1e-9);
-             EXPECT_DOUBLE_EQ(84.4, g.cog);
-             EXPECT_EQ(1, g.fix);
-             EXPECT_EQ(gps2time("123519", "230394"), g.navtime);
-             EXPECT_EQ(1, nmea_stat);
-         }},
+         {{"latY", 54.5}, {"lonX", -10.2}, {"sog", 5.14444}, {"cog", 84.4}, {"fix", 1},
+          {"navtime", (double)gps2time("123519", "230394")}, {"nmea_stat", 1}}},
         {"rmc with status V clears fix, keeps position", 1, 0, 0, {{0, kRmc}, {1, kRmcVoid}},
-         [](const GpsFix &g) {
-             EXPECT_EQ(0, g.fix);
-             EXPECT_DOUBLE_EQ(54.5, g.latY);
-         }},
-        {"gga count wins over rmc", 1, 0, 0, {{0, kRmc}, {0, kGga9}, {1, kRmc}},
-         [](const GpsFix &g) {
-             EXPECT_EQ(9, g.fix);
-             EXPECT_DOUBLE_EQ(1.3, g.hdop);
-         }},
+         {{"fix", 0}, {"latY", 54.5}}},
+        {"gga count wins over rmc", 1, 0, 0, {{0, kRmc}, {0, kGga9}, {1, kRmc}}, {{"fix", 9}, {"hdop", 1.3}}},
         {"gga without quality clears fix", 1, 0, 0,
-         {{0, kRmc}, {0, "$GPGGA,123519,5430.0000,N,01012.0000,E,0,09,1.3,545.4,M,46.9,M,,*00"}},
-         [](const GpsFix &g) { EXPECT_EQ(0, g.fix); }},
-        {"rmc after 998 gives 1", 1, 998, 0, {{0, kRmc}}, [](const GpsFix &g) { EXPECT_EQ(1, g.fix); }},
-        {"rmc keeps an injected accuracy", 1, -20, 0, {{0, kRmc}},
-         [](const GpsFix &g) { EXPECT_EQ(-20, g.fix); }},
-        {"rmc sets stat while connecting", 1, 0, -1, {{0, kRmc}},
-         [](const GpsFix &g) { EXPECT_EQ(1, nmea_stat); }},
-        {"no rmc while connecting: 998", 1, 0, -1, {{0, "$HCHDG,101.1,,,7.1,W*00"}},
-         [](const GpsFix &g) {
-             EXPECT_EQ(998, g.fix);
-             EXPECT_DOUBLE_EQ(101.1, g.hdg);
-         }},
+         {{0, kRmc}, {0, "$GPGGA,123519,5430.0000,N,01012.0000,E,0,09,1.3,545.4,M,46.9,M,,*00"}}, {{"fix", 0}}},
+        {"rmc after 998 gives 1", 1, 998, 0, {{0, kRmc}}, {{"fix", 1}}},
+        {"rmc keeps an injected accuracy", 1, -20, 0, {{0, kRmc}}, {{"fix", -20}}},
+        {"rmc sets stat while connecting", 1, 0, -1, {{0, kRmc}}, {{"nmea_stat", 1}}},
+        {"no rmc while connecting: 998", 1, 0, -1, {{0, "$HCHDG,101.1,,,7.1,W*00"}}, {{"fix", 998}, {"hdg", 101.1}}},
         {"position sentences ignored unless source is nmea", 0, 0, 0,
          {{0, kRmc}, {0, "$HCHDG,101.1,,,7.1,W*00"}, {0, "$SDDPT,12.3,0.5,1.0*00"}},
-         [](const GpsFix &g) {
-             EXPECT_DOUBLE_EQ(999, g.latY);
-             EXPECT_DOUBLE_EQ(511, g.hdg);
-             EXPECT_DOUBLE_EQ(13.3, g.dpt);
-             EXPECT_EQ(0, g.fix);
-         }},
-        {"dpt takes the checksum as its third field", 1, 0, 0, {{0, "$SDDPT,12.3,0.5*5C"}},
-         [](const GpsFix &g) { EXPECT_DOUBLE_EQ(17.3, g.dpt); }},
-        {"dpt with empty third field changes nothing", 1, 0, 0, {{0, "$SDDPT,12.3,0.5,*hh"}},
-         [](const GpsFix &g) { EXPECT_DOUBLE_EQ(-100, g.dpt); }},
-        {"dbs fills in only while no depth is held", 1, 0, 0,
-         {{0, "$SDDBS,,f,7.1,M,,F"}, {10, "$SDDBS,,f,7.5,M,,F"}},
-         [](const GpsFix &g) { EXPECT_DOUBLE_EQ(7.1, g.dpt); }},
-        {"dpt overrides dbs", 1, 0, 0, {{0, "$SDDBS,,f,7.1,M,,F"}, {1, "$SDDPT,9.0,0,1.0*00"}},
-         [](const GpsFix &g) { EXPECT_DOUBLE_EQ(10.0, g.dpt); }},
-        {"depth ages after 60 s", 1, 0, 0, {{0, "$SDDBS,,f,7.1,M,,F"}, {60, "$XXXXX,1*00"}, {1, "$XXXXX,1*00"}},
-         [](const GpsFix &g) { EXPECT_DOUBLE_EQ(-100, g.dpt); }},
-        {"depth stands for 60 s", 1, 0, 0, {{0, "$SDDBS,,f,7.1,M,,F"}, {60, "$XXXXX,1*00"}},
-         [](const GpsFix &g) { EXPECT_DOUBLE_EQ(7.1, g.dpt); }},
-        {"mwv knots", 1, 0, 0, {{0, "$WIMWV,90,R,10,N,A"}},
-         [](const GpsFix &g) {
-             EXPECT_DOUBLE_EQ(90, g.wdir);
-             EXPECT_NEAR(5.14444, g.wspd, 1e-12);
-         }},
+         {{"latY", 999}, {"hdg", 511}, {"dpt", 13.3}, {"fix", 0}}},
+        {"dpt takes the checksum as its third field", 1, 0, 0, {{0, "$SDDPT,12.3,0.5*5C"}}, {{"dpt", 17.3}}},
+        {"dpt with empty third field changes nothing", 1, 0, 0, {{0, "$SDDPT,12.3,0.5,*hh"}}, {{"dpt", -100}}},
+        {"dbs fills in only while no depth is held", 1, 0, 0, {{0, kDbs}, {10, "$SDDBS,,f,7.5,M,,F"}}, {{"dpt", 7.1}}},
+        {"dpt overrides dbs", 1, 0, 0, {{0, kDbs}, {1, "$SDDPT,9.0,0,1.0*00"}}, {{"dpt", 10.0}}},
+        {"depth ages after 60 s", 1, 0, 0, {{0, kDbs}, {60, kOther}, {1, kOther}}, {{"dpt", -100}}},
+        {"depth stands for 60 s", 1, 0, 0, {{0, kDbs}, {60, kOther}}, {{"dpt", 7.1}}},
+        {"mwv knots", 1, 0, 0, {{0, "$WIMWV,90,R,10,N,A"}}, {{"wdir", 90}, {"wspd", 5.14444}}},
         {"mwv km/h takes both factors", 1, 0, 0, {{0, "$WIMWV,90,R,10,K,A"}},
-         [K](const GpsFix &g) { EXPECT_NEAR(K, g.wspd, 1e-12); }},
+         {{"wspd", 10 * 0.2777775380361333 * 0.44703961417318716}}},
         {"mwv metres and unknown units stand", 1, 0, 0, {{0, "$WIMWV,90,T,10,M,A"}, {0, "$WIMWV,80,T,12,X,A"}},
-         [](const GpsFix &g) {
-             EXPECT_DOUBLE_EQ(12, g.wspd);
-             EXPECT_DOUBLE_EQ(80, g.wdir);
-         }},
-        {"wind ages after 60 s", 1, 0, 0, {{0, "$WIMWV,90,R,10,M,A"}, {61, "$XXXXX,1*00"}},
-         [](const GpsFix &g) {
-             EXPECT_DOUBLE_EQ(-100, g.wdir);
-             EXPECT_DOUBLE_EQ(-100, g.wspd);
-         }},
+         {{"wspd", 12}, {"wdir", 80}}},
+        {"wind ages after 60 s", 1, 0, 0, {{0, "$WIMWV,90,R,10,M,A"}, {61, kOther}}, {{"wdir", -100}, {"wspd", -100}}},
         {"fix ages after 60 s without rmc", 1, 0, 0, {{0, kRmc}, {30, "$HCHDG,1,,,,*00"}, {31, "$HCHDG,1,,,,*00"}},
-         [](const GpsFix &g) { EXPECT_EQ(0, g.fix); }},
-        {"rot encodes like AIS", 1, 0, 0, {{0, "$TIROT,708,A*00"}},
-         [](const GpsFix &g) { EXPECT_EQ(126, g.rot); }},
-        {"rot saturates", 1, 0, 0, {{0, "$TIROT,709,A*00"}}, [](const GpsFix &g) { EXPECT_EQ(127, g.rot); }},
-        {"rot negative", 1, 0, 0, {{0, "$TIROT,-1,A*00"}}, [](const GpsFix &g) { EXPECT_EQ(-5, g.rot); }},
-        {"rot negative saturates", 1, 0, 0, {{0, "$TIROT,-800,A*00"}},
-         [](const GpsFix &g) { EXPECT_EQ(-127, g.rot); }},
-        {"rot invalid", 1, 0, 0, {{0, "$TIROT,5,A*00"}, {0, "$TIROT,5,V*00"}},
-         [](const GpsFix &g) { EXPECT_EQ(-128, g.rot); }},
+         {{"fix", 0}}},
+        {"rot encodes like AIS", 1, 0, 0, {{0, "$TIROT,708,A*00"}}, {{"rot", 126}}},
+        {"rot saturates", 1, 0, 0, {{0, "$TIROT,709,A*00"}}, {{"rot", 127}}},
+        {"rot negative", 1, 0, 0, {{0, "$TIROT,-1,A*00"}}, {{"rot", -5}}},
+        {"rot negative saturates", 1, 0, 0, {{0, "$TIROT,-800,A*00"}}, {{"rot", -127}}},
+        {"rot invalid", 1, 0, 0, {{0, "$TIROT,5,A*00"}, {0, "$TIROT,5,V*00"}}, {{"rot", -128}}},
         {"rot without a start reaches the rot test", 1, 0, 0, {{0, "$TIROT,5,A*00"}, {0, "xxxROT,5,A"}},
-         [](const GpsFix &g) { EXPECT_EQ(-128, g.rot); }},
-        {"source change resets position on the next line", 1, 0, 0, {{0, kRmc}},
-         [](const GpsFix &) {
-             gpsfix.gpsSource = 0;
-             std::vector<char> l = {'*', '*', 0};
-             nmea_update(l.data());
-             EXPECT_DOUBLE_EQ(999, gpsfix.latY);
-             EXPECT_DOUBLE_EQ(360, gpsfix.cog);
-         }},
+         {{"rot", -128}}},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
@@ -133,10 +89,18 @@ TEST_F(NavUpdate, SentencesFillTheFix) {
         gpsfix.fix = c.fixBefore;
         MR_STORE(nmea_stat, c.statBefore);
         for (const auto &s : c.steps) feed(s.line, s.dt);
-        c.check(gpsfix);
+        for (const Want &w : c.want) EXPECT_NEAR(w.value, output(w.field), 1e-9) << w.field;
         TearDown();
         SetUp();
     }
+}
+
+TEST_F(NavUpdate, SourceChangeResetsThePositionAtTheNextLine) {
+    feed(kRmc);
+    gpsfix.gpsSource = 0;
+    feed("**");
+    EXPECT_DOUBLE_EQ(999, gpsfix.latY);
+    EXPECT_DOUBLE_EQ(360, gpsfix.cog);
 }
 
 TEST_F(NavUpdate, BytesBehindTheTerminatorAreNotRead) {
@@ -243,23 +207,21 @@ TEST_F(NavTrack, NoRowsAfterTheFixIsLost) {
 
 TEST_F(NavTrack, Remarks) {
     time_t navtime = gps2time("123519", "230394");
+    char nt[64];
+    snprintf(nt, sizeof(nt), " nt=%llx", (unsigned long long)navtime);
     struct {
         const char *name;
-        int offset; // host clock minus navtime
+        int offset;  // host clock minus navtime
         const char *depthLine;
         int fix999;
         std::string want;
     } cases[] = {
-        {"70 s off: time piece and no-depth value", 70, nullptr, 0, "", },
+        {"70 s off: time piece and no-depth value", 70, nullptr, 0, std::string(nt) + " dpt=-100.0"},
         {"65 s off: no time piece", 65, nullptr, 0, " dpt=-100.0"},
-        {"-66 s off", -66, "$SDDPT,12.34,0,1*00", 0, ""},
+        {"-66 s off", -66, "$SDDPT,12.34,0,1*00", 0, std::string(nt) + " dpt=13.3"},
         {"depth exactly 0: empty remark", 0, "$SDDPT,-1.0,0,1*00", 0, ""},
         {"simulation", 0, "$SDDPT,2,0,1*00", 1, " dpt=3.0 SIM"},
     };
-    char nt[64];
-    snprintf(nt, sizeof(nt), " nt=%llx", (unsigned long long)navtime);
-    cases[0].want = std::string(nt) + " dpt=-100.0";
-    cases[2].want = std::string(nt) + " dpt=13.3";
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         clockNow() = navtime + c.offset;
@@ -267,7 +229,7 @@ TEST_F(NavTrack, Remarks) {
         rmcAt("30.0000", 0);
         if (c.fix999) {
             gpsfix.gpsSource = 0;
-            feed("**"); // the source change resets the depth
+            feed("**");  // the source change resets the depth
             gpsfix.trackOn = 1;
             gpsfix.fix = 999;
             gpsfix.dpt = 3;

@@ -6,42 +6,21 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "shell/app_record.h"
+#include "support/files.h"
 
 namespace {
 
-std::string tempDir() {
-    char tmpl[] = "/tmp/mareplot-unit-XXXXXX";
-    return std::string(mkdtemp(tmpl));
-}
-
-std::string slurp(const std::string &p) {
-    std::ifstream f(p, std::ios::binary);
-    std::stringstream ss;
-    ss << f.rdbuf();
-    return ss.str();
-}
-
-void put(const std::string &p, const std::string &data) {
-    std::ofstream f(p, std::ios::binary | std::ios::trunc);
-    f << data;
-}
-
-bool exists(const std::string &p) {
-    struct stat st;
-    return stat(p.c_str(), &st) == 0;
-}
+std::string tempDir() { return makeTempDir("mareplot-unit-"); }
 
 // Records the copies that the start-up asks for and writes a marker file.
 std::vector<std::string> copies;
 int fakeCopy(const char *resource, const char *fileName) {
     copies.push_back(std::string(resource) + ">" + fileName);
-    put(fileName, std::string("carried ") + resource);
+    writeFile(fileName, std::string("carried ") + resource);
     return 0;
 }
 
@@ -70,26 +49,26 @@ TEST(SettlePacks, DecisionsByStampAndFiles) {
         CwdGuard cwd;
         std::string dir = tempDir() + "/mareplot";
         ASSERT_EQ(0, mkdir(dir.c_str(), 0755));
-        if (c.stamp) put(dir + "/version.key", c.stamp);
-        if (c.pack1) put(dir + "/A000001.marepack", "old1");
-        if (c.pack2) put(dir + "/A000002.marepack", "old2");
-        put(dir + "/marepack.trip", "trip");
-        put(dir + "/A000123.marepack", "downloaded");
+        if (c.stamp) writeFile(dir + "/version.key", c.stamp);
+        if (c.pack1) writeFile(dir + "/A000001.marepack", "old1");
+        if (c.pack2) writeFile(dir + "/A000002.marepack", "old2");
+        writeFile(dir + "/marepack.trip", "trip");
+        writeFile(dir + "/A000123.marepack", "downloaded");
         copies.clear();
 
         EXPECT_EQ(c.replaced ? 1 : 0, mr_settle_packs(dir.c_str(), fakeCopy)) << c.name;
         if (c.replaced) {
-            EXPECT_EQ("M.1.16.568", slurp(dir + "/version.key")) << c.name;
-            EXPECT_EQ("carried :/A000001.marepack", slurp(dir + "/A000001.marepack")) << c.name;
-            EXPECT_EQ("carried :/A000002.marepack", slurp(dir + "/A000002.marepack")) << c.name;
+            EXPECT_EQ("M.1.16.568", readFile(dir + "/version.key")) << c.name;
+            EXPECT_EQ("carried :/A000001.marepack", readFile(dir + "/A000001.marepack")) << c.name;
+            EXPECT_EQ("carried :/A000002.marepack", readFile(dir + "/A000002.marepack")) << c.name;
             ASSERT_EQ(2u, copies.size());
             EXPECT_EQ(":/A000001.marepack>A000001.marepack", copies[0]);
         } else {
             EXPECT_TRUE(copies.empty()) << c.name;
-            EXPECT_EQ("old1", slurp(dir + "/A000001.marepack")) << c.name;
+            EXPECT_EQ("old1", readFile(dir + "/A000001.marepack")) << c.name;
         }
-        EXPECT_EQ("trip", slurp(dir + "/marepack.trip")) << c.name;
-        EXPECT_EQ("downloaded", slurp(dir + "/A000123.marepack")) << c.name;
+        EXPECT_EQ("trip", readFile(dir + "/marepack.trip")) << c.name;
+        EXPECT_EQ("downloaded", readFile(dir + "/A000123.marepack")) << c.name;
         char now[4096];
         ASSERT_NE(nullptr, getcwd(now, sizeof now));
         EXPECT_EQ(dir, std::string(now)) << "the data directory becomes current";
@@ -103,7 +82,7 @@ TEST(SettlePacks, ParentsAreNotCreated) {
     std::string dir = base + "/missing/mareplot";
     copies.clear();
     mr_settle_packs(dir.c_str(), fakeCopy);
-    EXPECT_FALSE(exists(dir));
+    EXPECT_FALSE(fileExists(dir));
 }
 
 TEST(DataDir, PlatformPlaceThenXdgThenDefault) {
@@ -117,12 +96,12 @@ TEST(DataDir, PlatformPlaceThenXdgThenDefault) {
     unsetenv("XDG_DATA_HOME");
     ASSERT_EQ(0, mr_data_dir(dir, sizeof dir));
     EXPECT_EQ(home + "/.local/share/mareplot", std::string(dir));
-    EXPECT_TRUE(exists(home + "/.local/share")) << "parents are created";
+    EXPECT_TRUE(fileExists(home + "/.local/share")) << "parents are created";
 
     setenv("XDG_DATA_HOME", (home + "/xdg/data").c_str(), 1);
     ASSERT_EQ(0, mr_data_dir(dir, sizeof dir));
     EXPECT_EQ(home + "/xdg/data/mareplot", std::string(dir));
-    EXPECT_TRUE(exists(home + "/xdg/data"));
+    EXPECT_TRUE(fileExists(home + "/xdg/data"));
 
     setenv("XDG_DATA_HOME", "relative/path", 1);
     ASSERT_EQ(0, mr_data_dir(dir, sizeof dir));
@@ -156,13 +135,13 @@ TEST(KeyFiles, ReadKeepsDefaultsAndTakesFirstLineBounded) {
     };
     for (const auto &c : cases) {
         unlink((dir + "/k.key").c_str());
-        if (c.content) put(dir + "/k.key", c.content);
+        if (c.content) writeFile(dir + "/k.key", c.content);
         char value[64] = "en";
         EXPECT_EQ(0, mrc_read_regkey("k", value, c.size));
         EXPECT_STREQ(c.want, value) << (c.content ? c.content : "(none)");
     }
     EXPECT_EQ(0, mrc_write_regkey("skin", "Foo"));
-    EXPECT_EQ("Foo", slurp(dir + "/skin.key"));
+    EXPECT_EQ("Foo", readFile(dir + "/skin.key"));
     mrApp = saved;
 }
 

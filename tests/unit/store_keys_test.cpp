@@ -1,6 +1,6 @@
-// Pure parts of the store: tile keys from paths, the gazetteer's parsing and
-// bounds, the gateway's number text, the whole-database copy and the handle
-// swap.
+// Pure parts of the store: tile keys from paths, the gazetteer's parsing,
+// grid positions, the gateway's number text, the whole-database copy and
+// the handle swap.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <unistd.h>
@@ -10,6 +10,7 @@
 #include <string>
 
 #include "store/pack_store.h"
+#include "support/files.h"
 
 TEST(StoreKeys, TileKeys) {
     struct Case {
@@ -46,7 +47,7 @@ TEST(StoreKeys, TileKeys) {
     }
 }
 
-TEST(StoreKeys, GazetteerParseAndBounds) {
+TEST(StoreKeys, GazetteerPathNumbers) {
     struct Case {
         const char *text;
         int count;
@@ -66,16 +67,30 @@ TEST(StoreKeys, GazetteerParseAndBounds) {
         EXPECT_EQ(c.y, y) << c.text;
         EXPECT_EQ(c.range, range) << c.text;
     }
-    char sql[512];
-    gaz_sql(sql, sizeof(sql), 100, 200, 50);
-    EXPECT_STREQ("SELECT c,n,(100-x)*(100-x)+(200-y)*(200-y) AS d,x,y,r FROM gaz WHERE 50 < x AND "
-                 "x < 150 AND 150 < y AND y < 250 ORDER BY r DESC, 3",
-                 sql);
-    // the bounds wrap as 32-bit integers do; the longest text still fits
-    gaz_sql(sql, sizeof(sql), 2147483647, -2147483647 - 1, 1);
-    EXPECT_NE(nullptr, strstr(sql, "WHERE 2147483646 < x AND x < -2147483648 AND "
-                                   "2147483647 < y AND y < -2147483647 ORDER"))
-        << sql;
+}
+
+TEST(StoreKeys, GridPositionsTruncate) {
+    struct Case {
+        double lat, lon;
+        int32_t y, x;
+    } cases[] = {
+        {0, 0, 20015089, 20015089},
+        {54, 10, 12852955, 21127038},
+        {0, -180, 20015089, 0},
+        {0, 180, 20015089, 40030178},
+    };
+    for (const auto &c : cases) {
+        int32_t y = -1, x = -1;
+        toMerc(c.lat, c.lon, &y, &x);
+        EXPECT_EQ(c.y, y) << c.lat << "," << c.lon;
+        EXPECT_EQ(c.x, x) << c.lat << "," << c.lon;
+    }
+    // the AIS unit form (1/10000 minute) lands on the same grid point
+    int32_t y1, x1, y2, x2;
+    toMerc(54.5, 10.25, &y1, &x1);
+    pos2merc(54 * 600000 + 300000, 10 * 600000 + 150000, &y2, &x2);
+    EXPECT_EQ(y1, y2);
+    EXPECT_EQ(x1, x2);
 }
 
 namespace {
@@ -90,9 +105,7 @@ int count(sqlite3 *db, const char *sql) {
 }  // namespace
 
 TEST(StoreKeys, LoadOrSaveDbCopiesBothWays) {
-    char dir[] = "/tmp/mareplot-store-XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(dir));
-    std::string file = std::string(dir) + "/copy.db";
+    std::string dir = makeTempDir("mareplot-store-"), file = dir + "/copy.db";
     sqlite3 *a = NULL, *b = NULL;
     sqlite3_open(":memory:", &a);
     sqlite3_open(":memory:", &b);
@@ -111,8 +124,7 @@ TEST(StoreKeys, LoadOrSaveDbCopiesBothWays) {
     EXPECT_EQ(b, slot);
     mr_db_swap(&slot, NULL);
     EXPECT_EQ(nullptr, slot);
-    unlink(file.c_str());
-    rmdir(dir);
+    removeTree(dir);
 }
 
 TEST(StoreKeys, DoubleTextMatchesPrintf) {

@@ -1,0 +1,50 @@
+/*
+** files.h -- temporary directories and whole-file reads and writes for the
+** tests.
+*/
+#ifndef MAREPLOT_TEST_FILES_H
+#define MAREPLOT_TEST_FILES_H
+
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+/* A fresh directory /tmp/<prefix>XXXXXX. */
+inline std::string makeTempDir(const std::string &prefix) {
+    std::string tmpl = "/tmp/" + prefix + "XXXXXX";
+    std::vector<char> buf(tmpl.begin(), tmpl.end());
+    buf.push_back(0);
+    if (mkdtemp(buf.data()) == NULL) abort();
+    return std::string(buf.data());
+}
+
+/* Removes a tree under /tmp; other paths are left alone. */
+inline void removeTree(const std::string &path) {
+    if (path.size() < 6 || path.compare(0, 5, "/tmp/") != 0) return;
+    std::string cmd = "rm -rf '" + path + "'";
+    if (system(cmd.c_str()) != 0) {
+    }
+}
+
+inline std::string readFile(const std::string &path) {
+    std::ifstream f(path, std::ios::binary);
+    std::stringstream ss;
+    ss << f.rdbuf();
+    return ss.str();
+}
+
+inline void writeFile(const std::string &path, const std::string &data) {
+    std::ofstream f(path, std::ios::binary | std::ios::trunc);
+    f << data;
+}
+
+inline bool fileExists(const std::string &path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0;
+}
+
+#endif

@@ -47,6 +47,14 @@ DlStatus waitIdle(int timeoutMs = 30000) {
     return st;
 }
 
+// Polls until at least bytes have arrived; returns the last status.
+DlStatus waitBytes(int bytes) {
+    DlStatus st;
+    for (int i = 0; i < 200 && (st = dl("*")).b < bytes; i++)
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    return st;
+}
+
 std::string crcHex(const std::string &data) {
     char hex[16];
     uLong c = crc32(crc32(0L, Z_NULL, 0), (const Bytef *)data.data(), (uInt)data.size());
@@ -216,10 +224,7 @@ TEST_F(Download, CancelKeepsTheTemporaryFileAndSecondStartIsIgnored) {
     useServer(server);
     startHost();
     dl(start(5, pack));
-    DlStatus running;
-    for (int i = 0; i < 200 && (running = dl("*")).b < 65536; i++)
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    ASSERT_EQ(2, running.s);
+    ASSERT_EQ(2, waitBytes(65536).s);
 
     DlStatus other = dl("9 1 1000 12345678");
     EXPECT_EQ(5, other.id);
@@ -247,8 +252,7 @@ TEST_F(Download, RestartedHostContinuesTheTemporaryFile) {
         useServer(slow);
         startHost();
         dl(start(5, pack));
-        for (int i = 0; i < 200 && dl("*").b < 131072; i++)
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        waitBytes(131072);
         host_->stop();
     }
     const std::string held = readFile(tempFile(5));
@@ -309,8 +313,7 @@ TEST_F(Download, SlowStalledServerIsLeftAfterTheReceiveTimeout) {
     useServer(server);
     startHost();
     dl(start(5, pack));
-    for (int i = 0; i < 200 && dl("*").b < 65536; i++)
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    waitBytes(65536);
     EXPECT_EQ(3, dl("**").s);
     std::this_thread::sleep_for(std::chrono::seconds(55));
     EXPECT_EQ(3, dl("*").s);  // still inside the receive

@@ -92,30 +92,47 @@ static void download_thread(void *unused) {
 
 /* /download/: idle + anything but "*" starts a download with the rest of
 ** the path as arguments; running + "**" requests a stop; failed + "**"
-** acknowledges. Always answers the four figures. */
+** acknowledges. Always answers the four figures.
+**
+** The state in the reply is the one this step leaves. For a start that is
+** 1, also when the new thread has already moved on to 2 (or, failing at
+** once, back to 0): the client takes only a first reply of 1 as a start and
+** cancels on anything else, so the thread's speed must not show there.
+** The start and the stop change the state by compare-and-swap: of two
+** starts at once only one starts a thread, and a stop that comes as the
+** thread ends leaves the state at 0 instead of setting a 3 that nothing
+** would ever clear. */
 static void route_download(ResponseBuffer *out, const char *path) {
     char json[160];
     int32_t state = MR_LOAD(mrApp.dlState);
+    int32_t shown;
     size_t len = strlen(path);
     char b10 = len > 10 ? path[10] : 0;
     char b11 = len > 11 ? path[11] : 0;
+    int started = 0;
 
     if (state == 0) {
-        if (b10 != '*') {
+        if (b10 != '*' && __atomic_compare_exchange_n(&mrApp.dlState, &state, 1, 0, __ATOMIC_SEQ_CST,
+                                                      __ATOMIC_SEQ_CST)) {
             /* at most 256 bytes of arguments: a longer text is cut, since it
             ** comes from outside and must not end the process */
             snprintf(mrApp.dlArgs, sizeof(mrApp.dlArgs), "%s", path + 10);
-            MR_STORE(mrApp.dlState, 1);
             _beginthread(download_thread, 0, NULL);
+            started = 1;
         }
     } else if (state > 0) {
-        if (b11 == '*') MR_STORE(mrApp.dlState, 3);
+        if (b11 == '*') {
+            while (state > 0 && !__atomic_compare_exchange_n(&mrApp.dlState, &state, 3, 0,
+                                                             __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST)) {
+            }
+        }
     } else {
         if (b11 == '*') MR_STORE(mrApp.dlState, 0);
     }
+    shown = started ? 1 : MR_LOAD(mrApp.dlState);
     buffReset(out);
     snprintf(json, sizeof(json), "{\"id\":%d,\"b\":%d,\"s\":%d,\"e\":%d}", MR_LOAD(mrApp.dlId),
-             MR_LOAD(mrApp.dlBytes), MR_LOAD(mrApp.dlState), MR_LOAD(mrApp.dlError));
+             MR_LOAD(mrApp.dlBytes), shown, MR_LOAD(mrApp.dlError));
     buffAddChar(out, json);
     buffSendHttp(out, NULL, 5, 0);
 }

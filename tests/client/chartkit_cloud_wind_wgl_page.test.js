@@ -368,12 +368,14 @@ test('a kit downloads from the chart server with progress; a broken one shows it
             await page.check('#np_chartkit_add_form input[value="5"]');
             await page.click('#btn_chartkit_exec');
             const shown = new Set();
+            let last = '';
             for (let i = 0; i < 200; i++) {
                 const st = await page.evaluate(() => ({
                     text: document.getElementById('np_chartkit_progress_text').innerText,
                     kit: kelvor.settings.k.chartkit,
                 }));
-                if (/\d+ %/.test(st.text)) shown.add(st.text.replace(/\s+/g, ' '));
+                last = st.text.replace(/\s+/g, ' ');
+                if (/\d+ %/.test(st.text)) shown.add(last);
                 if (st.kit === 'A000005.marepack') break;
                 await new Promise((r) => setTimeout(r, 100));
             }
@@ -383,7 +385,7 @@ test('a kit downloads from the chart server with progress; a broken one shows it
                 charts: kelvor.chartkit.chartList.map((c) => c.n),
             }));
             assert.deepStrictEqual(done, { kit: 'A000005.marepack', listed: 2, charts: ['Test bay'] },
-                'progress seen: ' + [...shown].join(' | '));
+                'progress seen: ' + [...shown].join(' | ') + '; last text: ' + last);
             assert.ok(shown.size >= 2, 'several progress steps: ' + [...shown].join(' | '));
             assert.ok([...shown].some((t) => /Test bay/.test(t) && /MB \/ 0\.\d\d MB/.test(t)));
 

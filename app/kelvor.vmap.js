@@ -63,9 +63,6 @@ kelvor.vmap = function (canvas, a, b, c) {
     this.firstCompleteAt = 0;
     this.passTimes = [];
     this._gestureStart = null;
-    /* number of the buffer's current composition; a tile drawn into it
-    ** carries the number as _drawnIn */
-    this._composition = 0;
 
     this.ctx = this.canvas.getContext("2d");
     this.buffer = document.createElement("canvas");
@@ -506,11 +503,10 @@ kelvor.vmap.prototype = {
         if (rebuild) {
             this.renderRasterTile();
             this.queueWait = 0;
-        } else if (this._missing() || this._drawArrived(b)) {
+        } else if (this._missing()) {
             this.ctx.drawImage(this.buffer, 0, 0);
             return;
         }
-        this._composition++;
         b.setTransform(1, 0, 0, 1, 0, 0);
         b.fillStyle = "#aaaaaa";
         b.fillRect(0, 0, this.sx, this.sy);
@@ -634,63 +630,16 @@ kelvor.vmap.prototype = {
         this.queueWait = 0;
         for (var i = 0; i < this.tileList.length; i++) {
             var img = this.renderList[this.tileList[i]];
+            var sp = Math.pow(2, img.zt + 8) / this.base;
             if (img.naturalWidth > 127) {
-                var r = this._tileRect(img);
-                b.drawImage(img, r.x, r.y, r.e, r.e);
-                img._drawnIn = this._composition;
+                var e = Math.ceil(256 / sp);
+                b.drawImage(img, Math.floor(img.xt * 256 / sp - this.cxzero),
+                    Math.floor(img.yt * 256 / sp - this.cyzero), e, e);
             } else {
                 this.queueWait++;
             }
         }
         if (this.queueWait > 0) this.paintByTimer();
-    },
-
-    /* Where a tile lands in the buffer, before the view's rotation: its
-    ** top-left corner and edge in canvas pixels. */
-    _tileRect: function (img) {
-        var sp = Math.pow(2, img.zt + 8) / this.base;
-        return { x: Math.floor(img.xt * 256 / sp - this.cxzero), y: Math.floor(img.yt * 256 / sp - this.cyzero),
-            e: Math.ceil(256 / sp) };
-    },
-
-    /* Adds the tiles that arrived since the last pass to the buffer without
-    ** drawing the others again. The result must be the picture a full
-    ** redraw in list order would give, so this declines (returns false,
-    ** and the caller redraws everything) when an arrived tile overlaps a
-    ** tile already drawn that comes after it in the list, since that one
-    ** has to stay on top; and when the view is rotated, where neighbouring
-    ** tiles share their smoothed edge pixels. While the tiles of a view
-    ** come in, this keeps each pass to the new tiles instead of all of
-    ** them. Returns true when the buffer is up to date. */
-    _drawArrived: function (b) {
-        if (this.rotation !== 0) return false;
-        var list = this.tileList, gen = this._composition, fresh = [], i, j;
-        for (i = 0; i < list.length; i++) {
-            var img = this.renderList[list[i]];
-            if (img.naturalWidth > 127 && img._drawnIn !== gen) fresh.push(i);
-        }
-        for (i = 0; i < fresh.length; i++) {
-            var a = this._tileRect(this.renderList[list[fresh[i]]]);
-            for (j = fresh[i] + 1; j < list.length; j++) {
-                var o = this.renderList[list[j]];
-                if (o._drawnIn !== gen) continue;
-                var c = this._tileRect(o);
-                if (a.x < c.x + c.e && c.x < a.x + a.e && a.y < c.y + c.e && c.y < a.y + a.e) return false;
-            }
-        }
-        b.setTransform(1, 0, 0, 1, this.hx, this.hy);
-        for (i = 0; i < fresh.length; i++) {
-            var t = this.renderList[list[fresh[i]]], r = this._tileRect(t);
-            b.drawImage(t, r.x, r.y, r.e, r.e);
-            t._drawnIn = gen;
-        }
-        b.setTransform(1, 0, 0, 1, 0, 0);
-        this.queueWait = 0;
-        for (i = 0; i < list.length; i++) {
-            if (!(this.renderList[list[i]].naturalWidth > 127)) this.queueWait++;
-        }
-        if (this.queueWait > 0) this.paintByTimer();
-        return true;
     },
 
     drawTiles3d: function () {

@@ -380,6 +380,7 @@ test('a pass with nothing new keeps the composed chart', () => {
 
     stuck.naturalWidth = 256;
     v._compose(false);
+    assert.strictEqual(calls.filter((c) => c[0] === 'tile').length, 2, 'an arrived tile redraws the buffer');
     assert.strictEqual(v.queueWait, 0, 'the arrived tile is drawn');
     assert.ok(!v.busy());
 });

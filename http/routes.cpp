@@ -112,8 +112,7 @@ static void route_download(ResponseBuffer *out, const char *path) {
     int started = 0;
 
     if (state == 0) {
-        if (b10 != '*' && __atomic_compare_exchange_n(&mrApp.dlState, &state, 1, 0, __ATOMIC_SEQ_CST,
-                                                      __ATOMIC_SEQ_CST)) {
+        if (b10 != '*' && MR_CAS(mrApp.dlState, &state, 1)) {
             /* at most 256 bytes of arguments: a longer text is cut, since it
             ** comes from outside and must not end the process */
             snprintf(mrApp.dlArgs, sizeof(mrApp.dlArgs), "%s", path + 10);
@@ -122,8 +121,7 @@ static void route_download(ResponseBuffer *out, const char *path) {
         }
     } else if (state > 0) {
         if (b11 == '*') {
-            while (state > 0 && !__atomic_compare_exchange_n(&mrApp.dlState, &state, 3, 0,
-                                                             __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST)) {
+            while (state > 0 && !MR_CAS(mrApp.dlState, &state, 3)) {
             }
         }
     } else {

@@ -53,6 +53,9 @@ extern MrAppRecord mrApp;
 #define MR_LOAD(x) __atomic_load_n(&(x), __ATOMIC_SEQ_CST)
 #define MR_STORE(x, v) __atomic_store_n(&(x), (v), __ATOMIC_SEQ_CST)
 #define MR_ADD(x, v) __atomic_add_fetch(&(x), (v), __ATOMIC_SEQ_CST)
+/* Sets x to v if it still holds *expected; otherwise stores what it holds
+** in *expected. Nonzero when it set x. */
+#define MR_CAS(x, expected, v) __atomic_compare_exchange_n(&(x), (expected), (v), 0, __ATOMIC_SEQ_CST, __ATOMIC_SEQ_CST)
 
 /* The record-filling steps of app_init_qt, without the service start; the
 ** headless host follows them with start_server(1). */

@@ -213,9 +213,7 @@ void download(void) {
     /* 1 -> 2 in one step: should two starts race in the route, only one
     ** thread takes the download and the other leaves at once */
     int32_t requested = 1;
-    if (!__atomic_compare_exchange_n(&mrApp.dlState, &requested, 2, 0, __ATOMIC_SEQ_CST,
-                                     __ATOMIC_SEQ_CST))
-        return;
+    if (!MR_CAS(mrApp.dlState, &requested, 2)) return;
     MR_STORE(mrApp.dlBytes, 0);
     MR_STORE(mrApp.dlError, 0);
     MR_STORE(mrApp.dlId, 0);

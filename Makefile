@@ -6,34 +6,21 @@ SHELL := /bin/bash
 JOBS ?= $(shell nproc)
 BUILD_TYPE ?= RelWithDebInfo
 
-# Debian packages the build and the tests need.
-APT_PACKAGES := cmake g++ make pkg-config libsqlite3-dev sqlite3 googletest libgtest-dev \
-	libbenchmark-dev nodejs npm socat zlib1g-dev \
-	librsvg2-bin sox lame netpbm gifsicle \
-	chromium fonts-dejavu-core \
-	libcairo2-dev
-
+# Debian packages: tools/debian-packages.txt lists them with what each is for;
+# tools/deps.sh installs the missing ones and says which and why.
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all deps npm build run test test-unit test-asan bench clean demo
+.PHONY: all deps deps-check npm build run test test-unit test-asan bench clean demo
 
 all: build
 
-# The window (Qt 5 with its web view and serial port), its tests under Xvfb
-# and the Debian package.
-APT_PACKAGES += qtbase5-dev qtwebengine5-dev libqt5serialport5-dev xvfb xauth \
-	libgl1-mesa-dri dpkg-dev desktop-file-utils
-
 deps:
-	@missing=""; for p in $(APT_PACKAGES); do \
-	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "install ok installed" || missing="$$missing $$p"; \
-	done; \
-	if [ "$$missing" = " npm" ] && command -v npm >/dev/null; then missing=""; fi; \
-	if [ -n "$$missing" ]; then \
-	  echo "Installing Debian packages:$$missing"; \
-	  $(SUDO) apt-get update -qq && \
-	  DEBIAN_FRONTEND=noninteractive $(SUDO) apt-get install -y -qq --no-install-recommends $$missing; \
-	fi
+	@tools/deps.sh
+
+# Asks apt whether the whole package list installs together (CI runs it first,
+# so a conflict shows even where everything is already installed).
+deps-check:
+	@tools/deps.sh --check
 
 npm: deps
 	@if [ -f package.json ]; then \
@@ -61,8 +48,6 @@ run: build
 
 # A moving scene for a first look: the demo voyage replayed over TCP into
 # the host (tools/demo.sh says what to open).
-# curl: tools/demo.sh waits for the host and seeds the demo's settings.
-APT_PACKAGES += curl
 demo: build
 	tools/demo.sh build
 
@@ -102,9 +87,8 @@ bench: build
 clean:
 	rm -rf build build-asan
 
-# AIS: gpsdecode cross-checks the tests' AIS encoder; clang builds the fuzz
-# target with libFuzzer. `make fuzz-smoke` runs it for FUZZ_SECONDS.
-APT_PACKAGES += gpsd-clients clang
+# clang builds the fuzz targets with libFuzzer. `make fuzz-smoke` runs them
+# for FUZZ_SECONDS.
 .PHONY: fuzz-smoke
 fuzz-smoke: deps
 	$(MAKE) -C fuzz smoke

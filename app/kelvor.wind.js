@@ -384,7 +384,7 @@ kelvor.wind = {
                     if (speed > 0.06) {
                         ctx.fillStyle = "black";
                         ctx.font = "11px sans-serif";
-                        ctx.fillText(kelvor.settings.fmtSpeed(speed * 1.94384), sx, py);
+                        ctx.fillText(kelvor.settings.fmtSpeed(speed), sx, py);
                     }
                 } else W.streamArrow(ctx, sx, py, dir, speed);
             }
@@ -463,7 +463,7 @@ kelvor.wind = {
         for (var i = 0; i < 7; i++) {
             var sp = W.max * i / 6, c = W.rgbGradient(W.legend, sp, W.max).c;
             h += "<td style=\"background:rgb(" + Math.round(c[0]) + "," + Math.round(c[1]) + "," + Math.round(c[2]) +
-                ")\">&gt;" + W._fmt(sp * 1.94384) + "</td>";
+                ")\">&gt;" + W._fmt(sp) + "</td>";
         }
         h += "</tr></table>";
         if (W.vtlist.length) {

@@ -104,3 +104,30 @@ test('findDefault: the smallest grid of the mode that holds the point', () => {
     assert.strictEqual(W.findDefault(2, 54, 10), 'cur');
     assert.throws(() => W.findDefault(2, 45, 20));
 });
+
+/* Grid speeds are metres per second: the legend and the current labels go
+** through fmtSpeed once, which alone converts to the chosen unit. */
+test('legend and current labels convert metres per second once', () => {
+    const ctx = load(CORE.concat(['kelvor.wind.js']));
+    const W = ctx.kelvor.wind;
+    const dash = { innerHTML: '', className: 'none' };
+    ctx.document.getElementById = (id) => (id === 'cp_windfinder_dash' ? dash : null);
+    W.legend = [[0, 0, 0], [255, 255, 255]];
+    W.max = 50 / 1.94384449244;
+    W.vtlist = [];
+    W.windLegend();
+    const cells = dash.innerHTML.match(/&gt;[^<]*/g).map((c) => c.slice(4));
+    assert.strictEqual(cells[0], '0 kt');
+    assert.strictEqual(cells[6], '50 kt');
+
+    const texts = [];
+    const c2d = { x1: 0, x2: 60, y1: 0, y2: 60, cxzero: 0, cyzero: 0, fillText: (t) => texts.push(t) };
+    ctx.cpApp = { map: { getLatLon: () => ({ lat: 54, lon: 10 }), getXpos: () => 0, getYpos: () => 0 } };
+    W.grid = { ud: [0] };
+    W.grp = 2;
+    W.colorBG = null;
+    W.getWind = () => ({ u: 1, v: 0 });
+    W.streamArrow = () => {};
+    W.render(c2d);
+    assert.deepStrictEqual(texts, ['1.9 kt']);
+});

@@ -1,0 +1,257 @@
+/*
+** journey.js: screen-only helpers for the journeys.
+**
+** A journey acts the way a person does: it clicks, presses keys, selects
+** and types on elements that are visible inside the 1280 by 800 viewport.
+** These helpers never call client functions to act; they may read state
+** to wait or to check a result.
+**
+** firstStart() starts a host in a fresh data directory, opens the page,
+** closes the first-start wizard by its close control and waits for the
+** chart to paint. openMainMenu() brings the main menu bar in by clicking.
+** shot() saves a screenshot and decodes its pixels; voyage() serves a
+** recorded voyage through nmea_replay on a port of its own.
+*/
+'use strict';
+
+const assert = require('node:assert');
+const fs = require('fs');
+const os = require('os');
+const path = require('path');
+const zlib = require('zlib');
+const { spawn } = require('child_process');
+const browser = require('../client/browser');
+
+const WIDTH = 1280;
+const HEIGHT = 800;
+const ROOT = path.resolve(__dirname, '../..');
+const REPLAY = process.env.NMEA_REPLAY || path.join(path.dirname(browser.MAREPLOTD), 'nmea_replay');
+const SHOTS = process.env.JOURNEY_SHOTS || path.join(os.tmpdir(), 'mareplot-journeys');
+
+/* Is the element visible and wholly inside the viewport? Runs in the page. */
+function inViewJs(sel) {
+    const e = document.querySelector(sel);
+    if (!e) return false;
+    const st = window.getComputedStyle(e);
+    if (st.display === 'none' || st.visibility === 'hidden' || e.offsetParent === null && st.position !== 'fixed') return false;
+    const r = e.getBoundingClientRect();
+    return r.width > 0 && r.height > 0 && r.left >= 0 && r.top >= 0 &&
+        r.right <= window.innerWidth + 0.5 && r.bottom <= window.innerHeight + 0.5;
+}
+
+/* Waits until the element is visible and inside the viewport, and no
+** longer moving (the bars slide in for 0.3 s). */
+async function waitInView(page, sel, timeout) {
+    await page.waitForFunction(inViewJs, sel, { timeout: timeout || 10000 });
+    let last = null;
+    for (;;) {
+        const box = await page.evaluate((s) => {
+            const r = document.querySelector(s).getBoundingClientRect();
+            return [r.left, r.top, r.width, r.height].join(',');
+        }, sel);
+        if (box === last) return;
+        last = box;
+        await page.waitForTimeout(50);
+    }
+}
+
+async function waitHidden(page, sel, timeout) {
+    await page.waitForFunction((s) => {
+        const e = document.querySelector(s);
+        if (!e) return true;
+        const r = e.getBoundingClientRect();
+        return e.offsetParent === null || r.width === 0 || r.top >= window.innerHeight || r.bottom <= 0;
+    }, sel, { timeout: timeout || 10000 });
+}
+
+function isInView(page, sel) {
+    return page.evaluate(inViewJs, sel);
+}
+
+/* Clicks an element after checking that a person could see it there. */
+async function click(page, sel) {
+    await waitInView(page, sel);
+    await page.click(sel);
+}
+
+/* Waits for a render pass with every tile of the view drawn. */
+function chartPainted(page, timeout) {
+    return browser.settled(page, timeout || 20000);
+}
+
+/* Starts a host in a fresh data directory and opens the page at 1280x800.
+** Returns { page, host, close() }; close() fails the test on script
+** errors the page raised. */
+async function start(opts) {
+    const host = await browser.startHost();
+    let b;
+    try {
+        b = await browser.openPage(Object.assign({ width: WIDTH, height: HEIGHT }, opts || {}));
+        await b.page.goto(browser.PAGE);
+        await b.page.waitForFunction(() => window.cpApp && cpApp.map && cpApp.map._renderCount > 0,
+            null, { timeout: 20000 });
+    } catch (e) {
+        if (b) await b.close();
+        await host.stop();
+        throw e;
+    }
+    return {
+        page: b.page,
+        host,
+        async close() {
+            const errors = b.page.errors.slice();
+            await b.close();
+            await host.stop();
+            assert.deepStrictEqual(errors, [], 'no script errors in the page');
+        },
+    };
+}
+
+/* Closes the first-start wizard by its × like a user. */
+async function closeWizard(page) {
+    await waitInView(page, '#np_wizzard_1 .np_close');
+    await page.click('#np_wizzard_1 .np_close');
+    await waitHidden(page, '#np_wizzard_1');
+}
+
+/* A first start: fresh data directory, wizard closed, chart painted. */
+async function firstStart(opts) {
+    const s = await start(opts);
+    try {
+        await closeWizard(s.page);
+        await chartPainted(s.page);
+    } catch (e) {
+        await s.close().catch(() => {});
+        throw e;
+    }
+    return s;
+}
+
+/* Brings the main menu bar in by clicking the menu button when it is
+** not already showing. */
+async function openMainMenu(page) {
+    if (!await isInView(page, '#cp_menu_main')) await click(page, '#cp_tool');
+    await waitInView(page, '#cp_menu_main');
+}
+
+/* The main-menu button with the given visible label. */
+function menuEntry(label) {
+    return `#cp_menu_main .menu_btn:has(span:text-is("${label}"))`;
+}
+
+/* The visible text of an element, as a person reads it. */
+function text(page, sel) {
+    return page.locator(sel).first().innerText();
+}
+
+/* Selects an option by its visible text in a select that is on screen. */
+async function select(page, sel, label) {
+    await waitInView(page, sel);
+    await page.selectOption(sel, { label });
+}
+
+/* Clears a visible text field and types into it. */
+async function type(page, sel, value) {
+    await waitInView(page, sel);
+    await page.click(sel, { clickCount: 3 });
+    await page.keyboard.press('Control+A');
+    await page.keyboard.press('Backspace');
+    await page.keyboard.type(String(value));
+}
+
+/* A minimal PNG reader for the screenshots chromium writes: 8-bit RGB or
+** RGBA, not interlaced. Returns { width, height, channels, data }. */
+function decodePng(buf) {
+    let pos = 8, width = 0, height = 0, channels = 0;
+    const idat = [];
+    while (pos < buf.length) {
+        const len = buf.readUInt32BE(pos), type = buf.toString('ascii', pos + 4, pos + 8);
+        const body = buf.subarray(pos + 8, pos + 8 + len);
+        if (type === 'IHDR') {
+            width = body.readUInt32BE(0);
+            height = body.readUInt32BE(4);
+            assert.strictEqual(body[8], 8, 'PNG bit depth');
+            channels = { 2: 3, 6: 4 }[body[9]];
+            assert.ok(channels && body[12] === 0, 'PNG colour type and interlace');
+        } else if (type === 'IDAT') idat.push(body);
+        pos += 12 + len;
+    }
+    const raw = zlib.inflateSync(Buffer.concat(idat)), stride = width * channels;
+    const data = Buffer.alloc(stride * height);
+    for (let y = 0; y < height; y++) {
+        const f = raw[y * (stride + 1)], src = y * (stride + 1) + 1, dst = y * stride;
+        for (let x = 0; x < stride; x++) {
+            const a = x >= channels ? data[dst + x - channels] : 0;
+            const b = y > 0 ? data[dst - stride + x] : 0;
+            const c = x >= channels && y > 0 ? data[dst - stride + x - channels] : 0;
+            let p;
+            if (f === 0) p = 0;
+            else if (f === 1) p = a;
+            else if (f === 2) p = b;
+            else if (f === 3) p = (a + b) >> 1;
+            else {
+                const pa = Math.abs(b - c), pb = Math.abs(a - c), pc = Math.abs(a + b - 2 * c);
+                p = pa <= pb && pa <= pc ? a : pb <= pc ? b : c;
+            }
+            data[dst + x] = (raw[src + x] + p) & 255;
+        }
+    }
+    return { width, height, channels, data };
+}
+
+/* Takes a screenshot, keeps it as <name>.png under JOURNEY_SHOTS (default
+** a directory in the temporary directory) and returns its pixels with
+** pixel(x, y) -> [r, g, b]. */
+async function shot(page, name) {
+    fs.mkdirSync(SHOTS, { recursive: true });
+    const file = path.join(SHOTS, name + '.png');
+    const buf = await page.screenshot({ path: file });
+    const img = decodePng(buf);
+    img.file = file;
+    img.pixel = (x, y) => {
+        const i = (Math.round(y) * img.width + Math.round(x)) * img.channels;
+        return [img.data[i], img.data[i + 1], img.data[i + 2]];
+    };
+    return img;
+}
+
+/* Serves NMEA text through nmea_replay on a free port of 127.0.0.1:
+** by default the recorded demo voyage, looped. opts: lines (array of
+** sentences instead of the voyage), speed (-x), loop (default true).
+** Returns { port, stop() } once the replay listens. */
+async function voyage(opts) {
+    const o = opts || {};
+    const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'mareplot-voyage-'));
+    const file = path.join(dir, 'voyage.nmea');
+    const textOut = o.lines ? o.lines.join('\r\n') + '\r\n' : require(path.join(ROOT, 'tools/demo_voyage.js')).voyage();
+    fs.writeFileSync(file, textOut);
+    const args = ['-p', '0'];
+    if (o.speed) args.push('-x', String(o.speed));
+    if (o.loop !== false) args.push('-l');
+    args.push(file);
+    const proc = spawn(REPLAY, args, { stdio: ['ignore', 'pipe', 'inherit'] });
+    let exited = false;
+    const done = new Promise((res) => proc.on('exit', () => { exited = true; res(); }));
+    const port = await new Promise((resolve, reject) => {
+        let out = '';
+        const timer = setTimeout(() => reject(new Error('nmea_replay did not start')), 10000);
+        proc.stdout.on('data', (d) => {
+            out += d.toString();
+            const m = /serving .* on 127\.0\.0\.1:(\d+)/.exec(out);
+            if (m) { clearTimeout(timer); resolve(Number(m[1])); }
+        });
+        proc.on('exit', () => { clearTimeout(timer); reject(new Error('nmea_replay ended: ' + out)); });
+    });
+    proc.stdout.resume();
+    return {
+        port,
+        async stop() {
+            if (!exited) proc.kill('SIGTERM');
+            await done;
+            fs.rmSync(dir, { recursive: true, force: true });
+        },
+    };
+}
+
+module.exports = { WIDTH, HEIGHT, start, firstStart, closeWizard, chartPainted, openMainMenu, menuEntry,
+    waitInView, waitHidden, isInView, click, text, select, type, shot, decodePng, voyage };

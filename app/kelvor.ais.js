@@ -722,8 +722,9 @@ kelvor.ais = {
     /* Rows of the target dialog: [label, value, onlyInMore]. */
     statusRows: function (e) {
         var a = kelvor.ais, s = kelvor.settings, rows = [];
-        if (String(e.name) !== String(e.user)) rows.push(["Name", e.name, false]);
-        rows.push(["Callsign", e.callsign, false]);
+        var esc = kelvor.aux.esc;
+        if (String(e.name) !== String(e.user)) rows.push(["Name", esc(e.name), false]);
+        rows.push(["Callsign", esc(e.callsign), false]);
         if (e.bow !== undefined) rows.push(["Length", (e.bow + e.stern) + " m", false]);
         if (e.port !== undefined) rows.push(["Beam", (e.port + e.starboard) + " m", false]);
         if (e.draught !== undefined) rows.push(["Draught", (e.draught / 10) + " m", false]);
@@ -737,7 +738,7 @@ kelvor.ais = {
         if (e.lat !== undefined) rows.push(["Position", s.fmtGeo(e.lat, "N", "S") + " " + s.fmtGeo(e.lon, "W", "E"), false]);
         rows.push(["Age", a.mkage(e), false]);
         if (e.stat !== undefined) rows.push(["Status Navigation", a.navStatus(e), false]);
-        if (e.dest !== undefined) rows.push(["Destination", e.dest, false]);
+        if (e.dest !== undefined) rows.push(["Destination", esc(e.dest), false]);
         if (e.eta) rows.push(["ETA", a.etaUnpack(e.eta, new Date().getFullYear()).toLocaleString(), false]);
         if (e.shiptype !== undefined) rows.push(["Ship Type", a.shipType(e.shiptype), false]);
         return rows;
@@ -825,12 +826,13 @@ function fillAisList(aisuserid) {
         }
         if (t.msgid === 201) {
             if (!t.CPA) continue;
-            h += "<div class=\"ais_entry ais_rte\"><b>" + t.name + "</b> TCPA: " +
+            h += "<div class=\"ais_entry ais_rte\"><b>" + kelvor.aux.esc(t.name) + "</b> TCPA: " +
                 String(t.CPA).split("&nbsp;/&nbsp;")[1] + "</div>";
             continue;
         }
-        h += "<div class=\"ais_entry\" data-mmsi=\"" + t.user + "\" onclick=\"kelvor.ais.goAis('" + t.user + "')\"><b>" +
-            t.name + "</b><br>SOG: " + t.SOG + " COG: " + t.COG + "<br>BRG: " + s.fmtBrg(t.brg) + " RNG: " +
+        h += "<div class=\"ais_entry\" data-mmsi=\"" + kelvor.aux.esc(t.user) +
+            "\" onclick=\"kelvor.ais.goAis(this.getAttribute('data-mmsi'))\"><b>" +
+            kelvor.aux.esc(t.name) + "</b><br>SOG: " + t.SOG + " COG: " + t.COG + "<br>BRG: " + s.fmtBrg(t.brg) + " RNG: " +
             s.fmtDist(t.rng) + "<br>CPA: <span class=\"ais_cpa\">" + (t.CPA || "---") + "</span></div>";
     }
     a.aisListSorted = cand;

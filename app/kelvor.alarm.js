@@ -42,9 +42,6 @@ kelvor.alarmList = [];
     var COLORS = [["#ff0000", "Red"], ["#0000ff", "Blue"], ["#00ff00", "Green"]];
 
     function el(id) { return document.getElementById(id); }
-    function esc(t) {
-        return String(t === undefined ? "" : t).replace(/&/g, "&amp;").replace(/</g, "&lt;").replace(/"/g, "&quot;");
-    }
     function show(id, on) {
         var e = el(id);
         if (!e) return;
@@ -363,7 +360,7 @@ kelvor.alarmList = [];
         if (!al) h += "<option value=\"-1\">" + "Select Alarm" + "</option>";
         for (var i = 0; i < kelvor.alarmList.length; i++) {
             h += "<option value=\"" + i + "\"" + (kelvor.alarmList[i] === al ? " selected" : "") + ">" + (i + 1) +
-                " - " + esc(kelvor.alarmList[i].name) + "</option>";
+                " - " + kelvor.aux.esc(kelvor.alarmList[i].name) + "</option>";
         }
         h += "</select>";
         if (al) {
@@ -372,7 +369,7 @@ kelvor.alarmList = [];
             if (al.aType === 1) len = 2 * Math.PI * geoDist(al.m[0], al.m[1]);
             al.length = s.fmtDist(len);
             var spd = Number(s.k.S.i_settings_boat_speed) || 0;
-            h += " <input type=\"text\" id=\"i_alarm_name\" value=\"" + esc(al.name) +
+            h += " <input type=\"text\" id=\"i_alarm_name\" value=\"" + kelvor.aux.esc(al.name) +
                 "\" onchange=\"kelvor.alarm.rename(this)\"> <span id=\"i_alarm_length\">" + al.length +
                 "</span> <span id=\"i_alarm_duration\">" + (spd > 0 ? s.fmtDuration(len / spd) : "---") + "</span>" +
                 " <select id=\"i_alarm_color\" onchange=\"kelvor.alarm.alarmColorChange(this)\">";

@@ -513,8 +513,8 @@ kelvor.boat = {
             for (var j = 0; j < list.length; j++) {
                 var e = list[j], cl = e.c !== undefined ? e.c : e.cl;
                 if (cl !== undefined && fc[cl]) cl = fc[cl];
-                h += "<tr onclick=\"kelvor.boat.goNearMe(" + j + ")\"><td>" + M.esc(e.n !== undefined ? e.n : e.name) +
-                    "</td><td>" + s.fmtDist(e.d) + "</td><td>" + e.brgText + "</td><td>" + M.esc(cl) + "</td></tr>";
+                h += "<tr onclick=\"kelvor.boat.goNearMe(" + j + ")\"><td>" + kelvor.aux.esc(e.n !== undefined ? e.n : e.name) +
+                    "</td><td>" + s.fmtDist(e.d) + "</td><td>" + e.brgText + "</td><td>" + kelvor.aux.esc(cl) + "</td></tr>";
             }
             h += "</table>";
         }

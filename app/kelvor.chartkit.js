@@ -392,7 +392,7 @@ kelvor.chartkit = {
             var u = update[ids[i]], mine = have && have[ids[i]];
             var state = mine ? (Number(mine.version) === Number(u.version) ? "Installed" : "Update") : "";
             h += "<tr><td><input type=\"checkbox\" name=\"kit\" value=\"" + Number(u.pid) + "\"></td><td>" +
-                String(u.name).replace(/[<>&"]/g, "") + "</td><td>" + (Number(u.filesize) / 1000000).toFixed(1) +
+                kelvor.aux.esc(u.name) + "</td><td>" + (Number(u.filesize) / 1000000).toFixed(1) +
                 " MB</td><td>" + state + "</td></tr>";
         }
         return h + "</table><div class=\"btn_row\"><button type=\"button\" id=\"btn_chartkit_exec\" " +
@@ -450,7 +450,7 @@ kelvor.chartkit = {
     progressHtml: function (u, b) {
         var size = Number(u.filesize) || 0, got = Number(b) || 0;
         var pc = size > 0 ? got * 100 / size : 0;
-        return "<div id=\"dl_name\">" + String(u.name).replace(/[<>&"]/g, "") + "</div>" +
+        return "<div id=\"dl_name\">" + kelvor.aux.esc(u.name) + "</div>" +
             "<div id=\"dl_pc\">" + pc.toFixed(0) + " %</div>" +
             "<div class=\"dl_bar\" style=\"border:1px solid #888;height:12px\"><div id=\"dl_bar_in\" style=\"background:#1a8;height:12px;width:" +
             Math.min(100, pc).toFixed(0) + "%\"></div></div>" +

@@ -226,6 +226,15 @@ kelvor.ajax.prototype = {
             .replace(/^\s+|\s+$/g, "").replace(/\s+/g, " ");
     };
 
+    /* Text from outside (radio, charts, other users, the server) as HTML
+    ** that shows it literally, in element content and in quoted
+    ** attributes alike. null and undefined give "". */
+    aux.esc = function (s) {
+        if (s === null || s === undefined) return "";
+        return String(s).replace(/&/g, "&amp;").replace(/</g, "&lt;").replace(/>/g, "&gt;")
+            .replace(/"/g, "&quot;").replace(/'/g, "&#39;");
+    };
+
     aux.strcmp = function (a, b) {
         return a < b ? -1 : (a > b ? 1 : 0);
     };

@@ -136,12 +136,6 @@ kelvor.marker = function (x, y, icon) {
     M._setText = setText;
     M._show = show;
 
-    /* Escapes text for placing into HTML. */
-    M.esc = function (t) {
-        return String(t === undefined || t === null ? "" : t).replace(/&/g, "&amp;").replace(/</g, "&lt;")
-            .replace(/>/g, "&gt;").replace(/"/g, "&quot;");
-    };
-
     M.fmtPos = function (p) {
         var s = kelvor.settings;
         return s.fmtLat(M.getLatY(p.y)) + " " + s.fmtLon(M.getLonX(p.x));
@@ -266,7 +260,7 @@ kelvor.marker = function (x, y, icon) {
         var f = el("np_nob_comment");
         if (!f) return;
         f.children[0].innerHTML = "<h2>Note</h2><textarea id=\"i_nob_comment\" rows=\"6\" style=\"width:100%\">" +
-            M.esc(text) + "</textarea><div class=\"btn_row\"><button type=\"button\" id=\"btn_nob_save\" onclick=\"" +
+            kelvor.aux.esc(text) + "</textarea><div class=\"btn_row\"><button type=\"button\" id=\"btn_nob_save\" onclick=\"" +
             action + "\">Save</button></div>";
         cpApp.sizeDialog(f);
     };
@@ -376,8 +370,8 @@ kelvor.marker = function (x, y, icon) {
         setText("i_marker_pos", M.fmtPos(m));
         setText("i_marker_dist", s.fmtDist(m.geoDist(b)));
         setText("i_marker_brg", s.fmtBrg(b.brg(m)));
-        setText("i_marker_location", M.esc(kelvor.chartkit.gazetteer(m.x, m.y)));
-        setText("i_marker_note", M.esc(m.note || ""));
+        setText("i_marker_location", kelvor.aux.esc(kelvor.chartkit.gazetteer(m.x, m.y)));
+        setText("i_marker_note", kelvor.aux.esc(m.note || ""));
     };
 
     M.menu = function () {
@@ -396,7 +390,7 @@ kelvor.marker = function (x, y, icon) {
             var l = M.userMarkers(), h = m ? "" : "<option value=\"-1\">Select Marker</option>";
             for (var i = 0; i < l.length; i++) {
                 h += "<option value=\"" + i + "\"" + (l[i] === m ? " selected" : "") + ">" + (i + 1) + " - " +
-                    M.esc(l[i].name) + "</option>";
+                    kelvor.aux.esc(l[i].name) + "</option>";
             }
             sel.innerHTML = h;
         }
@@ -416,8 +410,8 @@ kelvor.marker = function (x, y, icon) {
         var s = kelvor.settings;
         f.children[0].innerHTML = "<h2>Position</h2><table class=\"np_table\">" +
             "<tr><td>Latitude</td><td><input type=\"text\" id=\"i_edit_coord_y\" value=\"" +
-            M.esc(s.fmtLat(m.lat())) + "\"></td></tr><tr><td>Longitude</td><td><input type=\"text\" " +
-            "id=\"i_edit_coord_x\" value=\"" + M.esc(s.fmtLon(m.lon())) + "\"></td></tr></table>" +
+            kelvor.aux.esc(s.fmtLat(m.lat())) + "\"></td></tr><tr><td>Longitude</td><td><input type=\"text\" " +
+            "id=\"i_edit_coord_x\" value=\"" + kelvor.aux.esc(s.fmtLon(m.lon())) + "\"></td></tr></table>" +
             "<p>123\u00b059'59.99\", 123\u00b059.999' or 123.9999</p><div class=\"btn_row\">" +
             "<button type=\"button\" id=\"btn_edit_coord_save\" onclick=\"kelvor.marker.editmansave()\">Save</button></div>";
         cpApp.sizeDialog(f);

@@ -381,7 +381,7 @@ kelvor.routeList = [];
         var h = active ? "" : "<option value=\"-1\">" + first + "</option>";
         for (var i = 0; i < items.length; i++) {
             h += "<option value=\"" + i + "\"" + (items[i] === active ? " selected" : "") + ">" + (i + 1) + " - " +
-                M.esc(items[i].name) + "</option>";
+                kelvor.aux.esc(items[i].name) + "</option>";
         }
         sel.innerHTML = h;
     }

@@ -191,11 +191,11 @@ kelvor.track = {
             var r = rows[i], t = Number(r[4]), id = Number(r[5]), txt;
             if (t === 12) {
                 var o = T.parseNote(r[3]);
-                txt = "<b>" + M.esc(o.h) + "</b><br>" + M.esc(o.b) + " <button type=\"button\" onclick=\"kelvor.track." +
+                txt = "<b>" + kelvor.aux.esc(o.h) + "</b><br>" + kelvor.aux.esc(o.b) + " <button type=\"button\" onclick=\"kelvor.track." +
                     "noteDialog(" + id + ")\">" + "Edit" + "</button> <button type=\"button\" onclick=\"kelvor.track.delLog(" +
                     id + ")\">" + "Delete" + "</button>";
             } else {
-                txt = M.esc(r[3]);
+                txt = kelvor.aux.esc(r[3]);
             }
             var pos = Number(r[1]) < 999 ? s.fmtLat(Number(r[2])) + " " + s.fmtLon(Number(r[1])) : "---";
             h += "<tr><td>" + T.fmtDate(r[0]) + " " + T.fmtClock(r[0]) + "</td><td>" + (TYPES[t] || t) + "</td><td>" +
@@ -227,7 +227,7 @@ kelvor.track = {
             if (r && r.length) o = T.parseNote(r[0][0]);
         }
         f.children[0].innerHTML = "<h2>Note</h2><input type=\"text\" id=\"i_nob_name\" style=\"width:100%\" value=\"" +
-            M.esc(o.h) + "\"><textarea id=\"i_nob_comment\" rows=\"6\" style=\"width:100%\">" + M.esc(o.b) +
+            kelvor.aux.esc(o.h) + "\"><textarea id=\"i_nob_comment\" rows=\"6\" style=\"width:100%\">" + kelvor.aux.esc(o.b) +
             "</textarea><div class=\"btn_row\"><button type=\"button\" id=\"btn_nob_save\" onclick=\"" +
             (id ? "kelvor.track.editLog(" + Number(id) + ")" : "kelvor.track.addLog()") + "\">Save</button></div>";
         cpApp.sizeDialog(f);

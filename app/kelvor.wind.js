@@ -160,8 +160,7 @@ kelvor.wind = {
         var W = kelvor.wind, data = W.list ? W.list.data : {}, S = kelvor.settings.k.S;
         var opts = "<option value=\"auto\">Automatic</option>";
         for (var key in data) {
-            opts += "<option value=\"" + String(key).replace(/[<>&"]/g, "") + "\">" +
-                String(data[key].src).replace(/[<>&"]/g, "") + "</option>";
+            opts += "<option value=\"" + kelvor.aux.esc(key) + "\">" + kelvor.aux.esc(data[key].src) + "</option>";
         }
         var ids = ["i_chart_wind_source", "i_chart_stream_source"];
         for (var i = 0; i < ids.length; i++) {

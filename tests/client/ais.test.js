@@ -182,3 +182,32 @@ test('target dialog rows: short and long form, the swapped longitude letters', (
     for (const k of Object.keys(want)) assert.deepStrictEqual(rows[k], want[k], k);
     assert.ok(!('Name' in rows) && !('ETA' in rows), 'no name that is only the MMSI, no empty ETA');
 });
+
+/* Names come by radio or from other users: the list and the dialog must
+** show them as text, never as markup. */
+test('outside names reach the list and the dialog as text', () => {
+    const ctx = client();
+    const a = ctx.kelvor.ais;
+    const div = { innerHTML: '' };
+    ctx.document.getElementById = (id) => (id === 'r_ais_list' ? div : null);
+    ctx.kelvor.boat.loctime = 5000;
+    ctx.kelvor.boat.theBoat = { x: X0, y: Y0 };
+    ctx.kelvor.chartkit.navrte = new ctx.kelvor.navrte('empty');
+    const bad = '<IMG SRC=X onerror="alert(1)">';
+    a.setAisData({ ais: [
+        [211000001, 1, 0, Math.round(X0 + 300), Math.round(Y0 - 300), 0, 0, 511, -128, 0],
+        [211000001, 5, 0, 0, 0, '"><b>', bad, 70, 'A&B<', 0, 50, 10, 5, 5, 42, 1234567],
+    ] });
+    a.setRemote([{ uid: "9'); alert(2); ('", source: 200, showtime: 5000, lon: 0.01, lat: 0.01, cog: 0, sog: 0,
+        descr: '<script>x</script>' }]);
+    a.setAisData({ ais: [] });
+    const html = div.innerHTML;
+    assert.ok(!/<img|<script|<b>"/i.test(html), html);
+    assert.ok(html.includes('&lt;IMG SRC=X onerror=&quot;alert(1)&quot;&gt;'), 'radio name shown literally');
+    assert.ok(html.includes('&lt;script&gt;x&lt;/script&gt;'), 'remote name shown literally');
+    assert.ok(!html.includes("alert(2); ('\""), 'a remote id cannot leave its attribute');
+
+    const rows = Object.fromEntries(a.statusRows(a.ais_elem[211000001]).map((r) => [r[0], r[1]]));
+    assert.deepStrictEqual([rows.Name, rows.Callsign, rows.Destination],
+        ['&lt;IMG SRC=X onerror=&quot;alert(1)&quot;&gt;', '&quot;&gt;&lt;b&gt;', 'A&amp;B&lt;']);
+});

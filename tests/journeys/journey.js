@@ -28,44 +28,52 @@ const ROOT = path.resolve(__dirname, '../..');
 const REPLAY = process.env.NMEA_REPLAY || path.join(path.dirname(browser.MAREPLOTD), 'nmea_replay');
 const SHOTS = process.env.JOURNEY_SHOTS || path.join(os.tmpdir(), 'mareplot-journeys');
 
-/* Is the element visible and wholly inside the viewport? Runs in the page. */
-function inViewJs(sel) {
-    const e = document.querySelector(sel);
-    if (!e) return false;
-    const st = window.getComputedStyle(e);
-    if (st.display === 'none' || st.visibility === 'hidden' || e.offsetParent === null && st.position !== 'fixed') return false;
-    const r = e.getBoundingClientRect();
-    return r.width > 0 && r.height > 0 && r.left >= 0 && r.top >= 0 &&
-        r.right <= window.innerWidth + 0.5 && r.bottom <= window.innerHeight + 0.5;
+/* The element's box when it is visible and wholly inside the viewport,
+** else null. sel is any Playwright selector. */
+async function viewBox(page, sel) {
+    const loc = page.locator(sel).first();
+    if (!await loc.count() || !await loc.isVisible()) return null;
+    const b = await loc.boundingBox(), vp = page.viewportSize();
+    if (!b || b.width <= 0 || b.height <= 0) return null;
+    if (b.x < -0.5 || b.y < -0.5 || b.x + b.width > vp.width + 0.5 || b.y + b.height > vp.height + 0.5) return null;
+    return b;
 }
 
-/* Waits until the element is visible and inside the viewport, and no
-** longer moving (the bars slide in for 0.3 s). */
-async function waitInView(page, sel, timeout) {
-    await page.waitForFunction(inViewJs, sel, { timeout: timeout || 10000 });
-    let last = null;
+async function isInView(page, sel) {
+    return !!await viewBox(page, sel);
+}
+
+/* Polls fn() until it returns true, failing after timeout ms. */
+async function until(fn, what, timeout) {
+    const end = Date.now() + (timeout || 10000);
     for (;;) {
-        const box = await page.evaluate((s) => {
-            const r = document.querySelector(s).getBoundingClientRect();
-            return [r.left, r.top, r.width, r.height].join(',');
-        }, sel);
-        if (box === last) return;
-        last = box;
-        await page.waitForTimeout(50);
+        if (await fn()) return;
+        if (Date.now() > end) throw new Error('timed out waiting for ' + what);
+        await new Promise((res) => setTimeout(res, 50));
     }
 }
 
-async function waitHidden(page, sel, timeout) {
-    await page.waitForFunction((s) => {
-        const e = document.querySelector(s);
-        if (!e) return true;
-        const r = e.getBoundingClientRect();
-        return e.offsetParent === null || r.width === 0 || r.top >= window.innerHeight || r.bottom <= 0;
-    }, sel, { timeout: timeout || 10000 });
+/* Waits until the element is visible inside the viewport and has stopped
+** moving (the bars slide in for 0.3 s). */
+async function waitInView(page, sel, timeout) {
+    let last = '';
+    await until(async () => {
+        const b = await viewBox(page, sel);
+        const now = b ? [b.x, b.y, b.width, b.height].join(',') : '';
+        const still = now !== '' && now === last;
+        last = now;
+        return still;
+    }, sel + ' in view', timeout);
 }
 
-function isInView(page, sel) {
-    return page.evaluate(inViewJs, sel);
+/* Waits until the element is hidden or wholly outside the viewport. */
+async function waitHidden(page, sel, timeout) {
+    await until(async () => {
+        const loc = page.locator(sel).first();
+        if (!await loc.count() || !await loc.isVisible()) return true;
+        const b = await loc.boundingBox(), vp = page.viewportSize();
+        return !b || b.y >= vp.height || b.y + b.height <= 0 || b.x >= vp.width || b.x + b.width <= 0;
+    }, sel + ' hidden', timeout);
 }
 
 /* Clicks an element after checking that a person could see it there. */
@@ -254,4 +262,4 @@ async function voyage(opts) {
 }
 
 module.exports = { WIDTH, HEIGHT, start, firstStart, closeWizard, chartPainted, openMainMenu, menuEntry,
-    waitInView, waitHidden, isInView, click, text, select, type, shot, decodePng, voyage };
+    waitInView, waitHidden, isInView, until, click, text, select, type, shot, decodePng, voyage };

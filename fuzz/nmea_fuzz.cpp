@@ -1,0 +1,112 @@
+/*
+** nmea_fuzz.cpp -- fuzz target for the sentence interpreter: lines of input
+** go through nmea_update as a feed hands them over, with the position taken
+** from NMEA, from the own ship's AIS reports or from outside the feeds, and
+** the status reply is written from whatever they left in gpsfix.
+**
+** The first input byte holds options: bits 0-1 the gpsSource (0 internal,
+** 1 NMEA, 2 AIS own ship, 3 none of these), bit 2 rewrites each line's
+** checksum so that mutated sentences pass the feed's checksum gate, bit 3
+** sends the bytes through the serial port's accumulator in arrivals of the
+** sizes given by the second byte instead of line by line, bit 4 turns the
+** track on, bit 5 sets an own MMSI. The second byte also sets how far the
+** clock moves per line (0 to 15 s), so that ageing and the track decision
+** both run; track rows go to an in-memory trip database.
+*/
+#include <stddef.h>
+#include <stdint.h>
+
+#include "ais/ais.h"
+#include "fuzz_support.h"
+#include "nav/nmea.h"
+#include "shell/serial_lines.h"
+
+static time_t fuzzClock;
+
+static time_t fuzz_time(time_t *t) {
+    if (t) *t = fuzzClock;
+    return fuzzClock;
+}
+
+/* Writes the right two hex digits behind the first '*' when they fit. */
+static void fix_checksum(char *line) {
+    char *start = strpbrk(line, "!$");
+    char *star = start ? strchr(start, '*') : NULL;
+    if (star == NULL || star[1] == 0 || star[2] == 0) return;
+    unsigned char x = 0;
+    for (char *p = start + 1; p < star; p++) x ^= (unsigned char)*p;
+    static const char hex[] = "0123456789ABCDEF";
+    star[1] = hex[x >> 4];
+    star[2] = hex[x & 15];
+}
+
+/* The feed's path for one line: the checksum gate, then the interpreter. */
+static void feed_line(char *line) {
+    unsigned char sum;
+    if (nmea_checksum(line, &sum) == 0) nmea_update(line);
+}
+
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv) {
+    (void)argc;
+    (void)argv;
+    fuzz_fill_app();
+    mrApp.tripDb = fuzz_trip_db();
+    nmea_clock = fuzz_time;
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    static MrSerialLines acc;
+    if (size < 2) return 0;
+    uint8_t opts = data[0], pace = data[1];
+    data += 2;
+    size -= 2;
+
+    nmea_init();
+    /* the track rows of the last input would slow every status reply */
+    fuzz_exec(mrApp.tripDb, "DELETE FROM log WHERE id > 3");
+    fuzzClock = 1700000000;
+    gpsfix.gpsSource = opts & 3;
+    gpsfix.nmeaSource = (opts & 8) ? 2 : 1;
+    gpsfix.trackOn = (opts >> 4) & 1;
+    gpsfix.aisuserid = (opts & 32) ? 211000001u : 0u;
+    gpsfix.logDistance = 20;
+    gpsfix.logInterval = 30;
+    MR_STORE(nmea_stat, 1);
+    acc.len = 0;
+
+    if (opts & 8) {
+        /* arrivals of 1 to 16 bytes, as a port delivers them */
+        size_t step = (size_t)(pace & 15) + 1;
+        for (size_t i = 0; i < size; i += step) {
+            size_t n = size - i < step ? size - i : step;
+            fuzzClock += pace >> 4;
+            mr_serial_arrival(&acc, (const char *)data + i, n, nmea_update);
+        }
+    } else {
+        char line[1024];
+        size_t i = 0;
+        while (i < size) {
+            size_t n = 0;
+            while (i < size && data[i] != '\n' && n < sizeof(line) - 1) line[n++] = (char)data[i++];
+            if (i < size && data[i] == '\n') i++;
+            line[n] = 0;
+            if (opts & 4) fix_checksum(line);
+            fuzzClock += pace >> 4;
+            if (opts & 4)
+                feed_line(line);
+            else
+                nmea_update(line); /* playback: no checksum gate */
+        }
+    }
+    /* a position from outside the feeds, from the last bytes */
+    if (gpsfix.gpsSource == 0 && size >= 8) {
+        double lat = (double)(int8_t)data[size - 1], lon = (double)(int16_t)(data[size - 2] << 8 | data[size - 3]);
+        nmea_updateLL(fuzzClock, lat, lon, data[size - 4] / 10.0, data[size - 5] * 2.0,
+                      (double)(int8_t)data[size - 6] * 1e6);
+    }
+
+    ResponseBuffer *out = fuzz_out();
+    getSetHostStat(out, "30/20/1/0", "*", 1);
+    return 0;
+}

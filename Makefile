@@ -51,18 +51,46 @@ run: build
 demo: build
 	tools/demo.sh build
 
-# A test that fails is run once more before it counts as failed: the browser
-# page tests depend on timing on a loaded machine. A real fault fails twice.
+# No retries: a test that fails once is a fault to find. Tests that start a
+# host run with a loopback of their own (tests/support/isolate.sh).
+# The sanitizer build's tests run with these options.
+ASAN_ENV := ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1
+
 test-unit: build
-	cd build && ctest --output-on-failure --repeat until-pass:2
+	cd build && ctest --output-on-failure
 
 # The same suite built with AddressSanitizer and UndefinedBehaviorSanitizer.
 test-asan: npm
 	cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DMAREPLOT_SANITIZE=ON
 	cmake --build build-asan -j$(JOBS)
-	cd build-asan && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 ctest --output-on-failure --repeat until-pass:2
+	cd build-asan && $(ASAN_ENV) ctest --output-on-failure
+
+# The core, the unit tests and the black-box tests built with
+# ThreadSanitizer (window off), in a loopback of their own. A race reported
+# by a test process fails it (exit code 66); the black-box harness fails a
+# case whose host printed a report.
+.PHONY: test-tsan
+test-tsan: npm
+	cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DMAREPLOT_WINDOW=OFF -DMAREPLOT_TSAN=ON
+	cmake --build build-tsan -j$(JOBS) --target mareplotd mareplot_unit_tests mareplot_blackbox_tests \
+	  chart_server nmea_replay
+	cd build-tsan && TSAN_OPTIONS="halt_on_error=0 second_deadlock_stack=1" \
+	  ../tests/support/isolate.sh ctest --output-on-failure -R '^(unit|blackbox)$$'
 
 test: test-unit test-asan
+
+# The whole suite N times under CPU load (stress-ng on every core), one line
+# "N passed, M failed" per run; test-repeat-asan does it in the sanitizer
+# build. Logs go to <build dir>/test-repeat/.
+N ?= 5
+.PHONY: test-repeat test-repeat-asan
+test-repeat: build
+	tests/support/test_repeat.sh build $(N)
+
+test-repeat-asan: npm
+	cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DMAREPLOT_SANITIZE=ON
+	cmake --build build-asan -j$(JOBS)
+	$(ASAN_ENV) tests/support/test_repeat.sh build-asan $(N)
 
 # Installs both programs, the desktop entry and the icon under PREFIX.
 .PHONY: install deb
@@ -85,7 +113,7 @@ bench: build
 	flock /tmp/mareplot-port.lock node bench/client_ais_bench.js
 
 clean:
-	rm -rf build build-asan
+	rm -rf build build-asan build-tsan
 
 # clang builds the fuzz targets with libFuzzer. `make fuzz-smoke` runs them
 # for FUZZ_SECONDS.

@@ -4,8 +4,8 @@
 ** panel over the base pack's stations.
 **
 ** Needs build/mareplotd and build/nmea_replay (or MAREPLOTD and
-** NMEA_REPLAY) and /usr/bin/chromium; binds port 19999, so run it under
-** flock /tmp/mareplot-port.lock.
+** NMEA_REPLAY) and /usr/bin/chromium; binds port 19999, so run it through
+** tests/support/isolate.sh.
 */
 'use strict';
 

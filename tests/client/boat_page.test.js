@@ -3,7 +3,7 @@
 ** against mareplotd fed by the replay tool: a voyage due north at 20 m/s.
 **
 ** Needs build/mareplotd, build/nmea_replay and /usr/bin/chromium; binds
-** port 19999, so run it under flock /tmp/mareplot-port.lock.
+** port 19999, so run it through tests/support/isolate.sh.
 */
 'use strict';
 

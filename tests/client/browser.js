@@ -4,10 +4,11 @@
 **
 ** startHost() starts mareplotd (MAREPLOTD, default build/mareplotd) with
 ** HOME in a fresh temporary directory and waits until /hostversion
-** answers on 127.0.0.1:19999. The port is fixed: callers run under
-** `flock /tmp/mareplot-port.lock`. openPage() launches Debian's chromium
-** through playwright-core with a fresh profile; Playwright never downloads
-** a browser of its own. withPage() wraps both for one test, configure()
+** answers on 127.0.0.1:19999; it refuses to start while anything else
+** answers there. The port is fixed: tests run through
+** tests/support/isolate.sh, which gives each a loopback of its own.
+** openPage() launches Debian's chromium through playwright-core with a
+** fresh profile; Playwright never downloads a browser of its own. withPage() wraps both for one test, configure()
 ** stores settings and reloads, replay() feeds NMEA through nmea_replay,
 ** drag() moves the mouse with its button down.
 */
@@ -39,35 +40,54 @@ function get(url) {
     });
 }
 
+/* True once nothing answers on the host's port, polled for at most ms. */
+async function portFree(ms) {
+    const end = Date.now() + ms;
+    for (;;) {
+        const r = await get(ORIGIN + '/hostversion');
+        if (r.status === 0) return true;
+        if (Date.now() >= end) return false;
+        await new Promise((res) => setTimeout(res, 50));
+    }
+}
+
 async function startHost() {
+    /* whatever answers before ours starts is a stranger the test would
+    ** talk to instead (SO_REUSEPORT even lets ours listen beside it) */
+    if (!await portFree(5000)) {
+        throw new Error('something already listens on 127.0.0.1:19999 before the test\'s host starts; ' +
+            'stop it, or run the test through tests/support/isolate.sh');
+    }
     const home = fs.mkdtempSync(path.join(os.tmpdir(), 'mareplot-client-'));
     const env = Object.assign({}, process.env, { HOME: home });
     delete env.XDG_DATA_HOME;
     const proc = spawn(MAREPLOTD, [], { env, stdio: ['ignore', 'ignore', 'inherit'] });
     let exited = false;
-    proc.on('exit', () => { exited = true; });
-    for (let i = 0; i < 200 && !exited; i++) {
+    const gone = new Promise((res) => proc.on('exit', () => { exited = true; res(); }));
+    /* the start writes both carried packs: slow under the sanitizers */
+    const end = Date.now() + 60000;
+    while (!exited && Date.now() < end) {
         const r = await get(ORIGIN + '/hostversion');
-        if (r.status === 200) {
-            /* an answer from another host on the port does not count: ours
-            ** must still be running once the port answers */
-            await new Promise((res) => setTimeout(res, 200));
-            if (exited) break;
+        if (r.status === 200 && !exited) {
             return {
                 home,
+                /* ends the host and waits until it is gone and the port free */
                 async stop() {
-                    if (!exited) {
-                        proc.kill('SIGTERM');
-                        await new Promise((res) => { if (exited) res(); else proc.on('exit', res); });
-                    }
+                    if (!exited) proc.kill('SIGTERM');
+                    await gone;
                     fs.rmSync(home, { recursive: true, force: true });
+                    if (!await portFree(10000)) throw new Error('127.0.0.1:19999 still answers after the host ended');
                 },
             };
         }
         await new Promise((res) => setTimeout(res, 50));
     }
-    if (!exited) proc.kill('SIGKILL');
-    throw new Error('mareplotd did not start on ' + ORIGIN + (exited ? ' (it ended; is the port taken?)' : ''));
+    if (!exited) {
+        proc.kill('SIGKILL');
+        await gone;
+    }
+    fs.rmSync(home, { recursive: true, force: true });
+    throw new Error('mareplotd did not start on ' + ORIGIN + (exited ? ' (it ended)' : ' within 60 s'));
 }
 
 async function openPage(opts) {

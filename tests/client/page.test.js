@@ -4,7 +4,7 @@
 ** settings that survive a reload, the language switch and night mode.
 **
 ** Needs build/mareplotd (or MAREPLOTD) and /usr/bin/chromium; binds port
-** 19999, so run it under flock /tmp/mareplot-port.lock.
+** 19999, so run it through tests/support/isolate.sh.
 */
 'use strict';
 

@@ -15,6 +15,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -35,6 +36,34 @@ static int connectHost() {
     return fd;
 }
 
+/* How long a host may take to start (it writes both carried packs first)
+** and to let go of the port after it ended: generous, since a loaded
+** machine and a sanitizer build are slow. */
+static const int kStartMs = 60000;
+static const int kPortFreeMs = 10000;
+
+static long long nowMs() {
+    struct timespec t;
+    clock_gettime(CLOCK_MONOTONIC, &t);
+    return (long long)t.tv_sec * 1000 + t.tv_nsec / 1000000;
+}
+
+bool portAnswers() {
+    int fd = connectHost();
+    if (fd < 0) return false;
+    close(fd);
+    return true;
+}
+
+bool waitPortFree(int timeoutMs) {
+    long long end = nowMs() + timeoutMs;
+    while (portAnswers()) {
+        if (nowMs() >= end) return false;
+        usleep(20000);
+    }
+    return true;
+}
+
 Host::Host(const std::string &home) {
     if (home.empty()) {
         home_ = makeTempDir("mareplot-home-");
@@ -43,6 +72,14 @@ Host::Host(const std::string &home) {
         home_ = home;
     }
     outPath_ = home_ + "/.host-output";
+    // Whatever answers now is not this test's host: talking to it would
+    // test a stranger (SO_REUSEPORT even lets ours listen beside it). A
+    // host that is just going gets a moment.
+    if (!waitPortFree(2000)) {
+        ADD_FAILURE() << "something already listens on 127.0.0.1:19999 before this test's host starts; "
+                         "stop it, or run the tests through tests/support/isolate.sh";
+        return;
+    }
     pid_ = fork();
     if (pid_ == 0) {
         int out = open(outPath_.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
@@ -53,15 +90,21 @@ Host::Host(const std::string &home) {
         execl(MAREPLOTD_PATH, MAREPLOTD_PATH, (char *)NULL);
         _exit(127);
     }
-    for (int i = 0; i < 200; i++) {
-        int fd = connectHost();
-        if (fd >= 0) {
-            close(fd);
-            return;
-        }
+    long long end = nowMs() + kStartMs;
+    for (;;) {
         int status;
         if (waitpid(pid_, &status, WNOHANG) == pid_) {
             pid_ = -1;
+            ADD_FAILURE() << "the host ended during its start (status " << status << "); its output:\n"
+                          << output();
+            return;
+        }
+        if (portAnswers()) return;
+        if (nowMs() >= end) {
+            ADD_FAILURE() << "the host did not accept on 127.0.0.1:19999 within " << kStartMs / 1000
+                          << " s; its output:\n"
+                          << output();
+            stop();
             return;
         }
         usleep(20000);
@@ -74,11 +117,16 @@ void Host::stop() {
         // a failure of whatever test ran it.
         std::string out = output();
         if (out.find("AddressSanitizer") != std::string::npos ||
+            out.find("ThreadSanitizer") != std::string::npos ||
             out.find("runtime error:") != std::string::npos)
             ADD_FAILURE() << "sanitizer report from the host:\n" << out;
         kill(pid_, SIGKILL);
         waitpid(pid_, NULL, 0);
         pid_ = -1;
+        // The next host must find the port free, not this one's socket.
+        if (!waitPortFree(kPortFreeMs))
+            ADD_FAILURE() << "127.0.0.1:19999 still answers " << kPortFreeMs / 1000
+                          << " s after the host ended";
     }
 }
 

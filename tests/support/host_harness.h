@@ -24,11 +24,14 @@ struct HttpReply {
 class Host {
   public:
     /* Makes a fresh HOME (or uses home when given) and starts the host;
-    ** waits until it accepts. */
+    ** waits until it accepts. Fails the test, and starts nothing, when
+    ** something else already answers on the port. */
     explicit Host(const std::string &home = "");
     ~Host();
+    /* Ends the host and waits until the port is free again. */
     void stop();
     bool running() const { return pid_ > 0; }
+    pid_t pid() const { return pid_; }
     const std::string &home() const { return home_; }
     std::string dataDir() const { return home_ + "/.local/share/mareplot"; }
     std::string output(); /* what the host printed so far */
@@ -61,6 +64,11 @@ class Conn {
     std::string pending_;
     bool eof_ = false;
 };
+
+/* True when something accepts on 127.0.0.1:19999. */
+bool portAnswers();
+/* Waits at most timeoutMs until nothing accepts there; false if it still does. */
+bool waitPortFree(int timeoutMs);
 
 /* One request on a fresh connection. */
 HttpReply httpGet(const std::string &path);

@@ -6,16 +6,18 @@
 ** a small chart pack and application pack in the scratch directory and an
 ** in-memory trip database made fresh for every input.
 **
-** `connection` ends its thread, so it runs on a thread of its own that is
-** joined before the input is done; the replies are read and dropped.
+** The whole input is written and the writing side shut before
+** `connection` runs, on the fuzzer's own thread; its replies wait unread
+** in a large socket buffer and are dropped. `connection` ends with
+** pthread_exit, which here returns to the caller instead: a thread per
+** input would cost a time slice on a busy machine for every switch.
 ** Three routes reach beyond the process and are kept inside: a download
 ** never starts (the download state is held at "running"), the TCP feed is
 ** held paused, and deleting a chart pack deletes only files of the
 ** scratch directory.
 */
 #include <errno.h>
-#include <poll.h>
-#include <pthread.h>
+#include <setjmp.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <sys/socket.h>
@@ -35,36 +37,31 @@ extern "C" int unlink(const char *path) {
     return unlinkat(AT_FDCWD, path, 0);
 }
 
-static void *connection_main(void *arg) {
-    connection((int)(intptr_t)arg);
-    return NULL;
+static jmp_buf connectionEnd;
+static bool inConnection;
+
+/* The end of `connection` comes back to the caller; any other use of
+** pthread_exit goes to the library. */
+extern "C" void pthread_exit(void *retval) {
+    if (inConnection) longjmp(connectionEnd, 1);
+    typedef void (*exit_fn)(void *);
+    ((exit_fn)dlsym(RTLD_NEXT, "pthread_exit"))(retval);
+    abort();
 }
 
-/* Writes the input into one end while draining the replies, until the
-** host side closes. */
-static void converse(int fd, const uint8_t *data, size_t size) {
+/* Makes fd's send room at least bytes (beyond the system's default limit,
+** as root may). */
+static void send_room(int fd, int bytes) {
+    if (setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &bytes, sizeof(bytes)) != 0)
+        setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof(bytes));
+}
+
+/* Reads and drops whatever the host side sent. */
+static void drain(int fd) {
     static char sink[65536];
-    size_t sent = 0;
-    if (size == 0) shutdown(fd, SHUT_WR);
-    for (;;) {
-        struct pollfd p = {fd, (short)(POLLIN | (sent < size ? POLLOUT : 0)), 0};
-        if (poll(&p, 1, -1) < 0) {
-            if (errno == EINTR) continue;
-            return;
-        }
-        if (p.revents & POLLOUT) {
-            ssize_t w = send(fd, data + sent, size - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
-            if (w > 0) sent += (size_t)w;
-            if (w < 0 && errno != EAGAIN) sent = size;
-            if (sent == size) shutdown(fd, SHUT_WR);
-        }
-        if (p.revents & (POLLIN | POLLHUP | POLLERR)) {
-            ssize_t r = recv(fd, sink, sizeof(sink), MSG_DONTWAIT);
-            if (r == 0 || (r < 0 && errno != EAGAIN)) return;
-        }
+    while (recv(fd, sink, sizeof(sink), MSG_DONTWAIT) > 0) {
     }
 }
-
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv) {
     (void)argc;
     (void)argv;
@@ -78,7 +75,6 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     int sv[2];
-    pthread_t th;
 
     /* delchartdb may have removed a pack: it comes back for the next input */
     if (!fuzz_exists("A000005.marepack")) fuzz_make_pack("A000005.marepack", 0);
@@ -90,10 +86,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     MR_STORE(nmea_pause, 1);
     MR_STORE(nmea_stat, 0);
 
+    /* The host side does not block on sending: a reply too large even for
+    ** its room ends the connection as a peer that stopped reading would. */
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, sv) != 0) abort();
-    if (pthread_create(&th, NULL, connection_main, (void *)(intptr_t)sv[1]) != 0) abort();
-    converse(sv[0], data, size);
-    pthread_join(th, NULL);
+    send_room(sv[0], 1 << 20);
+    send_room(sv[1], 32 << 20);
+    if (size > 0 && send(sv[0], data, size, MSG_NOSIGNAL) != (ssize_t)size) abort();
+    shutdown(sv[0], SHUT_WR);
+    fcntl(sv[1], F_SETFL, O_NONBLOCK);
+    inConnection = true;
+    if (setjmp(connectionEnd) == 0) connection(sv[1]);
+    inConnection = false;
+    drain(sv[0]);
     close(sv[0]);
 
     /* A state write may have renamed the language or the skin. */

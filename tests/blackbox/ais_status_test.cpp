@@ -44,8 +44,8 @@ TEST(AisStatus, OwnShipFixAndRowsOnce) {
     ASSERT_TRUE(host.running());
     // gpsSource 2 (AIS own ship), TCP feed, own MMSI 246000000
     httpGet("/setNmeaMode/0/2/1/127.0.0.1/" + std::to_string(feed.port()) + "/246000000");
-    ASSERT_TRUE(feed.waitAccepts(1, 5000));
-    waitFor([] { return jsonNumber(status(), "nmea_stat") == 1; }, 3000);
+    ASSERT_TRUE(feed.waitAccepts(1, 10000));
+    ASSERT_TRUE(waitFor([] { return jsonNumber(status(), "nmea_stat") == 1; }, 10000));
 
     struct Step {
         int msgid;
@@ -59,21 +59,23 @@ TEST(AisStatus, OwnShipFixAndRowsOnce) {
         SCOPED_TRACE(s.msgid);
         feed.sendLines(report(s.msgid, 246000000, "AIVDO"));
         feed.sendLines(report(s.msgid, 211000000 + s.msgid, "AIVDM"));
-        // poll as the client would, gathering every row, until the fix and the own row are there
-        std::string last, rows;
+        // poll as the client would, gathering every row, until the fix and
+        // both rows are there (the other vessel's line comes after ours)
+        std::string last, rows, other = "[" + std::to_string(211000000 + s.msgid) + ",";
         waitFor([&] {
             last = status();
             std::string r = aisRows(last);
             if (!r.empty()) rows += (rows.empty() ? "" : ",\n") + r;
-            return jsonNumber(last, "fix") == s.fix && rows.find(s.row) != std::string::npos;
-        }, 3000);
+            return jsonNumber(last, "fix") == s.fix && rows.find(s.row) != std::string::npos &&
+                   rows.find(other) != std::string::npos;
+        }, 10000);
         EXPECT_EQ(s.fix, jsonNumber(last, "fix")) << last;
         EXPECT_EQ(54, jsonNumber(last, "latY"));
         EXPECT_EQ(10, jsonNumber(last, "lonX"));
         EXPECT_EQ(90, jsonNumber(last, "cog"));
         EXPECT_EQ(246000000, jsonNumber(last, "aisuserid"));
         EXPECT_EQ(1u, count(rows, s.row)) << rows;
-        EXPECT_EQ(1u, count(rows, "[" + std::to_string(211000000 + s.msgid) + ",")) << rows;
+        EXPECT_EQ(1u, count(rows, other)) << rows;
         EXPECT_EQ(2u, count(rows, "[")) << rows;
         EXPECT_EQ("", aisRows(status()));  // nothing is delivered twice
     }

@@ -172,9 +172,11 @@ TEST_F(Spine, ConnectionEndings) {
 }
 
 TEST_F(Spine, QuitLetsAnIdleConnectionFinishItsNextRequest) {
+    // one request first: the connection's thread then waits for the next
     Conn idle;
     ASSERT_TRUE(idle.ok());
-    usleep(50000);
+    idle.send(getReq("/hostversion"));
+    ASSERT_TRUE(idle.read().complete);
     {
         Conn q;
         q.send(getReq("/quit!"));

@@ -10,6 +10,7 @@
 #include <set>
 #include <thread>
 
+#include "support/feed_server.h"
 #include "support/test_pack.h"
 
 using namespace testpack;
@@ -45,7 +46,7 @@ TEST(PackGuard, SwitchWhileServing) {
                                : kind == 1 ? "/getMapData/version"
                                            : "/MexecSql/SELECT%20count(*)%20FROM%20tiles";
             c->send("GET " + path + " HTTP/1.1\r\n\r\n");
-            HttpReply r = c->read(5000);
+            HttpReply r = c->read(20000);
             const std::set<std::string> &ok = kind == 0 ? tiles : kind == 1 ? versions : counts;
             if (!r.complete || !ok.count(r.body)) {
                 fail(path + " => " + r.statusLine + " " + r.body.substr(0, 80));
@@ -58,10 +59,17 @@ TEST(PackGuard, SwitchWhileServing) {
     for (int i = 0; i < 8; i++) threads.emplace_back(reader, i % 4 == 3 ? 1 + (i / 4) : 0);
     threads.emplace_back([&] {
         const char *names[] = {"A000005.marepack", "A000006.marepack", "missing.marepack"};
-        // each switch also writes its kvt row to the trip database, which
-        // costs a sync: a few tens of switches take seconds
+        // each switch waits until the readers have been served again since
+        // the last one, so every switch falls among requests however the
+        // machine shares its time between the threads
         for (int i = 0; i < 30 && bad == 0; i++) {
-            HttpReply r = httpGet(std::string("/getSetState/chartdb=") + names[i % 3]);
+            if (!waitFor([&] { return served >= 20 * (i + 1) || bad != 0; }, 60000)) {
+                fail("readers served nothing for a minute");
+                break;
+            }
+            Conn sw;
+            sw.send(std::string("GET /getSetState/chartdb=") + names[i % 3] + " HTTP/1.1\r\n\r\n");
+            HttpReply r = sw.read(20000);
             if (!r.complete) fail(std::string("switch to ") + names[i % 3]);
             switches++;
         }

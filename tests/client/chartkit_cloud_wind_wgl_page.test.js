@@ -7,7 +7,7 @@
 ** and its tappable feature shows its texts.
 **
 ** Needs build/mareplotd (or MAREPLOTD) and /usr/bin/chromium; binds port
-** 19999, so run it under flock /tmp/mareplot-port.lock.
+** 19999, so run it through tests/support/isolate.sh.
 */
 'use strict';
 
@@ -336,8 +336,12 @@ async function chartServer(dir, extra) {
     const bin = process.env.CHART_SERVER || path.resolve(__dirname, '../../build/tests/chart_server');
     const portFile = path.join(dir, 'port' + Date.now());
     const proc = spawn(bin, ['--dir', dir, '--port', '0', '--port-file', portFile].concat(extra || []), { stdio: 'ignore' });
-    for (let i = 0; i < 100 && !fs.existsSync(portFile); i++) await new Promise((r) => setTimeout(r, 50));
-    await new Promise((r) => setTimeout(r, 50));
+    /* the server writes the file (whole, by a rename) once it listens */
+    const end = Date.now() + 20000;
+    while (!fs.existsSync(portFile)) {
+        if (Date.now() > end) throw new Error('chart_server wrote no port file');
+        await new Promise((r) => setTimeout(r, 50));
+    }
     return { port: Number(fs.readFileSync(portFile, 'utf8')), stop: () => proc.kill('SIGTERM') };
 }
 

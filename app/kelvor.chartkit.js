@@ -557,6 +557,7 @@ kelvor.chartkit = {
         if (cpApp) {
             cpApp.showRedMapDot();
             cpApp.showRedInfoDot();
+            cpApp.startFeedback();
         }
     }
 };

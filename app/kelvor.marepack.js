@@ -120,6 +120,7 @@ kelvor.marepack = function () {
     this.startAxImage(false);
     kelvor.chartkit.checkForNewMaps();
     this.showRedMapDot();
+    this.startFeedback();
 
     /* 14. */
     this._show("t_debug_mode", k.userid >= 5 && k.userid <= 20);
@@ -210,8 +211,10 @@ kelvor.marepack.prototype = {
         }
         this.avtiveDashBoard = id;
         if (id !== "*" && kelvor.wind && kelvor.wind.off) kelvor.wind.off();
+        /* an open bar moves the scale bar down below it, never sideways
+        ** under the button column */
         if (this.map) {
-            this.map.scaleposX = id === "*" ? -10 : 50;
+            this.map.scaleposX = -10;
             this.map.scaleposY = id === "*" ? 0 : 50;
         }
         this._el("cp_map_zup").style.top = "220px";
@@ -416,10 +419,10 @@ kelvor.marepack.prototype = {
         var hv = JSON.parse(getSync("/hostversion") || "{}");
         t = t.replace("{*HOSTVERSION*}", hv.hostversion)
             .replace("{*COREVERSION*}", COREVERSION)
-            .split("{*userid*}").join(k.userid)
+            .split("{*userid*}").join(Number(k.userid) > 0 ? kelvor.aux.esc(k.userid) : "no account")
             .split("{*lang*}").join(kelvor.settings.host.alang)
-            .split("{*DOWNLOAD*}").join(k.appupdate ? k.appupdate.link : "")
-            .split("{*USERNAME*}").join(k.email);
+            .split("{*DOWNLOAD*}").join(k.appupdate ? kelvor.aux.esc(k.appupdate.link) : "")
+            .split("{*USERNAME*}").join(k.email ? kelvor.aux.esc(k.email) : "Guest");
         this._bubble("help_bubble_bottom", t, this.map && this.map.getWidth() > 550 ? 200 : 0);
         this._show("info_txt_update", !!k.appupdate);
     },
@@ -437,7 +440,9 @@ kelvor.marepack.prototype = {
 
     infopos: function () {
         var self = this;
-        if (!kelvor.settings.k.C.i_traffic_mrapp_report) return;
+        /* in Settings the switch counts before Done has read it back */
+        var box = this._el("i_traffic_mrapp_report");
+        if (!(box ? box.checked : kelvor.settings.k.C.i_traffic_mrapp_report)) return;
         var back = this.activeDialog;
         var t = getSync(kelvor.settings.host.alang + "/info-pos.txt");
         this._el("cp_dialog_common").innerHTML = (t === false ? "" : t) +
@@ -458,12 +463,63 @@ kelvor.marepack.prototype = {
         } else if (step === 2) {
             var p = getSync(s.host.alang + "/info-pos.txt");
             this._el("np_wizzard_2_text").innerHTML = p === false ? "" : p;
+            this._el("i_wizzard_boat_name").value = s.k.V.i_settings_boat_name || "";
+            /* the speed in the chosen unit, as a number without the unit */
+            this._el("i_wizzard_boat_speed").value = String(s.fmtSpeed(Number(s.k.V.i_settings_boat_speed) || 0)).split(" ")[0];
             this.sizeDialog(this._el("np_wizzard_2"));
         } else if (step === 0) {
+            this.wizardApply();
             s.k.wizzard = COREVERSION;
             s.done();
             s.save();
             if (this.activeDialog) this.closeDlg();
+        }
+    },
+
+    /* Takes the boat data typed on the wizard's second page. An empty
+    ** name or a speed that is not a positive number keeps the old value.
+    ** The Settings inputs are filled again, since done() reads them back. */
+    wizardApply: function () {
+        var s = kelvor.settings, name = this._el("i_wizzard_boat_name"), spd = this._el("i_wizzard_boat_speed");
+        var n = name ? name.value.replace(/^\s+|\s+$/g, "") : "";
+        if (n !== "") s.k.V.i_settings_boat_name = n;
+        var v = spd ? s.getSpeed(spd.value) : NaN;
+        if (v > 0 && isFinite(v)) s.k.V.i_settings_boat_speed = v;
+        s.fill();
+    },
+
+    /* Asks for a rating once a server reply has brought a vote that was not
+    ** answered yet: every minute until no dialog is open, then
+    ** feedback(0). */
+    startFeedback: function () {
+        var self = this, k = kelvor.settings.k;
+        if (!k.vote || k.voted === k.vote || this.feedbackTimer) return;
+        this.feedbackTimer = window.setInterval(function () {
+            if (self.activeDialog) return;
+            window.clearInterval(self.feedbackTimer);
+            self.feedbackTimer = null;
+            self.feedback(0);
+        }, 60000);
+    },
+
+    /* The rating dialogues: 0 asks, 3 liked it (the host's /rateApp opens
+    ** the platform's rating where there is one), 5 thanks, 7 did not like
+    ** it. Any answer counts the vote as given. */
+    feedback: function (step) {
+        var k = kelvor.settings.k;
+        if (step === 0) {
+            this.sizeDialog(this._el("np_feedback_1"));
+            return;
+        }
+        k.voted = k.vote;
+        kelvor.settings.saveOnly();
+        if (step === 3) {
+            getAsync("/rateApp", function () {});
+            this.sizeDialog(this._el("np_feedback_5"));
+        } else if (step === 5) {
+            this.sizeDialog(this._el("np_feedback_5"));
+        } else {
+            this.sizeDialog(this._el("np_feedback_7"));
         }
     },
 
@@ -475,9 +531,16 @@ kelvor.marepack.prototype = {
     },
 
     screenMore: function (m) {
-        this._el("right_menu_main").style.width = (m === 1 ? 300 : 50) + "px";
+        var col = this._el("right_menu_main"), w = m === 1 ? 300 : 50;
+        col.style.width = w + "px";
+        if (m === 1) kelvor.aux.addClass(col, "wide");
+        else kelvor.aux.removeClass(col, "wide");
         this._show("i_screen_less", m === 1);
         this._show("i_screen_more", m !== 1);
+        if (this.map) {
+            this.map.rightInset = w;
+            this.map.update(true);
+        }
     },
 
     changeScreenSize: function (i) {

@@ -1,0 +1,88 @@
+/*
+** First start: in a fresh data directory the wizard opens over the chart;
+** its × closes it and the chart paints. Going through the wizard instead
+** keeps the boat data typed on its second page; switching position
+** reports on in Settings explains them; About names the anonymous
+** account in words.
+*/
+'use strict';
+
+const test = require('node:test');
+const assert = require('node:assert');
+const j = require('./journey');
+
+/* True when the screenshot shows more than one colour in the map area:
+** a painted chart, not a blank canvas. */
+function painted(img) {
+    const seen = new Set();
+    for (let y = 100; y < 700; y += 37) {
+        for (let x = 100; x < 1100; x += 41) seen.add(img.pixel(x, y).join(','));
+    }
+    return seen.size > 3;
+}
+
+test('the wizard opens, its close control closes it, the chart paints', { timeout: 120000 }, async () => {
+    const s = await j.start();
+    const page = s.page;
+    try {
+        await j.waitInView(page, '#np_wizzard_1');
+        assert.match(await j.text(page, '#np_wizzard_1_text'), /Welcome aboard/);
+        await j.closeWizard(page);
+        await j.chartPainted(page);
+        const img = await j.shot(page, 'first-start-chart');
+        assert.ok(painted(img), 'the chart shows in ' + img.file);
+        await j.waitInView(page, '#cp_menu_main');
+    } finally {
+        await s.close();
+    }
+});
+
+test('the wizard keeps the boat data typed on its second page', { timeout: 120000 }, async () => {
+    const s = await j.start();
+    const page = s.page;
+    try {
+        await j.click(page, '#btn_wizzard_next');
+        await j.waitInView(page, '#np_wizzard_2');
+        assert.strictEqual(await page.inputValue('#i_wizzard_boat_name'), 'Boat 1');
+        assert.strictEqual(await page.inputValue('#i_wizzard_boat_speed'), '8.0');
+        await j.shot(page, 'first-start-wizard-2');
+        await j.type(page, '#i_wizzard_boat_name', 'Seeschwalbe');
+        await j.type(page, '#i_wizzard_boat_speed', '6,5');
+        await j.click(page, '#btn_wizzard_done');
+        await j.waitHidden(page, '#np_wizzard_2');
+
+        await j.openMainMenu(page);
+        await j.click(page, j.menuEntry('Settings'));
+        await j.click(page, '#np_settings_dlg .np_tabs button:text-is("Boat")');
+        await j.waitInView(page, '#i_settings_boat_name');
+        assert.strictEqual(await page.inputValue('#i_settings_boat_name'), 'Seeschwalbe');
+        assert.strictEqual(await page.inputValue('#i_settings_boat_speed'), '6.5');
+
+        /* switching position reports on explains them, and Done goes back */
+        await j.click(page, '#np_settings_dlg .np_tabs button:text-is("AIS")');
+        const report = 'label[for="i_traffic_mrapp_report"]';
+        await j.click(page, report);
+        assert.strictEqual(await j.isInView(page, '#np_dialog_common'), false, 'switching off explains nothing');
+        await j.click(page, report);
+        await j.waitInView(page, '#np_dialog_common');
+        assert.match(await j.text(page, '#cp_dialog_common'), /Position reports/);
+        await j.click(page, '#btn_infopos_done');
+        await j.waitInView(page, '#np_settings_dlg');
+        await j.click(page, '#np_settings_dlg > .np_close');
+        await j.waitHidden(page, '#np_settings_dlg');
+
+        /* the wizard is done: a reload goes straight to the chart */
+        await page.reload();
+        await j.chartPainted(page);
+        assert.strictEqual(await j.isInView(page, '#np_wizzard_1'), false, 'no wizard after it was done');
+
+        await j.openMainMenu(page);
+        await j.click(page, j.menuEntry('About'));
+        await j.waitInView(page, '#help_bubble');
+        const about = await j.text(page, '#help_bubble');
+        assert.match(about, /User Guest \(no account\)/);
+        assert.doesNotMatch(about, /false|-1/);
+    } finally {
+        await s.close();
+    }
+});

@@ -414,11 +414,22 @@ kelvor.settings = (function () {
         cpApp.sizeDialog(document.getElementById("np_settings_dlg"));
     };
 
+    /* The network feed is one of the three hosts the dialogue keeps; the
+    ** network source selection picks which, and the host is told only
+    ** the picked address and port. */
+    s.pickHost = function () {
+        var V = s.k.V, n = Number(s.k.I.i_wifi_source);
+        n = n >= 0 && n <= 2 ? Math.floor(n) + 1 : 1;
+        V.i_traffic_ais_ip = String(V["i_traffic_ais_ip" + n] || "").trim();
+        V.i_traffic_ais_port = String(V["i_traffic_ais_port" + n] || "").trim();
+    };
+
     s.done = function () {
         var lang = s.k.S.i_settings_language;
         /* inputs never filled would read back as the page's blanks */
         if (!s._filled) s.fill();
         s.read();
+        s.pickHost();
         if (cpApp && cpApp.activeDialog && cpApp.activeDialog.id === "np_settings_dlg") cpApp.closeDlg();
         if (cpApp) cpApp.changeScreenSize(s.k.S.i_settings_screensize);
         if (kelvor.track && kelvor.track.setTrackOn) kelvor.track.setTrackOn(s.k.C.i_track_on);

@@ -50,6 +50,9 @@ kelvor.vmap = function (canvas, a, b, c) {
     this.lastSf = -1;
     this.scaleposX = -10;
     this.scaleposY = 0;
+    /* width of the button column over the map's right edge, which the
+    ** scale bar keeps clear of */
+    this.rightInset = 50;
     this.wftoken = false;
     this.pinchX = 0;
     this.pinchY = 0;
@@ -715,8 +718,8 @@ kelvor.vmap.prototype = {
         if (!(d > 0)) return;
         var len = this.scaleStep(d);
         var px = Math.round(100 * len / d);
-        /* right-aligned clear of the 50 pixel button column */
-        var x0 = this.sx - 60 - px + this.scaleposX, y0 = 40 + this.scaleposY;
+        /* right-aligned clear of the button column, however wide it is */
+        var x0 = this.sx - this.rightInset - 10 - px + this.scaleposX, y0 = 40 + this.scaleposY;
         ctx.save();
         ctx.font = "12px sans-serif";
         ctx.fillStyle = "black";

@@ -167,6 +167,31 @@ async function type(page, sel, value) {
     await page.keyboard.type(String(value));
 }
 
+/* The texts of the right column that a person could not read: cut off
+** by the column's edge, lying on another text, or on the cross-track
+** bar. Returns a list of descriptions, empty when all is readable. */
+function columnClashes(page) {
+    return page.evaluate(() => {
+        const col = document.getElementById('right_menu_main').getBoundingClientRect();
+        const bar = document.getElementById('r_dist_outer').getBoundingClientRect();
+        const texts = [];
+        document.querySelectorAll('#right_menu_main_info .rmi > span, #r_dist_outer span, #r_dist_xte').forEach((e) => {
+            const r = e.getBoundingClientRect();
+            if (r.width > 0 && e.textContent.trim() && window.getComputedStyle(e).visibility !== 'hidden') {
+                texts.push({ name: e.id || e.textContent.trim(), r });
+            }
+        });
+        const meet = (a, b) => a.left < b.right - 0.5 && b.left < a.right - 0.5 && a.top < b.bottom - 0.5 && b.top < a.bottom - 0.5;
+        const out = [];
+        texts.forEach((a, i) => {
+            if (a.r.left < col.left - 0.5 || a.r.right > col.right + 0.5) out.push(a.name + ' cut off');
+            if (meet(a.r, bar)) out.push(a.name + ' on the cross-track bar');
+            texts.slice(i + 1).forEach((b) => { if (meet(a.r, b.r)) out.push(a.name + ' on ' + b.name); });
+        });
+        return out;
+    });
+}
+
 /* A minimal PNG reader for the screenshots chromium writes: 8-bit RGB or
 ** RGBA, not interlaced. Returns { width, height, channels, data }. */
 function decodePng(buf) {
@@ -262,4 +287,4 @@ async function voyage(opts) {
 }
 
 module.exports = { WIDTH, HEIGHT, start, firstStart, closeWizard, chartPainted, openMainMenu, menuEntry,
-    waitInView, waitHidden, isInView, until, click, text, select, type, shot, decodePng, voyage };
+    waitInView, waitHidden, isInView, until, click, columnClashes, text, select, type, shot, decodePng, voyage };

@@ -1,0 +1,74 @@
+/*
+** Network GPS through Settings: a person sets the position source to NMEA
+** RMC from the network, types the address and port of a replayed voyage
+** as Host 1 and presses Done. The boat then follows the recorded circle,
+** and the widened right column shows speed, course, heading and depth,
+** each readable beside its label.
+*/
+'use strict';
+
+const test = require('node:test');
+const assert = require('node:assert');
+const j = require('./journey');
+const { ownShip } = require('../../tools/demo_voyage');
+
+const CENTRE = { lat: 54.52, lon: 10.1 };
+
+function metres(a, b) {
+    const dy = (a.lat - b.lat) * 111120;
+    const dx = (a.lon - b.lon) * 111120 * Math.cos(CENTRE.lat * Math.PI / 180);
+    return Math.hypot(dx, dy);
+}
+
+/* the recorded circle's radius */
+const R = metres(ownShip(0), CENTRE);
+
+const boatPos = (page) => page.evaluate(() => ({ lat: kelvor.boat.theBoat.lat(), lon: kelvor.boat.theBoat.lon() }));
+
+test('a network feed set in Settings moves the boat and fills the right column', { timeout: 180000 }, async () => {
+    const feed = await j.voyage();
+    const s = await j.firstStart();
+    const page = s.page;
+    try {
+        await j.openMainMenu(page);
+        await j.click(page, j.menuEntry('Settings'));
+        await j.click(page, '#np_settings_dlg .np_tabs button:has-text("AIS")');
+        await j.select(page, '#i_gps_source', 'NMEA RMC');
+        await j.select(page, '#i_nmea_source', 'WiFi');
+        await j.select(page, '#i_wifi_source', '1');
+        await j.type(page, '#i_traffic_ais_ip1', '127.0.0.1');
+        await j.type(page, '#i_traffic_ais_port1', String(feed.port));
+        await j.shot(page, 'network-settings');
+        await j.click(page, '#btn_settings_done');
+        await j.waitHidden(page, '#np_settings_dlg');
+
+        /* the boat reaches the recorded circle and goes round it */
+        let first = null;
+        await j.until(async () => {
+            const p = await boatPos(page);
+            if (Math.abs(metres(p, CENTRE) - R) > 60) return false;
+            if (!first) first = p;
+            return metres(p, first) > 5;
+        }, 'the boat on the recorded circle, moving', 40000);
+
+        await j.click(page, '#i_screen_more');
+        await j.waitInView(page, '#i_screen_less');
+        const rows = { SOG: '#i_boat_sog2', COG: '#i_boat_cog2', HDG: '#i_boat_hdg2', DPT: '#i_boat_dpt2' };
+        await j.until(async () => {
+            for (const sel of Object.values(rows)) if ((await j.text(page, sel)).indexOf('---') >= 0) return false;
+            return true;
+        }, 'speed, course, heading and depth in the right column', 15000);
+        /* the status carries metres per second to one decimal: 10 kt reads 9.9 */
+        const sog = /^(\d+\.\d) kt$/.exec(await j.text(page, rows.SOG));
+        assert.ok(sog && Math.abs(Number(sog[1]) - 10) <= 0.2, 'SOG near 10 kt');
+        assert.match(await j.text(page, rows.COG), /^\d{1,3}°T$/);
+        assert.match(await j.text(page, rows.HDG), /^\d{1,3}°T$/);
+        assert.match(await j.text(page, rows.DPT), /^\d+(\.\d+)? m$/);
+
+        assert.deepStrictEqual(await j.columnClashes(page), [], 'every text of the column readable');
+        await j.shot(page, 'network-right-column');
+    } finally {
+        await s.close();
+        await feed.stop();
+    }
+});

@@ -224,7 +224,9 @@ RX.gltext.prototype = {
             }
             if (!g) continue;
             if (code > 33) {
-                var top = cy + (100 - Number(g.ofy)) * s - Number(g.h) * s;
+                /* ofy: the glyph's top above the foot of the line's 100
+                ** units, so the top is 100 - ofy below the line's top */
+                var top = cy + (100 - Number(g.ofy)) * s;
                 var x1 = cx + Number(g.ofx || 0) * s, x2 = x1 + Number(g.w) * s, y2 = top + Number(g.h) * s;
                 var a = b.add(x, y, x1, top, g.u1, g.v1, z, color);
                 b.add(x, y, x2, top, g.u2, g.v1, z, color);

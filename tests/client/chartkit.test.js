@@ -137,3 +137,33 @@ test('chart markers: shown up to their scale, found by range for Near Me', () =>
     assert.strictEqual(near[0].n, 'Office');
     assert.strictEqual(near[0].q, 3);
 });
+
+/* Overlay labels: a glyph's top lies 100 - ofy units (scaled by the
+** text height) below the top of its line, its foot h lower; a second
+** line starts one text height lower. */
+test('overlay text glyphs sit on their line', () => {
+    const ctx = load(['lib/rx.js']);
+    const font = {
+        A: { u1: 0, v1: 0, u2: 1, v2: 1, w: 60, h: 70, ofx: 0, ofy: 70 },
+        g: { u1: 0, v1: 0, u2: 1, v2: 1, w: 50, h: 80, ofx: 0, ofy: 50 },
+    };
+    const t = new ctx.RX.gltext(font, null);
+    const quads = [];
+    let corners = [];
+    t.buffer = {
+        add(x, y, nx, ny) { corners.push([nx, ny]); return 0; },
+        quad() { quads.push({ top: corners[0][1], foot: corners[2][1] }); corners = []; },
+    };
+    const cases = [
+        // [text, size, oy, want [top, foot] per glyph]
+        ['A', 100, 0, [[30, 100]]],
+        ['A', 250, -125, [[-50, 125]]],
+        ['Ag', 100, 0, [[30, 100], [50, 130]]],
+        ['A\nA', 200, 0, [[60, 200], [260, 400]]],
+    ];
+    for (const [text, size, oy, want] of cases) {
+        quads.length = 0;
+        t.addText(0, 0, text, size, 0, oy, 1, [0, 0, 0, 255]);
+        assert.deepStrictEqual(quads.map((q) => [q.top, q.foot]), want, JSON.stringify(text) + ' at ' + size);
+    }
+});

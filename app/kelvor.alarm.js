@@ -283,24 +283,26 @@ kelvor.alarmList = [];
         cpApp.update();
     };
 
+    /* Notes of the alarm and of its selected point go through the note
+    ** dialogue that markers, routes and rulers use. */
     A.note = function () {
-        var al = A.activeAlarm;
-        if (!al) return;
-        var t = window.prompt("Note", al.note || "");
-        if (t === null) return;
-        al.note = t;
-        A.modified = true;
-        cpApp.setModified();
+        if (A.activeAlarm) kelvor.marker.noteDialog(A.activeAlarm.note || "", "kelvor.alarm.noteSave(false)");
     };
 
     A.noteWaypoint = function () {
-        var p = A.activePoint;
-        if (!p) return;
-        var t = window.prompt("Note", p.note || "");
-        if (t === null) return;
-        p.note = t;
-        A.modified = true;
-        cpApp.setModified();
+        if (A.activePoint) kelvor.marker.noteDialog(A.activePoint.note || "", "kelvor.alarm.noteSave(true)");
+    };
+
+    A.noteSave = function (point) {
+        var t = el("i_nob_comment"), o = point ? A.activePoint : A.activeAlarm;
+        if (o && t) {
+            o.note = t.value;
+            A.modified = true;
+            cpApp.setModified();
+        }
+        cpApp.closeDlg();
+        A.menu();
+        cpApp.update();
     };
 
     A.alarmColorChange = function (sel) {
@@ -368,7 +370,7 @@ kelvor.alarmList = [];
             for (var j = 0; j + 1 < al.m.length; j++) len += geoDist(al.m[j], al.m[j + 1]);
             if (al.aType === 1) len = 2 * Math.PI * geoDist(al.m[0], al.m[1]);
             al.length = s.fmtDist(len);
-            var spd = Number(s.k.S.i_settings_boat_speed) || 0;
+            var spd = Number(s.k.V.i_settings_boat_speed) || 0;
             h += " <input type=\"text\" id=\"i_alarm_name\" value=\"" + kelvor.aux.esc(al.name) +
                 "\" onchange=\"kelvor.alarm.rename(this)\"> <span id=\"i_alarm_length\">" + al.length +
                 "</span> <span id=\"i_alarm_duration\">" + (spd > 0 ? s.fmtDuration(len / spd) : "---") + "</span>" +
@@ -402,9 +404,10 @@ kelvor.alarmList = [];
 
     /* ---- hit test and dragging ---------------------------------------- */
 
-    /* Circles: any pick inside. Lines: a pick near a leg, between its ends. */
+    /* Circles: any pick inside. Lines as routes: near a leg between its
+    ** ends, or within three tolerances before the start or past the end. */
     A.find = function (so) {
-        var p = so.p, tol = so.d;
+        var p = so.p, tol = so.d, best = null;
         for (var i = 0; i < kelvor.alarmList.length; i++) {
             var al = kelvor.alarmList[i], m = al.m;
             if (m.length < 2) continue;
@@ -416,13 +419,11 @@ kelvor.alarmList = [];
                 }
                 continue;
             }
-            for (var j = 0; j + 1 < m.length; j++) {
-                var ld = A.linedist(m[j].x, m[j].y, m[j + 1].x, m[j + 1].y, p.x, p.y);
-                if (ld.fb > 0 && ld.fb < 1 && Math.abs(ld.lr * ld.ab) < tol) {
-                    al.e = j + 1;
-                    so.o = al;
-                    so.d = Math.abs(ld.lr * ld.ab);
-                }
+            var hit = kelvor.route.hitLeg(m, p, tol, false);
+            if (hit && (!best || hit.h < best.h)) {
+                best = hit;
+                al.e = hit.e;
+                so.o = al;
             }
         }
     };
@@ -493,21 +494,25 @@ kelvor.alarmList = [];
             ctx.lineWidth = 2;
             ctx.strokeStyle = al.color;
             path(ctx, al);
-            if (al === A.running) {
-                ctx.lineWidth = wide;
+            var armed = al === A.running, active = al === A.activeAlarm;
+            if (armed) {
+                /* armed and selected: the armed band is drawn wider
+                ** around the selection band, so both show */
+                ctx.lineWidth = active ? wide + 20 : wide;
                 ctx.strokeStyle = "rgba(255,63,0,0.3)";
                 path(ctx, al);
                 ctx.lineWidth = 1;
                 ctx.strokeStyle = al.color;
                 path(ctx, al);
-            } else if (al === A.activeAlarm) {
+            }
+            if (active) {
                 ctx.lineWidth = wide;
                 ctx.strokeStyle = "rgba(0,128,255,0.3)";
                 path(ctx, al);
                 ctx.lineWidth = 1;
                 ctx.strokeStyle = "rgba(255,63,255,1)";
                 path(ctx, al);
-                if (al.aType === 0 && A.activePoint && kelvor.route && kelvor.route.renderRuler) {
+                if (!armed && al.aType === 0 && A.activePoint && kelvor.route && kelvor.route.renderRuler) {
                     var k = al.m.indexOf(A.activePoint), a = al.m[k > 0 ? k - 1 : 0], b = al.m[k > 0 ? k : 1];
                     try { kelvor.route.renderRuler(ctx, b, a, false, al); } catch (e) { /* ruler drawing is optional */ }
                 }

@@ -9,7 +9,7 @@ const assert = require('node:assert');
 const { load, CORE } = require('./harness');
 
 function client() {
-    const ctx = load(CORE.concat(['kelvor.alarm.js']));
+    const ctx = load(CORE.concat(['kelvor.route.js', 'kelvor.alarm.js']));
     ctx.confirms = [];
     ctx.cpApp = {
         confirm: (t, a) => ctx.confirms.push([t, a]),
@@ -97,4 +97,70 @@ test('stored form keeps key order and loads locked and disarmed', () => {
         '"color":"#0000ff","note":"","noauto":false,"aType":1}]');
     A.load('not json');
     assert.strictEqual(ctx.kelvor.alarmList.length, 0);
+});
+
+test('a line alarm is picked like a route, past its ends too', () => {
+    const ctx = client();
+    const A = ctx.kelvor.alarm;
+    ctx.kelvor.alarmList = [alarm(ctx, 0, [[0, 0], [100, 0], [200, 0]])];
+    const cases = [
+        // [pick, want insert index or false]; tolerance 10
+        [[50, 5], 1],
+        [[150, -5], 2],
+        [[-25, 2], 0],      // before the start, within three tolerances
+        [[225, 2], 3],      // past the end
+        [[240, 2], false],  // beyond three tolerances
+        [[50, 15], false],
+    ];
+    for (const [[x, y], e] of cases) {
+        const so = { p: { x, y }, d: 10, o: null };
+        A.find(so);
+        if (e === false) assert.strictEqual(so.o, null, `${x},${y}`);
+        else assert.deepStrictEqual([so.o === ctx.kelvor.alarmList[0], so.o.e], [true, e], `${x},${y}`);
+    }
+});
+
+test('alarm bar, notes and the armed and selected style', () => {
+    const ctx = client();
+    const A = ctx.kelvor.alarm;
+    const els = {
+        cp_alarm_dash: { innerHTML: '' },
+        np_nob_comment: { children: [{ innerHTML: '' }] },
+        i_nob_comment: { value: '' },
+    };
+    ctx.document.getElementById = (id) => els[id] || null;
+    Object.assign(ctx.cpApp, { sizeDialog: (f) => { ctx.opened = f; }, closeDlg() {} });
+    ctx.kelvor.ais.y2lat = (y) => y / 111120;
+    ctx.kelvor.ais.x2lon = (x) => x / 111120;
+    const al = alarm(ctx, 0, [[0, 0], [0, 18520]]);
+    ctx.kelvor.alarmList = [al];
+    A.activeAlarm = al;
+    ctx.kelvor.settings.k.V.i_settings_boat_speed = 5 * 1852 / 3600;
+    A.showactiveAlarm();
+    assert.match(els.cp_alarm_dash.innerHTML, /id="i_alarm_duration">[^<-]+</, 'the boat speed gives a duration');
+
+    ctx.window.prompt = () => { throw new Error('prompt used'); };
+    A.note();
+    assert.strictEqual(ctx.opened, els.np_nob_comment);
+    els.i_nob_comment.value = 'Sandbank <keep off>';
+    ctx.kelvor.alarm.noteSave(false);
+    A.activePoint = al.m[1];
+    A.noteWaypoint();
+    els.i_nob_comment.value = 'turn';
+    A.noteSave(true);
+    const stored = JSON.parse(JSON.stringify(ctx.kelvor.alarmList))[0];
+    assert.deepStrictEqual([stored.note, stored.m[1].note], ['Sandbank <keep off>', 'turn']);
+
+    const bands = (running) => {
+        A.running = running;
+        const seen = [];
+        const c2d = new Proxy({ scm: 1, cxzero: 0, cyzero: 0 }, {
+            get: (o, k) => (k in o ? o[k] : () => {}),
+            set: (o, k, v) => { if (k === 'strokeStyle') seen.push(v); o[k] = v; return true; },
+        });
+        A.render(c2d);
+        return ['rgba(255,63,0,0.3)', 'rgba(0,128,255,0.3)'].map((c) => seen.includes(c));
+    };
+    assert.deepStrictEqual(bands(false), [false, true], 'selected');
+    assert.deepStrictEqual(bands(al), [true, true], 'armed and selected show both');
 });

@@ -338,6 +338,21 @@ kelvor.vmap.prototype = {
     },
 
     busy: function () { return this.queueWait > 0 || this.lastMouseB === 1; },
+
+    /* Milliseconds a pass waits for a tile. A tile that has not arrived by
+    ** then counts as failed, so a lost or stuck request never holds the
+    ** map busy, and with it the status tick, for longer than this. */
+    tileWait: 4000,
+
+    /* Is a pass still to wait for this tile? Not once it has pixels, has
+    ** failed, came back without pixels, or has been awaited tileWait ms. */
+    _waiting: function (img, now) {
+        if (!img || img.naturalWidth > 127 || img.failed || img.done) return false;
+        if (!img.askedAt) img.askedAt = now;
+        if (now - img.askedAt < this.tileWait) return true;
+        img.gaveUp = true;
+        return false;
+    },
     unSelect: function () { this.selObject.o = false; },
     setCallBack: function (cb) { this._callBack = cb; },
     hasCallBack: function () { return !!this._callBack; },
@@ -585,7 +600,8 @@ kelvor.vmap.prototype = {
             var av = avTiles[id];
             if (av) {
                 var img = this.renderList[id] || this.imglist[id];
-                if (!img) img = this._newTile(x, y, z, id);
+                /* a request that failed is made again with the next tile list */
+                if (!img || img.failed) img = this._newTile(x, y, z, id);
                 this.renderList[id] = img;
                 this.imglist[id] = img;
                 if (av === 1) return;
@@ -605,8 +621,16 @@ kelvor.vmap.prototype = {
         img.yt = y;
         img.zt = z;
         img.ti = id;
+        img.askedAt = Date.now();
         img.onload = function () {
+            img.done = true;
             if (self.ctx3d) self._upload(img);
+            /* a tile given up on is not in the composed chart: compose anew */
+            if (img.gaveUp) self.force = true;
+            self.paintByTimerMouse();
+        };
+        img.onerror = function () {
+            img.failed = true;
             self.paintByTimerMouse();
         };
         img.src = "/getTileI/" + this.mapVersion + "/" + id;
@@ -616,10 +640,9 @@ kelvor.vmap.prototype = {
     /* Counts tiles without pixels. When the count has not moved since the
     ** last pass nothing arrived: only ask for another pass. */
     _missing: function () {
-        var n = 0;
+        var n = 0, now = Date.now();
         for (var i = 0; i < this.tileList.length; i++) {
-            var img = this.renderList[this.tileList[i]];
-            if (!img || !(img.naturalWidth > 127)) n++;
+            if (this._waiting(this.renderList[this.tileList[i]], now)) n++;
         }
         if (this.queueWait > 0 && n === this.queueWait) {
             this.paintByTimer();
@@ -630,6 +653,7 @@ kelvor.vmap.prototype = {
     },
 
     drawTiles2d: function (b) {
+        var now = Date.now();
         this.queueWait = 0;
         for (var i = 0; i < this.tileList.length; i++) {
             var img = this.renderList[this.tileList[i]];
@@ -638,7 +662,7 @@ kelvor.vmap.prototype = {
                 var e = Math.ceil(256 / sp);
                 b.drawImage(img, Math.floor(img.xt * 256 / sp - this.cxzero),
                     Math.floor(img.yt * 256 / sp - this.cyzero), e, e);
-            } else {
+            } else if (this._waiting(img, now)) {
                 this.queueWait++;
             }
         }
@@ -649,7 +673,7 @@ kelvor.vmap.prototype = {
         var gl = this.ctx3d, p = this.gl;
         /* the WebGL path redraws every frame, so a stalled count must not
         ** skip the drawing here: it only decides whether to ask for more */
-        var stalled = this._missing();
+        var stalled = this._missing(), now = Date.now();
         this.queueWait = 0;
         gl.disable(gl.DEPTH_TEST);
         gl.enable(gl.DEPTH_TEST);
@@ -675,7 +699,7 @@ kelvor.vmap.prototype = {
                 gl.uniform2f(p.u.uPos, Math.floor(img.xt * 256 / sp - this.cxzero), Math.floor(img.yt * 256 / sp - this.cyzero));
                 gl.uniform1f(p.u.uSZ, Math.ceil(256 / sp));
                 gl.drawArrays(gl.TRIANGLE_FAN, 0, 4);
-            } else {
+            } else if (this._waiting(img, now)) {
                 this.queueWait++;
             }
         }

@@ -413,3 +413,67 @@ test('a pass with nothing new keeps the composed chart', () => {
     assert.strictEqual(v.queueWait, 0, 'the arrived tile is drawn');
     assert.ok(!v.busy());
 });
+
+test('a tile that does not come holds the map busy for tileWait at most', async (t) => {
+    /* how each tile's request ends: never, with an error, with the host's
+    ** one-pixel answer, or with the tile after the wait ran out */
+    const cases = [
+        { name: 'no answer', end() {}, busyAt0: true, asksAgain: false },
+        { name: 'an error', end(img) { img.onerror(); }, busyAt0: false, asksAgain: true },
+        { name: 'a one-pixel answer', end(img) { img.naturalWidth = 1; img.onload(); }, busyAt0: false, asksAgain: false },
+    ];
+    for (const c of cases) {
+        await t.test(c.name, () => {
+            const ctx = client();
+            let now = 1000000;
+            require('vm').runInContext('Date', ctx).now = () => now;
+            const made = [];
+            ctx.Image = function () { made.push(this); };
+            const v = bareMap(ctx, Math.pow(2, 18));
+            v.bctx = { setTransform() {}, fillRect() {}, translate() {}, rotate() {}, drawImage() {} };
+            v.ctx = { drawImage() {} };
+            v.buffer = {};
+            ctx.kelvor.chartkit.avTiles = { [id(10, 600, 1000)]: 1 };
+            v.renderRasterTile = function () {
+                this.renderList = {};
+                this.checkTile(1000, 600, 10, 5);
+                this.tileList = Object.keys(this.renderList).map(Number);
+            };
+            v._compose(true);
+            c.end(made[0]);
+            v._compose(false);
+            assert.strictEqual(v.busy(), c.busyAt0, 'busy right after the request ended');
+            now += v.tileWait - 1;
+            v._compose(false);
+            assert.strictEqual(v.busy(), c.busyAt0, 'still the same just before the wait runs out');
+            now += 1;
+            v._compose(false);
+            assert.strictEqual(v.busy(), false, 'not busy once the wait ran out');
+            v._compose(true);
+            assert.strictEqual(v.busy(), c.asksAgain, 'a new tile list waits only for a new request');
+            assert.strictEqual(made.length, c.asksAgain ? 2 : 1);
+        });
+    }
+
+    await t.test('a failed tile is asked again with the next tile list; a late one composes anew', () => {
+        const ctx = client();
+        let now = 5;
+        require('vm').runInContext('Date', ctx).now = () => now;
+        const made = [];
+        ctx.Image = function () { made.push(this); };
+        const v = bareMap(ctx, Math.pow(2, 18));
+        ctx.kelvor.chartkit.avTiles = { [id(10, 600, 1000)]: 1 };
+        v.checkTile(1000, 600, 10, 5);
+        made[0].onerror();
+        v.renderList = {};
+        v.checkTile(1000, 600, 10, 5);
+        assert.strictEqual(made.length, 2, 'a new request for the failed tile');
+        v.tileList = Object.keys(v.renderList).map(Number);
+        now += v.tileWait;
+        v._missing();
+        v.force = false;
+        made[1].naturalWidth = 256;
+        made[1].onload();
+        assert.ok(v.force, 'the late tile makes the next pass compose the chart');
+    });
+});

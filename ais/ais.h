@@ -692,6 +692,11 @@ extern AisMsg24 aisPartA; /* the last part A of message 24 */
 /* Writes src as a JSON string into dst, which must hold 2*strlen(src)+3
 ** bytes. */
 void aisJsonString(char *dst, const char *src);
+/* The most bytes of rows that wait for a status reply. A feed that runs
+** while no client asks (a headless host with no page open) would otherwise
+** grow the queue for as long as it runs; at the limit the waiting rows,
+** stale by then, are dropped and the queue starts again with the new one. */
+#define AIS_QUEUE_MAX (4 * 1024 * 1024)
 /* Appends "nmea_stat" and the queued rows to a status reply and empties
 ** the queue. */
 void getAisData(ResponseBuffer *b);

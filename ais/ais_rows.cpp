@@ -22,8 +22,8 @@
 #include "ais/ais.h"
 #include "nav/nmea.h"
 
-/* The queue of rows, joined by ",\n". It grows geometrically and has no
-** size limit; it is emptied, not shrunk, by each status reply. */
+/* The queue of rows, joined by ",\n". It grows geometrically up to
+** AIS_QUEUE_MAX; it is emptied, not shrunk, by each status reply. */
 typedef struct AisText {
     char *data;
     size_t length;
@@ -62,11 +62,13 @@ static void aisjson_add(const char *p, size_t n) {
     aisjson.data[aisjson.length] = 0;
 }
 
-/* Queues one row; an empty text queues nothing. */
+/* Queues one row; an empty text queues nothing. A row that would take the
+** queue past AIS_QUEUE_MAX drops the rows waiting before it. */
 static void ais_queue_row(const char *row) {
     if (row[0] == 0) return;
     size_t n = strlen(row);
     pthread_mutex_lock(&aismutex);
+    if (aisjson.length + 2 + n >= AIS_QUEUE_MAX) aisjson.length = 0;
     if (aisjson.length > 0) aisjson_add(",\n", 2);
     aisjson_add(row, n);
     pthread_mutex_unlock(&aismutex);
@@ -475,9 +477,6 @@ void getAisData(ResponseBuffer *b) {
     pthread_mutex_lock(&aismutex);
     snprintf(head, sizeof(head), "\"nmea_stat\":%d,\"ais\":[\n", nmea_stat);
     buffAddChar(b, head);
-    /* a reply cannot hold 2 GB: like any reply that cannot grow, that ends
-    ** the process */
-    if (aisjson.length > 0x7ffffff0u) exit(1);
     if (aisjson.length > 0) buffAddData(b, aisjson.data, (int)aisjson.length);
     buffAddChar(b, "],");
     aisjson.length = 0;

@@ -91,8 +91,9 @@ static void download_thread(void *unused) {
 }
 
 /* /download/: idle + anything but "*" starts a download with the rest of
-** the path as arguments; running + "**" requests a stop; failed + "**"
-** acknowledges. Always answers the four figures.
+** the path as arguments (unless they are longer than dlArgs holds);
+** running + "**" requests a stop; failed + "**" acknowledges. Always
+** answers the four figures.
 **
 ** The state in the reply is the one this step leaves. For a start that is
 ** 1, also when the new thread has already moved on to 2 (or, failing at
@@ -112,10 +113,11 @@ static void route_download(ResponseBuffer *out, const char *path) {
     int started = 0;
 
     if (state == 0) {
-        if (b10 != '*' && MR_CAS(mrApp.dlState, &state, 1)) {
-            /* at most 256 bytes of arguments: a longer text is cut, since it
-            ** comes from outside and must not end the process */
-            snprintf(mrApp.dlArgs, sizeof(mrApp.dlArgs), "%s", path + 10);
+        /* arguments that do not fit dlArgs start nothing: a cut text could
+        ** name another pack or size */
+        int fits = len - 10 < sizeof(mrApp.dlArgs);
+        if (b10 != '*' && fits && MR_CAS(mrApp.dlState, &state, 1)) {
+            memcpy(mrApp.dlArgs, path + 10, len - 10 + 1);
             _beginthread(download_thread, 0, NULL);
             started = 1;
         }

@@ -36,6 +36,14 @@ int mr_serial_read_setting(const char *path, MrSerialSetting *s) {
     f = fopen(path, "r");
     if (f == NULL) return -1;
     if (fgets(s->portName, sizeof(s->portName), f) == NULL) s->portName[0] = 0;
+    /* a first line that does not fit names no port: a cut one is another
+    ** device, and the rest of it is no speed */
+    size_t n = strlen(s->portName);
+    if (n == sizeof(s->portName) - 1 && s->portName[n - 1] != '\n' && fgetc(f) != EOF) {
+        MR_BCOPY(s->portName, "Off");
+        fclose(f);
+        return 0;
+    }
     chop_line_end(s->portName);
     if (s->portName[0] == 0) MR_BCOPY(s->portName, "Off");
     if (fgets(speed, sizeof(speed), f) != NULL) {

@@ -22,8 +22,8 @@ typedef struct MrSerialSetting {
 
 /* Reads path into *s. The first line (at most 255 bytes, its line end
 ** removed) is the port, the second (at most 31 bytes) the speed. A missing
-** file or an empty first line gives "Off"; a missing or non-positive speed
-** gives 4800. Returns 0 when the file was read, -1 when it could not be
+** file, an empty first line or a longer one gives "Off"; a missing or
+** non-positive speed gives 4800. Returns 0 when the file was read, -1 when it could not be
 ** opened. */
 int mr_serial_read_setting(const char *path, MrSerialSetting *s);
 

@@ -34,6 +34,25 @@ void mr_db_swap(sqlite3 **slot, sqlite3 *db) {
     mr_db_write_end();
 }
 
+/* The area in which a pack directory and a file name are joined. */
+#define STATE_PATH_SIZE 320
+
+/* True when value fits the room that the named state copies it into: the
+** field of alang, mlang or skin, or the path area of chartdb and
+** delchartdb joined to either pack directory. Other names store the value
+** only as a row, which has no fixed room. The value comes from the request
+** path, so this test keeps an over-long one away from the bounded copies. */
+static int state_value_fits(const char *name, const char *value) {
+    size_t n = strlen(value);
+    if (strcmp(name, "alang") == 0) return n < sizeof(mrApp.alang);
+    if (strcmp(name, "mlang") == 0) return n < sizeof(mrApp.mlang);
+    if (strcmp(name, "skin") == 0) return n < sizeof(mrApp.skin);
+    if (strcmp(name, "chartdb") == 0 || strcmp(name, "delchartdb") == 0)
+        return strlen(mrApp.packDir) + n < STATE_PATH_SIZE &&
+               strlen(mrApp.altPackDir) + n < STATE_PATH_SIZE;
+    return 1;
+}
+
 /* Opens path read-only into chartDb; a failed open leaves chartDb NULL
 ** and closes the half-made handle. Caller holds the write side. */
 static void open_chart(const char *path) {
@@ -48,7 +67,7 @@ static void open_chart(const char *path) {
 ** The whole switch happens under the write side, so a request sees either
 ** the old pack or the new one (or none when the open failed). */
 static void state_chartdb(ResponseBuffer *b, const char *value) {
-    char path[320];
+    char path[STATE_PATH_SIZE];
     mr_db_write_begin();
     if (mrApp.chartDb) sqlite3_close(mrApp.chartDb);
     mrApp.chartDb = NULL;
@@ -67,7 +86,7 @@ static void state_chartdb(ResponseBuffer *b, const char *value) {
 ** in both pack directories; results are ignored. The reply names the last
 ** path tried. */
 static void state_delchartdb(ResponseBuffer *b, const char *value) {
-    char path[320];
+    char path[STATE_PATH_SIZE];
     mr_db_swap(&mrApp.chartDb, NULL);
     mr_bprintf(path, sizeof(path), "%s%s", mrApp.packDir, value);
     unlink(path);
@@ -83,9 +102,11 @@ static void state_delchartdb(ResponseBuffer *b, const char *value) {
 ** then sends the same body a second time). With "name=value" the named
 ** state changes, the reply is collected for the route to send, and the
 ** value is always kept as a kvt row of type 11, also for unknown names and
-** failed actions. A value longer than its field (alang, mlang 3 bytes,
-** skin 31) or a path longer than 319 bytes ends the process.
-** Returns the result of getValue (reading form) or setValue (0, -1, -2). */
+** failed actions. A value longer than its room (alang and mlang 3 bytes,
+** skin 31, a pack path 319) changes nothing, is not stored, and gets the
+** body "500 ".
+** Returns the result of getValue (reading form) or setValue (0, -1, -2),
+** or -3 for a value that did not fit. */
 int getSetState(ResponseBuffer *b, const char *text) {
     char name[2048];
     const char *value;
@@ -101,6 +122,10 @@ int getSetState(ResponseBuffer *b, const char *text) {
     name[n] = 0;
     value = eq + 1;
 
+    if (!state_value_fits(name, value)) {
+        buffAddChar(b, "500 ");
+        return -3;
+    }
     if (strcmp(name, "alang") == 0) {
         MR_BCOPY(mrApp.alang, value);
         mrc_write_regkey("alang", value);

@@ -42,20 +42,26 @@
 /* Fills host (size bytes) with the chart server's "host" or "host:port"
 ** from keyDir + "chartserver.key" (first line, surrounding blanks and the
 ** line end removed), or with the built-in ".invalid" host when the file is
-** missing or blank. A line that does not fit is cut at size-1 bytes: the
-** file is outside data and must not end the process. */
-void download_server_host(char *host, unsigned size) {
-    char line[256];
+** missing or blank. Returns 0, or -1 with host empty when the line does not
+** fit: a cut name would be another server. */
+int download_server_host(char *host, unsigned size) {
+    char line[1024];
     char *p, *end;
-    if (size == 0) return;
+    if (size == 0) return -1;
+    host[0] = 0;
     line[0] = 0;
     mrc_read_regkey("chartserver", line, sizeof(line));
+    /* a line that fills the whole read without its line end is longer still */
+    if (strlen(line) == sizeof(line) - 1 && line[sizeof(line) - 2] != '\n') return -1;
     for (p = line; *p == ' ' || *p == '\t'; p++) {
     }
     end = p + strlen(p);
     while (end > p && (end[-1] == '\n' || end[-1] == '\r' || end[-1] == ' ' || end[-1] == '\t'))
         *--end = 0;
-    snprintf(host, size, "%s", *p ? p : DL_DEFAULT_HOST);
+    if (!*p) p = (char *)DL_DEFAULT_HOST;
+    if (strlen(p) >= size) return -1;
+    memcpy(host, p, strlen(p) + 1);
+    return 0;
 }
 
 /* Splits "host", "host:port", "[v6]" or "[v6]:port" into name and service.
@@ -230,7 +236,12 @@ void download(void) {
     args[sizeof(args) - 1] = 0;
     sscanf(args, "%d %d %d %8x", &id, &version, &size, &expected);
     MR_STORE(mrApp.dlId, id);
-    download_server_host(host, sizeof(host));
+    if (download_server_host(host, sizeof(host)) != 0) {
+        /* an unusable server name is a server not found, asked of no one */
+        MR_STORE(mrApp.dlError, -2);
+        judge = 0;
+        goto release;
+    }
 
     snprintf(tempPath, sizeof(tempPath), "%sN%06d.temp", mrApp.packDir, id);
     fileFd = open(tempPath, O_RDWR | O_CREAT, 0666);

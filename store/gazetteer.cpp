@@ -58,10 +58,11 @@ static const char *gaz_text(sqlite3_stmt *stmt, int col) {
 }
 
 /* Answers /gazetteer/<x>/<y>[/<range>]. With no pack, no gaz table or no
-** place in range the body is "[]". An object longer than 511 bytes ends the
-** process (names are short by the pack format). Ranks outside 0..255 have
-** no flag and are listed like rank 0, so that a bad row never reaches
-** outside the table. Returns 0. */
+** place in range the body is "[]". A place whose object would not fit 511
+** bytes is passed over as if it were not there: names are short by the pack
+** format, and a pack that breaks it comes from outside. Ranks outside
+** 0..255 have no flag and are listed like rank 0, so that a bad row never
+** reaches outside the table. Returns 0. */
 int gazetteer(ResponseBuffer *b, const char *text) {
     char sql[512];
     char entry[512];
@@ -82,12 +83,13 @@ int gazetteer(ResponseBuffer *b, const char *text) {
         int r = sqlite3_column_int(stmt, 5);
         int flagged = r >= 0 && r < 256;
         if (flagged && seen[r]) continue;
+        int n = snprintf(entry, sizeof(entry), "{\"n\":\"%s\",\"c\":\"%s\",\"x\":%d,\"y\":%d}",
+                         gaz_text(stmt, 1), gaz_text(stmt, 0), sqlite3_column_int(stmt, 3),
+                         sqlite3_column_int(stmt, 4));
+        if (n < 0 || (size_t)n >= sizeof(entry)) continue;
         if (!first) buffAddChar(b, ",");
         first = 0;
         if (flagged) seen[r] = (unsigned char)(r & 0xff);
-        mr_bprintf(entry, sizeof(entry), "{\"n\":\"%s\",\"c\":\"%s\",\"x\":%d,\"y\":%d}",
-                   gaz_text(stmt, 1), gaz_text(stmt, 0), sqlite3_column_int(stmt, 3),
-                   sqlite3_column_int(stmt, 4));
         buffAddChar(b, entry);
     }
     sqlite3_finalize(stmt);

@@ -76,9 +76,15 @@ int loadOrSaveDb(struct sqlite3 *db, const char *fileName, int isSave);
 /* ---- SQL gateway: writes the reply and sends it ---- */
 int execSql(ResponseBuffer *b, const char *statementText, struct sqlite3 *db, const void *blob,
             int blobLength);
-/* Writes v into out (256 bytes) exactly as "%lf" formats it; a text that
-** needs more ends the process. Returns the length. */
+/* Room for any double as "%lf" writes it: DBL_MAX has 309 digits, and a
+** sign, the point and six decimals come with them. */
+#define SQL_DOUBLE_TEXT 320
+/* Writes v into out (SQL_DOUBLE_TEXT bytes) exactly as "%lf" formats it.
+** Returns the length. */
 int sql_format_double(char *out, double v);
+/* The largest reply that the gateway collects; a result beyond it is
+** answered with SQLite's "string or blob too big" instead. */
+#define SQL_REPLY_MAX (256 * 1024 * 1024)
 /* The same on a replaceable handle, under the guard (see getValueAt). */
 int execSqlAt(ResponseBuffer *b, const char *statementText, struct sqlite3 *const *slot,
               const void *blob, int blobLength);
@@ -108,7 +114,8 @@ extern const uint32_t (&poly8_lookup)[256];
 ** Content-Length, -6 chunked (see download.cpp). */
 int http_get(const char *host, const char *path, ResponseBuffer *b);
 /* The chart server's "host[:port]" from chartserver.key, or the built-in
-** host that never resolves. */
-void download_server_host(char *host, unsigned size);
+** host that never resolves. Returns 0, or -1 (host empty) when the key
+** file's line does not fit size bytes. */
+int download_server_host(char *host, unsigned size);
 
 #endif

@@ -74,7 +74,7 @@ int sql_format_double(char *out, double v) {
     int e;
 
     if (!isfinite(v) || fabs(v) >= 9007199254740992.0) {
-        mr_bprintf(out, 256, "%lf", v);
+        mr_bprintf(out, SQL_DOUBLE_TEXT, "%lf", v);
         return (int)strlen(out);
     }
     double m = frexp(fabs(v), &e); /* |v| = m * 2^e, m in [0.5, 1) or 0 */
@@ -106,16 +106,30 @@ int sql_format_double(char *out, double v) {
     return len;
 }
 
-/* Appends one value of the current row by its storage class. */
-static void sql_value(SqlText *t, sqlite3_stmt *stmt, int col) {
-    char num[256];
-    switch (sqlite3_column_type(stmt, col)) {
+/* Appends one value of the current row by its storage class. Returns 0,
+** or -1 (nothing appended) when the value would take the rows past
+** SQL_REPLY_MAX. */
+static int sql_value(SqlText *t, sqlite3_stmt *stmt, int col) {
+    char num[SQL_DOUBLE_TEXT];
+    int type = sqlite3_column_type(stmt, col);
+    if (type == SQLITE_TEXT || type == SQLITE_BLOB) {
+        /* escapes at most double a text; only near the limit are they counted */
+        const unsigned char *s = sqlite3_column_text(stmt, col);
+        size_t n = (size_t)sqlite3_column_bytes(stmt, col);
+        if (t->len + 2 * n + 2 > SQL_REPLY_MAX) {
+            size_t need = n + 2;
+            for (size_t i = 0; s && i < n; i++) need += buffJsonEscape[s[i]] != 0;
+            if (t->len + need > SQL_REPLY_MAX) return -1;
+        }
+    } else if (t->len + sizeof(num) > SQL_REPLY_MAX) {
+        return -1;
+    }
+    switch (type) {
     case SQLITE_INTEGER:
         sqlt_str(t, (const char *)sqlite3_column_text(stmt, col));
         break;
     case SQLITE_FLOAT:
-        /* six decimals always; a double that needs 256 bytes or more ends
-        ** the process through the bounded format */
+        /* six decimals always; the area holds the widest double */
         sqlt_add(t, num, (size_t)sql_format_double(num, sqlite3_column_double(stmt, col)));
         break;
     case SQLITE_TEXT:
@@ -132,6 +146,7 @@ static void sql_value(SqlText *t, sqlite3_stmt *stmt, int col) {
         sqlt_str(t, "null");
         break;
     }
+    return 0;
 }
 
 /* Collects the reply for statementText on db into b. A failed prepare is
@@ -156,23 +171,26 @@ static void sql_collect(ResponseBuffer *b, const char *statementText, sqlite3 *d
             buffAddChar(b, sqlite3_step(stmt) == SQLITE_DONE ? "OK" : "ERR");
     } else {
         int ncol = sqlite3_column_count(stmt);
-        int first = 1;
+        int first = 1, tooBig = 0;
         SqlText rows = {NULL, 0, 0};
         sqlt_add(&rows, "[", 1);
         /* a step that fails ends the rows like the last one: the part read
         ** stands as the result */
-        while (sqlite3_step(stmt) == SQLITE_ROW) {
+        while (!tooBig && sqlite3_step(stmt) == SQLITE_ROW) {
             sqlt_str(&rows, first ? "\n[" : ",\n[");
             first = 0;
-            for (int i = 0; i < ncol; i++) {
+            for (int i = 0; i < ncol && !tooBig; i++) {
                 if (i) sqlt_add(&rows, ",", 1);
-                sql_value(&rows, stmt, i);
+                tooBig = sql_value(&rows, stmt, i) != 0;
             }
             sqlt_add(&rows, "]", 1);
         }
         sqlt_add(&rows, "\n]", 2);
-        if (rows.len > 0x7ffffff0u) exit(1); /* beyond what a reply can count */
-        buffAddData(b, rows.p, (int)rows.len);
+        /* a result the reply cannot hold is an error, not a cut array */
+        if (tooBig)
+            buffAddChar(b, sqlite3_errstr(SQLITE_TOOBIG));
+        else
+            buffAddData(b, rows.p, (int)rows.len);
         free(rows.p);
     }
     sqlite3_finalize(stmt);

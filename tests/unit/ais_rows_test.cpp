@@ -203,6 +203,31 @@ TEST_F(AisRows, QueueAndStatusFragment) {
     nmea_stat = 0;
 }
 
+// With no status request to take them, rows of a busy feed stop at the
+// limit: the waiting ones are dropped and the newest row is kept.
+TEST_F(AisRows, QueueNobodyTakesStaysBounded) {
+    auto sentence = [](uint32_t mmsi) {
+        aisenc::Bits b;
+        b.put(1, 6).put(0, 2).put(mmsi, 30).put(0, 4).put(0x80, 8).put(12, 10).put(0, 1);
+        b.put(0, 28).put(0, 27).put(450, 12).put(511, 9).put(0, 6).put(0, 25);
+        return aisenc::sentences(b)[0];
+    };
+    const std::string busy = sentence(111111111), newest = sentence(222222222);
+    const std::string row = "[111111111,1,0,20015089,20015089,12,450,511,-128,0]";
+    // half as much again as the queue holds
+    for (size_t queued = 0; queued < AIS_QUEUE_MAX + AIS_QUEUE_MAX / 2; queued += row.size() + 2) {
+        std::string l = busy;
+        ProcessAIS(&l[0]);
+    }
+    std::string l = newest;
+    ProcessAIS(&l[0]);
+    std::string rows = rowsOf(takeRows());
+    EXPECT_LT(rows.size(), (size_t)AIS_QUEUE_MAX);
+    EXPECT_GT(rows.size(), (size_t)AIS_QUEUE_MAX / 4);
+    EXPECT_EQ(row + ",\n", rows.substr(0, row.size() + 2));  // whole rows only
+    EXPECT_EQ(",\n[222222222,1,0,20015089,20015089,12,450,511,-128,0]", rows.substr(rows.rfind(",\n")));
+}
+
 TEST_F(AisRows, BaseStationTimes) {
     // Reports of the hours around the spring change of central European
     // time, with the out-of-range minutes and seconds six bits allow:

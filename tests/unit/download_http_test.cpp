@@ -115,23 +115,29 @@ TEST(DownloadServerHost, ComesFromTheKeyFileOrStaysInvalid) {
     const std::string key = dir + "chartserver.key";
     mr_bcopy(mrApp.keyDir, sizeof(mrApp.keyDir), dir.c_str());
 
+    const std::string longest(255, 'h'), tooLong(256, 'h');
     struct Case {
-        const char *content;  // nullptr: no key file
-        const char *host;
+        bool file;
+        std::string content, host;
+        int result;
     } cases[] = {
-        {nullptr, "charts.mareplot.invalid"},
-        {"", "charts.mareplot.invalid"},
-        {"  \r\n", "charts.mareplot.invalid"},
-        {"charts.example.org", "charts.example.org"},
-        {"127.0.0.1:8080\n", "127.0.0.1:8080"},
-        {" [::1]:8080 \r\nsecond line\n", "[::1]:8080"},
+        {false, "", "charts.mareplot.invalid", 0},
+        {true, "", "charts.mareplot.invalid", 0},
+        {true, "  \r\n", "charts.mareplot.invalid", 0},
+        {true, "charts.example.org", "charts.example.org", 0},
+        {true, "127.0.0.1:8080\n", "127.0.0.1:8080", 0},
+        {true, " [::1]:8080 \r\nsecond line\n", "[::1]:8080", 0},
+        // a name that does not fit is no server at all, never a cut one
+        {true, longest + "  \n", longest, 0},
+        {true, tooLong + "\n", "", -1},
+        {true, std::string(5000, 'h'), "", -1},
     };
     for (const Case &c : cases) {
         unlink(key.c_str());
-        if (c.content) writeFile(key, c.content);
+        if (c.file) writeFile(key, c.content);
         char host[256] = "garbage";
-        download_server_host(host, sizeof(host));
-        EXPECT_STREQ(c.host, host) << (c.content ? c.content : "(no file)");
+        EXPECT_EQ(c.result, download_server_host(host, sizeof(host))) << c.content.substr(0, 40);
+        EXPECT_EQ(c.host, host) << (c.file ? c.content.substr(0, 40) : "(no file)");
     }
     removeTree(dir);
     mrApp.keyDir[0] = 0;

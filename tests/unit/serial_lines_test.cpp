@@ -112,7 +112,7 @@ INSTANTIATE_TEST_SUITE_P(
                       SettingCase{"no_speed_line", "/dev/ttyACM0\n", "/dev/ttyACM0", 4800},
                       SettingCase{"speed_not_a_number", "/dev/ttyACM0\nfast", "/dev/ttyACM0", 4800},
                       SettingCase{"negative_speed", "/dev/ttyACM0\n-9600", "/dev/ttyACM0", 4800},
-                      /* an over-long first line is cut at the field */
-                      SettingCase{"overlong_port", std::string(300, 'a') + "\n9600", std::string(255, 'a'),
-                                  4800}),
+                      /* a first line longer than the field names no port */
+                      SettingCase{"overlong_port", std::string(300, 'a') + "\n9600", "Off", 4800},
+                      SettingCase{"longest_port", std::string(255, 'a'), std::string(255, 'a'), 4800}),
     [](const ::testing::TestParamInfo<SettingCase> &i) { return std::string(i.param.name); });

@@ -74,7 +74,7 @@ kelvor.routeList = [];
                 o.name = o.m[0].name + " --> " + o.m[o.m.length - 1].name;
             }
         } else if (!o.noauto) {
-            var n = kelvor.chartkit.gazetteer(this.x, this.y);
+            var n = this.noauto ? this.name : kelvor.chartkit.gazetteer(this.x, this.y);
             if (this === o.m[0]) o.nameFrom = n;
             else o.nameTo = n;
             o.name = (o.nameFrom || "") + " --> " + (o.nameTo || "");

@@ -24,6 +24,13 @@ kelvor.rulerList = [];
 
     U.activeRuler = false;
     U.modified = false;
+    U.COLORS = [["#ff00ff", "Magenta"]].concat(R.COLORS);
+
+    /* The selected end point of the active ruler, or false. */
+    function activePoint() {
+        var r = U.activeRuler;
+        return r && M.activeMarker && M.activeMarker.ruler === r ? M.activeMarker : false;
+    }
 
     var P = U.prototype;
 
@@ -87,11 +94,15 @@ kelvor.rulerList = [];
     U.unlock = function () { if (U.activeRuler) U.activeRuler.locked = false; U.menu(); };
 
     U.note = function () {
-        if (U.activeRuler) M.noteDialog(U.activeRuler.note || "", "kelvor.ruler.noteSave()");
+        if (U.activeRuler) M.noteDialog(U.activeRuler.note || "", "kelvor.ruler.noteSave(false)");
     };
-    U.noteSave = function () {
-        var t = el("i_nob_comment");
-        if (U.activeRuler && t) U.activeRuler.note = t.value;
+    U.noteWaypoint = function () {
+        var wp = activePoint();
+        if (wp) M.noteDialog(wp.note || "", "kelvor.ruler.noteSave(true)");
+    };
+    U.noteSave = function (point) {
+        var t = el("i_nob_comment"), o = point ? activePoint() : U.activeRuler;
+        if (o && t) o.note = t.value;
         U.modified = true;
         cpApp.setModified();
         cpApp.closeDlg();
@@ -105,6 +116,22 @@ kelvor.rulerList = [];
         r.noauto = true;
         U.modified = true;
         cpApp.setModified();
+    };
+
+    U.rulerColorChange = function (c) {
+        if (!U.activeRuler) return;
+        U.activeRuler.color = String(c);
+        U.modified = true;
+        cpApp.setModified();
+        cpApp.update();
+    };
+
+    /* Selects end point id of the active ruler and centres the map on it. */
+    U.showWayPoint = function (id) {
+        var r = U.activeRuler, wp = r ? r.m[Number(id)] : null;
+        if (!wp) return;
+        wp.onDown();
+        cpApp.map.setCenter(wp.x, wp.y);
     };
 
     U.share = function () {
@@ -131,12 +158,19 @@ kelvor.rulerList = [];
             b("btn_ruler_unlock", "icon-50-waypoint-selected-move.png", "Unlock", "kelvor.ruler.unlock()", 1) +
             b("btn_ruler_lock", "icon-50-waypoint-selected.png", "Lock", "kelvor.ruler.lock()", 1) +
             b("btn_ruler_note", "icon-50-log.png", "Note", "kelvor.ruler.note()", 1) +
+            b("btn_ruler_waypoint_note", "icon-50-log.png", "Note", "kelvor.ruler.noteWaypoint()", 1) +
             b("btn_ruler_share", "icon-50-cloud.png", "Share", "kelvor.ruler.share()", 1) +
             b("btn_ruler_del", "icon-50-tool.png", "Delete", "kelvor.ruler.del()", 1);
+        var opts = "";
+        for (var i = 0; i < U.COLORS.length; i++) {
+            opts += "<option value=\"" + U.COLORS[i][0] + "\">" + U.COLORS[i][1] + "</option>";
+        }
         var d = el("cp_ruler_dash");
         if (d) {
             d.innerHTML = "<select id=\"i_ruler_list\" onchange=\"kelvor.ruler.showRuler(this.value)\"></select>" +
                 "<input type=\"text\" id=\"i_ruler_name\" onchange=\"kelvor.ruler.rename(this.value)\">" +
+                "<select id=\"i_ruler_color\" onchange=\"kelvor.ruler.rulerColorChange(this.value)\">" + opts + "</select>" +
+                "<select id=\"i_ruler_point_list\" onchange=\"kelvor.ruler.showWayPoint(this.value)\"></select>" +
                 "<div><span id=\"i_ruler_length\"></span> <span id=\"i_ruler_brg\"></span></div>" +
                 "<div><span id=\"i_ruler_pos\" onclick=\"kelvor.marker.editman(this, 3)\"></span></div>";
         }
@@ -144,22 +178,25 @@ kelvor.rulerList = [];
 
     U.menu = function () {
         U._ui();
-        var r = U.activeRuler, s = kelvor.settings;
+        var r = U.activeRuler, s = kelvor.settings, wp = activePoint();
         cpApp.showMenuBar("cp_ruler_menu");
         cpApp.showDashBoard("cp_ruler_dash");
         show("btn_ruler_unlock", r && r.locked);
         show("btn_ruler_lock", r && !r.locked);
-        show("btn_ruler_note", !!r);
+        show("btn_ruler_note", !!r && !wp);
+        show("btn_ruler_waypoint_note", !!wp);
         show("btn_ruler_share", !!r);
         show("btn_ruler_del", r && !r.locked);
         R._list("i_ruler_list", kelvor.rulerList, r, "Select Ruler");
+        R._list("i_ruler_point_list", r ? r.m : [], wp, "Select Point");
         if (r && r.m.length === 2) {
             var n = el("i_ruler_name");
             if (n) n.value = r.name;
             setText("i_ruler_length", s.fmtDist(r.m[0].geoDist(r.m[1])));
             setText("i_ruler_brg", s.fmtBrg(r.m[0].brg(r.m[1])));
-            var wp = M.activeMarker && M.activeMarker.ruler === r ? M.activeMarker : r.m[0];
-            setText("i_ruler_pos", M.fmtPos(wp));
+            setText("i_ruler_pos", M.fmtPos(wp || r.m[0]));
+            var c = el("i_ruler_color");
+            if (c) c.value = r.color;
         }
         cpApp.update();
     };
@@ -180,6 +217,8 @@ kelvor.rulerList = [];
                 var wp = R.newWp(r, Number(p.x) || 0, Number(p.y) || 0, null, "ruler");
                 wp.name = p.name === undefined ? "" : String(p.name);
                 if (p.xte) wp.xte = Number(p.xte);
+                if (p.noauto) wp.noauto = true;
+                if (p.note) wp.note = String(p.note);
                 r.m.push(wp);
             }
             kelvor.rulerList.push(r);

@@ -20,7 +20,8 @@ function client(elements) {
     ctx.cpApp = {
         saves: 0, setModified() { this.saves++; }, unSelect() {}, update() {}, closeDlg() {},
         showMenuBar() {}, showDashBoard() {}, helpBubbleShow() {}, sizeDialog() {}, yesno() {},
-        map: { getPosWorldMerc: () => ({ x: 0, y: 0 }), getBase: () => 65536, paintByTimer() {}, setCenter() {} },
+        map: { getPosWorldMerc: () => ({ x: 0, y: 0 }), getBase: () => 65536, paintByTimer() {}, setCenter() {},
+            setPosWorldMerc() {} },
     };
     return ctx;
 }
@@ -188,9 +189,31 @@ test('stored forms: key order, icons, and the XTE name on the second save', () =
     // waypoints share the point list but are not saved as markers
     assert.ok(M.markerList.length >= 3);
 
-    kelvor.ruler.load('[{"name":"R","note":"","m":[{"name":"a","x":0,"y":0},{"name":"b","x":3,"y":4}],"color":"#ff00ff","noauto":false}]');
-    assert.strictEqual(JSON.stringify(kelvor.rulerList),
-        '[{"name":"R","note":"","m":[{"name":"a","x":0,"y":0},{"name":"b","x":3,"y":4}],"color":"#ff00ff","noauto":false}]');
+    const ruler = '[{"name":"R","note":"","m":[{"name":"a","x":0,"y":0},{"name":"b","x":3,"y":4,"noauto":true,' +
+        '"note":"pier"}],"color":"#ff00ff","noauto":false}]';
+    kelvor.ruler.load(ruler);
+    assert.strictEqual(JSON.stringify(kelvor.rulerList), ruler, 'ruler points keep noauto and note');
+});
+
+test('ruler: end-point notes, colour, point list; a named end keeps its name', () => {
+    const els = { i_nob_comment: { value: '' }, i_ruler_point_list: { innerHTML: '' } };
+    const ctx = client(els);
+    const U = ctx.kelvor.ruler, M = ctx.kelvor.marker;
+    U.load('[{"name":"R","m":[{"name":"a","x":0,"y":0},{"name":"b","x":3,"y":4,"noauto":true}],"color":"#ff00ff"}]');
+    const r = ctx.kelvor.rulerList[0];
+    U.showRuler(0);
+    U.showWayPoint(1);
+    assert.strictEqual(M.activeMarker, r.m[1], 'the list selects the end point');
+    assert.match(els.i_ruler_point_list.innerHTML, /value="1" selected>2 - b</);
+    U.noteWaypoint();
+    els.i_nob_comment.value = 'pier head';
+    U.noteSave(true);
+    U.rulerColorChange('#00ff00');
+    assert.deepStrictEqual([r.m[1].note, r.note, r.color], ['pier head', '', '#00ff00']);
+
+    r.locked = false;
+    for (const p of r.m) { p.onMove(null, 1, 1); p.onUp(); }
+    assert.strictEqual(r.name, 'Kiel --> b', 'the end named by the user is not renamed');
 });
 
 test('a moved marker is named by the gazetteer unless the user named it; a locked marker does not move', () => {

@@ -678,13 +678,15 @@ kelvor.ais = {
     ** (characters 5 and 4 of the key), class c (the MMSI), place x, y. */
     findByRange: function (x, y, r) {
         var a = kelvor.ais, out = [];
+        /* a Near Me row of a target opens the target's dialogue */
+        function openNear() { kelvor.ais.showStatus(this.id); }
         for (var id in a.ais_elem) {
             var e = a.ais_elem[id];
             if (e.X === undefined) continue;
             var d2 = (e.X - x) * (e.X - x) + (e.Y - y) * (e.Y - y);
             if (d2 < r) {
                 var key = String(id);
-                out.push({ n: key.charAt(5) + key.charAt(4), c: e.user, x: e.X, y: e.Y, e: e });
+                out.push({ n: key.charAt(5) + key.charAt(4), c: e.user, x: e.X, y: e.Y, e: e, id: id, onUp: openNear });
             }
         }
         return out;
@@ -693,7 +695,7 @@ kelvor.ais = {
     goAis: function (id) {
         var e = kelvor.ais.ais_elem[id];
         if (!e || e.X === undefined) return;
-        kelvor.boat.autoUpdate = false;
+        kelvor.boat.cruiseMode(0);
         cpApp.map.setCenter(e.X, e.Y);
         cpApp.update();
     },

@@ -413,8 +413,8 @@ kelvor.boat = {
             btn("btn_boat_next_wp", "icon-50-waypoint.png", "Next", "kelvor.boat.waypointNext()") +
             btn("i_boat_stop_route", "dvstop.png", "Stop", "kelvor.boat.stopRoute()", 1) +
             "<select id=\"i_boat_follow\" onchange=\"kelvor.boat.setFollowMode(this.value)\">" +
-            "<option value=\"1\">North UP</option><option value=\"2\">Look Ahead</option>" +
-            "<option value=\"3\">Heading UP</option><option value=\"4\">Follow Leg-Line</option></select>";
+            "<option value=\"1\">" + "North UP" + "</option><option value=\"2\">" + "Look Ahead" + "</option>" +
+            "<option value=\"3\">" + "Heading UP" + "</option><option value=\"4\">" + "Follow Leg-Line" + "</option></select>";
         var d = el("cp_boat_dash");
         if (d) {
             var cells = [["i_boat_lat", "LAT"], ["i_boat_lon", "LON"], ["i_boat_sog", "SOG"], ["i_boat_cog", "COG"],
@@ -503,6 +503,7 @@ kelvor.boat = {
             list[i].d = p.geoDist(q);
             list[i].brgText = s.fmtBrg(p.geoBrg(q));
             if (list[i].q === undefined) list[i].q = 1;
+            if (!list[i].onUp) list[i].onUp = showPlace;
         }
         b.nearList = b.sortNear(list);
         var h = "<h2>" + "Near Me" + "</h2>";
@@ -522,12 +523,20 @@ kelvor.boat = {
         cpApp.sizeDialog("np_table_list", 720);
     };
 
+    /* A place of the gazetteer: its name over its class, in words. */
+    function showPlace() {
+        var fc = kelvor.featurcodes || {};
+        kelvor.chartkit.showMrk.call({ n: this.n, txt: fc[this.c] || this.c });
+    }
+
+    /* The list closes before the entry opens, which may open a dialogue
+    ** of its own. */
     b.goNearMe = function (i) {
         var e = b.nearList[i];
         if (!e) return;
         kelvor.chartkit.showBestChart(Number(e.x), Number(e.y));
-        if (e.onUp) e.onUp();
         cpApp.closeDlg();
+        if (e.onUp) e.onUp();
     };
 
     /* ---- drawing ------------------------------------------------------- */

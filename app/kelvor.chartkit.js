@@ -286,7 +286,9 @@ kelvor.chartkit = {
             var m = list[i];
             var d = Math.sqrt((m.x - x) * (m.x - x) + (m.y - y) * (m.y - y));
             if (!(d < r)) continue;
-            var e = { n: m.n !== undefined ? m.n : m.txt, x: m.x, y: m.y, m: m };
+            /* a Near Me row of a chart marker opens the marker's dialogue */
+            var e = { n: m.n !== undefined ? m.n : m.txt, x: m.x, y: m.y, m: m,
+                onUp: function () { kelvor.chartkit.showMrk.call(this.m); } };
             if (m.c !== undefined) e.c = m.c;
             if (m.q !== undefined) e.q = Number(m.q);
             out.push(e);

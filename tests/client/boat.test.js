@@ -178,3 +178,40 @@ test('the track line breaks after a day or a long jump', () => {
     const cases = [[84600, 10, 50, false], [84601, 10, 50, true], [10, 51, 50, true], [10, 0, 0, false], [10, 1, 0, true]];
     for (const [dt, dpx, max, want] of cases) assert.strictEqual(t.gap(dt, dpx, max), want, `${dt} ${dpx} ${max}`);
 });
+
+/* Near Me: classes read in words; a row closes the list, then opens its
+** entry: the place's card, a target's dialogue. */
+test('near me rows name their class and open their entry', () => {
+    const ctx = load(NAV.concat(['kelvor.featurcodes.js']), (m, url) => {
+        if (url === '/hostversion') return JSON.stringify(HOST);
+        if (url.indexOf('/gazetteer/') === 0) return '[{"n":"Eckernf\u00f6rde","c":"P.PPLA4","x":1000,"y":0},' +
+            '{"n":"Nowhere","c":"Z.ODD","x":3000,"y":0}]';
+        return 'OK';
+    });
+    const els = {};
+    ctx.document.getElementById = (id) => {
+        if (!els[id]) els[id] = { id, innerHTML: '', children: [{ textContent: '' }, { textContent: '' }], appendChild() {} };
+        return els[id];
+    };
+    const steps = [];
+    ctx.cpApp = { sizeDialog: (id) => steps.push('open ' + id), closeDlg: () => steps.push('close'),
+        map: { setPosMM() {}, setScale() {} } };
+    const { kelvor } = ctx;
+    kelvor.boat.theBoat = new kelvor.marker(0, 0);
+    kelvor.chartkit.chartList = [{ x1: -1e9, y1: -1e9, x2: 1e9, y2: 1e9, sc: 50000 }];
+    kelvor.ais.ais_elem = { 211000001: { user: 211000001, X: 10, Y: 0, name: 'SEEADLER', track: [] } };
+    kelvor.ais.showStatus = (id) => steps.push('target ' + id);
+    kelvor.boat.nearMe();
+    const html = els.np_table_list_content.innerHTML;
+    assert.match(html, /<td>seat of a fourth-order administrative division<\/td>/);
+    assert.match(html, /<td>Z\.ODD<\/td>/, 'an unknown code shows as it is');
+
+    const row = (name) => kelvor.boat.nearList.findIndex((e) => e.n === name);
+    steps.length = 0;
+    kelvor.boat.goNearMe(row('Eckernf\u00f6rde'));
+    assert.deepStrictEqual(steps, ['close', 'open np_dialog_common']);
+    assert.strictEqual(els.cp_dialog_common.children[1].textContent, 'seat of a fourth-order administrative division');
+    steps.length = 0;
+    kelvor.boat.goNearMe(kelvor.boat.nearList.findIndex((e) => e.e));
+    assert.deepStrictEqual(steps, ['close', 'target 211000001']);
+});

@@ -23,6 +23,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include "http/request_guard.h"
 #include "http/response_buffer.h"
 #include "http/routes.h"
 #include "shell/app_record.h"
@@ -136,6 +137,7 @@ void connection(int fd) {
     char method[METHOD_SIZE];
     char path[PATH_SIZE];
     char authorization[AUTH_SIZE];
+    char refused[128]; /* the header that a refused request carried */
     int minor = 0;
     int32_t requestBudget;
     int32_t contentLength;
@@ -170,13 +172,23 @@ void connection(int fd) {
         if (parse_request_line(line, method, path, &minor) != 0) break;
 
         contentLength = 0;
+        refused[0] = 0;
         for (;;) {
             line = buffGetLine(&in);
             if (line == NULL) goto done;
             parse_content_length(line, &contentLength);
             if (strncmp(line, "Authorization: Basic ", 21) == 0)
                 sscanf(line, "Authorization: Basic %255s", authorization);
+            if (refused[0] == 0 && http_foreign_header(line, mrApp.port))
+                snprintf(refused, sizeof(refused), "%s", line);
             if (in.lineLength <= 2) break;
+        }
+        if (refused[0] != 0) {
+            /* A small body is read first, so that closing with it unread
+            ** does not reset the connection before the peer has the reply. */
+            if (contentLength > 0 && contentLength <= 65536) buffGetData(&in, contentLength);
+            http_refuse(&out, refused);
+            break;
         }
 
         if (strcmp(method, "POST") == 0 && contentLength != 0) {

@@ -1,0 +1,84 @@
+// Which Origin and Host header lines mark a request as coming from a page
+// elsewhere, and the reply such a request gets.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "http/request_guard.h"
+
+namespace {
+
+TEST(ForeignHeader, OriginAndHostLines) {
+    struct Case {
+        const char *line;
+        int foreign;
+    } cases[] = {
+        // the client's own origins
+        {"Origin: http://127.0.0.1:19999", 0},
+        {"Origin: http://localhost:19999", 0},
+        {"origin:http://127.0.0.1:19999  ", 0},
+        // any other origin, also the loopback on another port or scheme
+        {"Origin: http://evil.example", 1},
+        {"Origin: http://127.0.0.1", 1},
+        {"Origin: http://127.0.0.1:8080", 1},
+        {"Origin: https://127.0.0.1:19999", 1},
+        {"Origin: http://127.0.0.1:19999.evil.example", 1},
+        {"Origin: http://127.0.0.1:199990", 1},
+        {"Origin: http://localhost.:19999", 1},
+        {"Origin: http://[::1]:19999", 1},
+        {"Origin: null", 1},
+        {"Origin:", 1},
+        {"ORIGIN: http://evil.example", 1},
+        // Host: the two loopback names, bare or with the port
+        {"Host: 127.0.0.1", 0},
+        {"Host: 127.0.0.1:19999", 0},
+        {"Host: localhost", 0},
+        {"Host: localhost:19999", 0},
+        {"host:LOCALHOST:19999", 0},
+        {"Host: evil.example", 1},
+        {"Host: evil.example:19999", 1},
+        {"Host: 127.0.0.1:80", 1},
+        {"Host: 127.0.0.1.evil.example", 1},
+        {"Host: localhost:19999x", 1},
+        {"Host: 127.0.0.2:19999", 1},
+        {"Host: ", 1},
+        // other headers, and names that only begin like these
+        {"Content-Length: 5", 0},
+        {"Referer: http://evil.example/", 0},
+        {"Hostname: evil.example", 0},
+        {"Origins: evil", 0},
+        {"X-Origin: http://evil.example", 0},
+        {"", 0},
+    };
+    for (const Case &c : cases) EXPECT_EQ(c.foreign, http_foreign_header(c.line, 19999)) << c.line;
+}
+
+TEST(Refuse, SendsForbiddenAndClose) {
+    int sv[2];
+    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, sv));
+    ResponseBuffer out;
+    ASSERT_NE(nullptr, buffInit(&out));
+    out.fd = sv[0];
+    out.keepAliveMax = 9999;
+    buffAddChar(&out, "left over from nothing");
+    testing::internal::CaptureStdout();
+    http_refuse(&out, "Origin: http://evil.example\x1b[2J");
+    std::string printed = testing::internal::GetCapturedStdout();
+    buffFree(&out);
+    close(sv[0]);
+
+    std::string reply;
+    char buf[4096];
+    ssize_t r;
+    while ((r = recv(sv[1], buf, sizeof buf, 0)) > 0) reply.append(buf, (size_t)r);
+    close(sv[1]);
+    EXPECT_EQ(0u, reply.find("HTTP/1.1 403 Forbidden\r\n")) << reply;
+    EXPECT_NE(std::string::npos, reply.find("Connection: close\r\n")) << reply;
+    EXPECT_NE(std::string::npos, reply.find("Content-Length: 0\r\n\r\n")) << reply;
+    // one line, with the header shown and its control bytes made harmless
+    EXPECT_EQ("refused a request from a foreign page (Origin: http://evil.example?[2J)\n", printed);
+}
+
+}  // namespace

@@ -92,20 +92,31 @@ TEST(LongInput, RoutesGiveTheirFailureReply) {
     EXPECT_EQ(std::string::npos, h.host->output().find("nema starts"));
 }
 
-TEST(LongInput, RequestLinesBeyondTheirRoomEndTheConnection) {
+TEST(LongInput, RequestsBeyondTheirRoom) {
     PackedHost h;
     struct Case {
         const char *name;
         std::string request;
+        bool answered;  // else the connection ends with no reply
     } cases[] = {
-        {"path of 2048 bytes", "GET /getValue/" + std::string(2048, 'x') + " HTTP/1.1\r\n\r\n"},
-        {"line beyond the input buffer", "GET /" + std::string(20000, 'x') + " HTTP/1.1\r\n\r\n"},
-        {"method of 16 bytes", std::string(16, 'G') + " /hostversion HTTP/1.1\r\n\r\n"},
+        {"path of 2048 bytes", "GET /getValue/" + std::string(2048, 'x') + " HTTP/1.1\r\n\r\n", false},
+        {"line beyond the input buffer", "GET /" + std::string(20000, 'x') + " HTTP/1.1\r\n\r\n", false},
+        {"method of 16 bytes", std::string(16, 'G') + " /hostversion HTTP/1.1\r\n\r\n", false},
+        {"body beyond the limit", "POST /setValue/k HTTP/1.1\r\nContent-Length: 99999999999\r\n\r\nv", false},
+        {"negative body length", "POST /setValue/k HTTP/1.1\r\nContent-Length: -5\r\n\r\nv", false},
+        // headers are read for two names only: a long one is passed over
+        {"header beyond the input buffer",
+         "GET /hostversion HTTP/1.1\r\nCookie: " + std::string(20000, 'c') + "\r\n\r\n", true},
+        {"authorization token of 5000 bytes",
+         "GET /hostversion HTTP/1.1\r\nAuthorization: Basic " + std::string(5000, 'a') + "\r\n\r\n", true},
     };
     for (const Case &c : cases) {
         Conn conn;
         conn.send(c.request);
-        EXPECT_TRUE(conn.closedWithin(5000)) << c.name;
+        if (c.answered)
+            EXPECT_EQ("HTTP/1.1 200 OK", conn.read().statusLine) << c.name;
+        else
+            EXPECT_TRUE(conn.closedWithin(5000)) << c.name;
         expectAlive(c.name);
     }
 }

@@ -88,6 +88,14 @@ typedef int (*mr_copy_resource_fn)(const char *resource, const char *fileName);
 ** parents are created). Returns 0, or -1 when no home is known. */
 int mr_data_dir(char *dir, size_t size);
 
+/* Takes an exclusive lock on "mareplot.lock" in dataDir (making the
+** directory when it is missing), so that one host at a time keeps the packs
+** and the trip database there; the lock lasts as long as the process.
+** Returns 0 when it is held, 1 when another process holds it (message then
+** says "mareplot is already running with <dataDir>"), and -1 when the file
+** cannot be opened or locked at all, in which case the start goes on. */
+int mr_lock_data_dir(const char *dataDir, char *message, size_t size);
+
 /* The start-up file steps of the window constructor: create the data
 ** directory, make it current, read the version stamp and write the two
 ** packs out again when the stamp differs or a pack is missing.

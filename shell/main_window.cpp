@@ -14,6 +14,7 @@
 #include <QDesktopServices>
 #include <QFile>
 #include <QMenuBar>
+#include <QMessageBox>
 #include <QSerialPortInfo>
 
 #include "http/routes.h"
@@ -50,6 +51,14 @@ MainWindow::MainWindow(QWidget *parent) : QMainWindow(parent) {
     ** the very steps the headless host runs. */
     if (mr_data_dir(dataDir, sizeof(dataDir)) != 0) {
         fprintf(stderr, "mareplot: no home directory (set HOME)\n");
+        exit(1);
+    }
+    /* One host per data directory: a second one would share the port and
+    ** write the same trip database. Said on the terminal and in a box. */
+    char message[400];
+    if (mr_lock_data_dir(dataDir, message, sizeof(message)) == 1) {
+        fprintf(stderr, "%s\n", message);
+        QMessageBox::critical(nullptr, QStringLiteral("mareplot"), QString::fromLocal8Bit(message));
         exit(1);
     }
     mr_settle_packs(dataDir, copy_from_resources);

@@ -14,11 +14,18 @@
 int main(void) {
     char dataDir[300];
     char device[320];
+    char message[400];
 
     signal(SIGPIPE, SIG_IGN);
     setvbuf(stdout, NULL, _IOLBF, 0);
     if (mr_data_dir(dataDir, sizeof(dataDir)) != 0) {
         fprintf(stderr, "mareplotd: no home directory (set HOME)\n");
+        return 1;
+    }
+    /* One host per data directory: a second one would share the port
+    ** (SO_REUSEPORT) and write the same trip database. */
+    if (mr_lock_data_dir(dataDir, message, sizeof(message)) == 1) {
+        fprintf(stderr, "%s\n", message);
         return 1;
     }
     mr_settle_packs(dataDir, mr_copy_carried);

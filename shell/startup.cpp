@@ -8,6 +8,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -65,6 +66,31 @@ int mr_data_dir(char *dir, size_t size) {
     }
     make_parents(parent);
     mr_bprintf(dir, size, "%s/mareplot", parent);
+    return 0;
+}
+
+/* The lock file's descriptor; it stays open, and so locked, for the
+** life of the process. */
+static int dataDirLock = -1;
+
+int mr_lock_data_dir(const char *dataDir, char *message, size_t size) {
+    char path[1024];
+    if (dataDirLock >= 0) return 0;
+    if (snprintf(path, sizeof(path), "%s/mareplot.lock", dataDir) >= (int)sizeof(path)) return -1;
+    /* The directory's one mkdir, as mr_settle_packs would make it. */
+    if (!dir_exists(dataDir)) mkdir(dataDir, 0755);
+    /* Close-on-exec: a program started later (the web engine's helpers, the
+    ** desktop's mail or browser) must not hold the lock after we are gone. */
+    int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0) return -1;
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        int busy = errno == EWOULDBLOCK;
+        close(fd);
+        if (!busy) return -1;
+        snprintf(message, size, "mareplot is already running with %s", dataDir);
+        return 1;
+    }
+    dataDirLock = fd;
     return 0;
 }
 

@@ -243,6 +243,49 @@ class WindowTest : public QObject {
         QCOMPARE(rec.urls.count(expected), 1);
     }
 
+    /* The web view sends Origin and Host with its requests: they are its
+    ** own, so its status posts get through. */
+    void pagePostsAreServed() {
+        QTRY_VERIFY_WITH_TIMEOUT(MR_LOAD(mrApp.settingsCapacity) > 0 && mrApp.settingsText != nullptr &&
+                                     QByteArray(mrApp.settingsText) == "*",
+                                 30000);
+    }
+
+    /* A second window on the same data directory shows the message in a
+    ** box, and exits with status 1 once the box is answered. */
+    void secondWindowOnTheSameDirectory() {
+        QProcess second;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("HOME", g_home);
+        second.setProcessEnvironment(env);
+        second.start(MAREPLOT_PATH, QStringList());
+        QVERIFY(second.waitForStarted(10000));
+        struct Reaper {
+            QProcess &p;
+            ~Reaper() {
+                if (p.state() != QProcess::NotRunning) p.kill();
+                p.waitForFinished(3000);
+            }
+        } reaper{second};
+
+        QProcess find;
+        find.start("xdotool", {"search", "--sync", "--onlyvisible", "--pid", QString::number(second.processId()),
+                               "--name", "^mareplot$"});
+        QVERIFY2(find.waitForStarted(5000), "xdotool is needed for this test");
+        QVERIFY(find.waitForFinished(20000));
+        const QString box = QString::fromLatin1(find.readAllStandardOutput()).split('\n').first().trimmed();
+        QVERIFY2(!box.isEmpty(), "no message box appeared");
+        QCOMPARE(second.state(), QProcess::Running);
+
+        QCOMPARE(QProcess::execute("xdotool", {"windowfocus", "--sync", box, "key", "Return"}), 0);
+        QVERIFY(second.waitForFinished(10000));
+        QCOMPARE(second.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(second.exitCode(), 1);
+        const QStringList printed = QString::fromLocal8Bit(second.readAllStandardError()).split('\n');
+        QVERIFY2(printed.contains("mareplot is already running with " + dataDir()), qPrintable(printed.join('|')));
+        /* this window's host is unharmed */
+        QCOMPARE(QString::fromStdString(httpGet("/hostversion").statusLine), QString("HTTP/1.1 200 OK"));
+    }
 
     /* A speed picked with no port open is checked, stored, and used by the
     ** next port. */

@@ -1,0 +1,156 @@
+// What the host refuses from outside: requests that a page elsewhere makes
+// through the user's browser, and a second host on the same data directory.
+#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+
+#include "support/feed_server.h"
+#include "support/host_harness.h"
+
+namespace {
+
+size_t countOf(const std::string &text, const std::string &what) {
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) n++;
+    return n;
+}
+
+std::string tablesIn(const std::string &db) {
+    sqlite3 *h = nullptr;
+    std::string out;
+    if (sqlite3_open_v2(db.c_str(), &h, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+        sqlite3_stmt *st = nullptr;
+        sqlite3_prepare_v2(h, "SELECT name FROM sqlite_master WHERE type='table' ORDER BY name", -1, &st, nullptr);
+        while (sqlite3_step(st) == SQLITE_ROW) out += std::string((const char *)sqlite3_column_text(st, 0)) + " ";
+        sqlite3_finalize(st);
+    }
+    sqlite3_close(h);
+    return out;
+}
+
+TEST(ForeignPages, RefusedBeforeAnyRouteRuns) {
+    Host host;
+    ASSERT_TRUE(host.running());
+    const std::string sql = "CREATE TABLE pwned(x)";
+    const std::string post = "POST /UexecSql HTTP/1.1\r\nContent-Type: text/plain\r\nContent-Length: " +
+                             std::to_string(sql.size()) + "\r\n";
+    struct Case {
+        const char *name;
+        std::string request;  // up to the headers' end
+        bool refused;
+    } cases[] = {
+        {"no Host, no Origin", "GET /hostversion HTTP/1.1\r\n", false},
+        {"the page's own origin", "GET /hostversion HTTP/1.1\r\nHost: 127.0.0.1:19999\r\n"
+                                  "Origin: http://127.0.0.1:19999\r\n", false},
+        {"localhost", "GET /hostversion HTTP/1.1\r\nHost: localhost\r\nOrigin: http://localhost:19999\r\n", false},
+        {"foreign origin", "GET /hostversion HTTP/1.1\r\nHost: 127.0.0.1:19999\r\n"
+                           "Origin: http://evil.example\r\n", true},
+        {"rebound host name", "GET /hostversion HTTP/1.1\r\nHost: evil.example:19999\r\n", true},
+        {"origin of a sandboxed frame", "GET /hostversion HTTP/1.1\r\nOrigin: null\r\n", true},
+        {"quit from a foreign page", "GET /quit! HTTP/1.1\r\nOrigin: http://evil.example\r\n", true},
+        {"SQL from a foreign page", post + "Origin: http://evil.example\r\n", true},
+        {"SQL from a rebound name", post + "Host: evil.example\r\n", true},
+    };
+    size_t refusals = 0;
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        Conn conn;
+        ASSERT_TRUE(conn.ok());
+        bool isPost = c.request.compare(0, 4, "POST") == 0;
+        conn.send(c.request + "\r\n" + (isPost ? sql : ""));
+        HttpReply r = conn.read();
+        ASSERT_TRUE(r.complete);
+        if (c.refused) {
+            refusals++;
+            EXPECT_EQ("HTTP/1.1 403 Forbidden", r.statusLine);
+            EXPECT_EQ("close", r.headers["Connection"]);
+            EXPECT_EQ("", r.body);
+            EXPECT_TRUE(conn.closedWithin(2000));
+        } else {
+            EXPECT_EQ("HTTP/1.1 200 OK", r.statusLine);
+            EXPECT_EQ(0u, r.body.find("{\"hostversion\":")) << r.body;
+            // the connection goes on as before
+            conn.send("GET /hostversion HTTP/1.1\r\n\r\n");
+            EXPECT_EQ("max=9998", conn.read().headers["Keep-Alive"]);
+        }
+    }
+    // nothing ran: the host still answers and no table was made
+    EXPECT_EQ("HTTP/1.1 200 OK", httpGet("/hostversion").statusLine);
+    EXPECT_EQ("kvt log sqlite_sequence ", tablesIn(host.dataDir() + "/marepack.trip"));
+    std::string printed = host.output();
+    EXPECT_EQ(refusals, countOf(printed, "refused a request from a foreign page")) << printed;
+    EXPECT_NE(std::string::npos, printed.find("(Origin: http://evil.example)\n")) << printed;
+}
+
+// Runs a second mareplotd with HOME set to home; returns its exit status
+// (-1 if it is still running after 10 s, when it is killed) and its output.
+int runSecondHost(const std::string &home, std::string *output) {
+    std::string outPath = home + "/.second-output";
+    pid_t pid = fork();
+    if (pid == 0) {
+        int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        dup2(out, 1);
+        dup2(out, 2);
+        setenv("HOME", home.c_str(), 1);
+        unsetenv("XDG_DATA_HOME");
+        execl(MAREPLOTD_PATH, MAREPLOTD_PATH, (char *)NULL);
+        _exit(127);
+    }
+    int status = 0;
+    bool ended = waitFor([&] { return waitpid(pid, &status, WNOHANG) == pid; }, 10000);
+    if (!ended) {
+        kill(pid, SIGKILL);
+        waitpid(pid, NULL, 0);
+    }
+    *output = readFile(outPath);
+    return ended && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(SecondHost, SameDataDirectoryIsRefusedUntilTheFirstIsGone) {
+    const std::string home = makeTempDir("mareplot-home-");
+    auto first = std::make_unique<Host>(home);
+    ASSERT_TRUE(first->running());
+    const std::string dir = first->dataDir();
+    // a stamp of another version would make a starting host write the packs
+    writeFile(dir + "/version.key", "M.0.00.000");
+
+    std::string output;
+    EXPECT_EQ(1, runSecondHost(home, &output));
+    EXPECT_EQ("mareplot is already running with " + dir + "\n", output);
+    EXPECT_EQ("M.0.00.000", readFile(dir + "/version.key"));
+    EXPECT_EQ("HTTP/1.1 200 OK", httpGet("/hostversion").statusLine);
+
+    // another data directory is no obstacle
+    std::string otherHome = makeTempDir("mareplot-home-");
+    pid_t other = fork();
+    if (other == 0) {
+        int devnull = open("/dev/null", O_WRONLY);
+        dup2(devnull, 1);
+        dup2(devnull, 2);
+        setenv("HOME", otherHome.c_str(), 1);
+        unsetenv("XDG_DATA_HOME");
+        execl(MAREPLOTD_PATH, MAREPLOTD_PATH, (char *)NULL);
+        _exit(127);
+    }
+    EXPECT_TRUE(waitFor([&] { return fileExists(otherHome + "/.local/share/mareplot/version.key"); }, 10000));
+    kill(other, SIGKILL);
+    waitpid(other, NULL, 0);
+    removeTree(otherHome);
+
+    // a host killed outright leaves the lock file behind, but not the lock
+    first.reset();
+    Host again(home);
+    EXPECT_TRUE(again.running());
+    EXPECT_EQ("HTTP/1.1 200 OK", httpGet("/hostversion").statusLine);
+    EXPECT_EQ("M.1.16.568", readFile(dir + "/version.key"));
+    again.stop();
+    removeTree(home);
+}
+
+}  // namespace

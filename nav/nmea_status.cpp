@@ -70,9 +70,13 @@ static void store_settings(const char *body, int n) {
 }
 
 /* Appends the track elements "[x,y,ts]" of the t=1 log rows newer than
-** since, in time order. Query errors just end the list. */
+** since, in time order. Query errors just end the list. The query runs
+** under dbMutex: on the shared handle it would otherwise see a track row
+** that the feed thread has inserted but not yet committed, and a row the
+** client was shown could then vanish with a crash before the commit. */
 static void add_track(ResponseBuffer *out, int32_t since) {
     sqlite3_stmt *st = NULL;
+    sqlite3_mutex_enter(mrApp.dbMutex);
     sqlite3_prepare_v2(mrApp.tripDb, "SELECT x,y,ts FROM log WHERE ts > ? AND t=1 ORDER BY ts", -1, &st,
                        NULL);
     sqlite3_bind_int64(st, 1, (sqlite3_int64)since);
@@ -82,6 +86,7 @@ static void add_track(ResponseBuffer *out, int32_t since) {
                      sqlite3_column_double(st, 1), (int32_t)sqlite3_column_int64(st, 2));
     }
     sqlite3_finalize(st);
+    sqlite3_mutex_leave(mrApp.dbMutex);
 }
 
 /* Stores interval, distance and on from text into gpsfix and replies with

@@ -1,0 +1,128 @@
+// The host killed outright, again and again, while a fast feed writes track
+// rows: the trip database stays whole, and every track point a status reply
+// showed before the kill is still in the log afterwards.
+#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <random>
+#include <set>
+#include <string>
+
+#include "support/feed_server.h"
+#include "support/host_harness.h"
+
+namespace {
+
+std::string checksummed(const std::string &body) {
+    unsigned char x = 0;
+    for (char c : body) x ^= (unsigned char)c;
+    char tail[8];
+    snprintf(tail, sizeof(tail), "*%02X\r\n", x);
+    return "$" + body + tail;
+}
+
+// 500 fixes 18 m apart, northward from 54 deg 30 min.
+std::string voyage() {
+    std::string text;
+    for (int i = 0; i < 500; i++) {
+        char minutes[16];
+        snprintf(minutes, sizeof(minutes), "%07.4f", 30 + i * 0.01);
+        text += checksummed(std::string("GPRMC,120000,A,54") + minutes + ",N,01000.0000,E,5.0,0.0,210326,,");
+    }
+    return text;
+}
+
+// The elements "x,y,ts" of a status reply's track list; *last gets the
+// newest ts seen.
+void trackElements(const std::string &json, std::set<std::string> *into, long *last) {
+    size_t at = json.find("\"track\":[");
+    if (at == std::string::npos) return;
+    for (size_t open = json.find('[', at + 9); open != std::string::npos; open = json.find('[', open + 1)) {
+        size_t close = json.find(']', open);
+        if (close == std::string::npos) break;
+        std::string e = json.substr(open + 1, close - open - 1);
+        into->insert(e);
+        long ts = atol(e.c_str() + e.rfind(',') + 1);
+        if (ts > *last) *last = ts;
+        open = close;
+    }
+}
+
+TEST(CrashSafety, KilledHostKeepsEveryTrackRowItReported) {
+    const std::string home = makeTempDir("mareplot-home-");
+    const std::string feedFile = home + "/voyage.nmea";
+    writeFile(feedFile, voyage());
+    const int port = FeedServer().port();  // free now, for the tool to take
+    std::string tool = std::string(MAREPLOTD_PATH);
+    tool = tool.substr(0, tool.rfind('/') + 1) + "nmea_replay";
+    pid_t replay = fork();
+    if (replay == 0) {
+        int devnull = open("/dev/null", O_WRONLY);
+        dup2(devnull, 1);
+        execl(tool.c_str(), tool.c_str(), "-p", std::to_string(port).c_str(), "-r", "400", "-l",
+              feedFile.c_str(), (char *)NULL);
+        _exit(127);
+    }
+
+    std::set<std::string> reported;
+    std::mt19937 rng(18);
+    const std::string feedMode = "/setNmeaMode/0/1/1/127.0.0.1/" + std::to_string(port) + "/0";
+    for (int round = 0; round < 20; round++) {
+        Host host(home);
+        ASSERT_TRUE(host.running()) << "round " << round << ": " << host.output();
+        // track on, a row every metre: each fix of the feed is a row
+        httpPost("/getSetHostStat/86400/1/1/4294967295", "*");
+        httpGet(feedMode);
+        auto killAt = std::chrono::steady_clock::now() + std::chrono::milliseconds(150 + rng() % 600);
+        long last = 0;
+        size_t before = reported.size();
+        Conn conn;
+        // poll on one connection as the client does; the kill follows a reply
+        // at once, while the feed thread is in the middle of its writes
+        while (std::chrono::steady_clock::now() < killAt || reported.size() == before) {
+            std::string since = std::to_string(last > 0 ? last - 1 : 0);
+            conn.send("POST /getSetHostStat/86400/1/1/" + since + " HTTP/1.1\r\nContent-Length: 1\r\n\r\n*");
+            HttpReply r = conn.read();
+            ASSERT_TRUE(r.complete) << "round " << round;
+            trackElements(r.body, &reported, &last);
+            ASSERT_LT(std::chrono::steady_clock::now(), killAt + std::chrono::seconds(5))
+                << "no track rows in round " << round;
+        }
+        host.stop();
+    }
+    kill(replay, SIGTERM);
+    waitpid(replay, NULL, 0);
+
+    sqlite3 *db = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open((home + "/.local/share/mareplot/marepack.trip").c_str(), &db));
+    sqlite3_stmt *st = nullptr;
+    sqlite3_prepare_v2(db, "PRAGMA integrity_check", -1, &st, nullptr);
+    ASSERT_EQ(SQLITE_ROW, sqlite3_step(st));
+    EXPECT_STREQ("ok", (const char *)sqlite3_column_text(st, 0));
+    sqlite3_finalize(st);
+    std::set<std::string> stored;
+    sqlite3_prepare_v2(db, "SELECT x,y,ts FROM log WHERE t=1", -1, &st, nullptr);
+    while (sqlite3_step(st) == SQLITE_ROW) {
+        char e[128];
+        snprintf(e, sizeof(e), "%f,%f,%d", sqlite3_column_double(st, 0), sqlite3_column_double(st, 1),
+                 (int)sqlite3_column_int64(st, 2));
+        stored.insert(e);
+    }
+    sqlite3_finalize(st);
+    sqlite3_close(db);
+
+    size_t lost = 0;
+    std::string firstLost;
+    for (const std::string &e : reported)
+        if (!stored.count(e) && lost++ == 0) firstLost = e;
+    EXPECT_EQ(0u, lost) << "of " << reported.size() << " reported, e.g. [" << firstLost << "]";
+    EXPECT_GE(reported.size(), 20u);
+    removeTree(home);
+}
+
+}  // namespace

@@ -215,7 +215,7 @@ kelvor.marepack.prototype = {
         ** under the button column */
         if (this.map) {
             this.map.scaleposX = -10;
-            this.map.scaleposY = id === "*" ? 0 : 50;
+            this.map.scaleposY = id === "*" ? 0 : 60;
         }
         this._el("cp_map_zup").style.top = "220px";
         this._el("cp_map_zdown").style.top = "270px";
@@ -231,7 +231,7 @@ kelvor.marepack.prototype = {
         }
         this.activeMenuBar = id;
         this._show("cp_tool", id !== "cp_menu_main");
-        if (id !== "cp_boat_menu" && kelvor.boat) kelvor.boat.autoUpdate = false;
+        if (id !== "cp_boat_menu" && kelvor.boat && kelvor.boat.autoUpdate) kelvor.boat.cruiseMode(0);
         this.stopRetract();
     },
 

@@ -834,7 +834,7 @@ kelvor.vmap.prototype = {
     },
 
     _endFollow: function () {
-        if (kelvor.boat && kelvor.boat.autoUpdate) kelvor.boat.autoUpdate = false;
+        if (kelvor.boat && kelvor.boat.autoUpdate) kelvor.boat.cruiseMode(0);
     },
 
     /* Hit test at a screen point: every module's find() sees the same

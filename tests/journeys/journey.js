@@ -167,6 +167,33 @@ async function type(page, sel, value) {
     await page.keyboard.type(String(value));
 }
 
+/* Opens Settings from the main menu on the given tab (its button's
+** label). */
+async function openSettings(page, tab) {
+    await openMainMenu(page);
+    await click(page, menuEntry('Settings'));
+    await waitInView(page, '#np_settings_dlg .np_dialog_box');
+    if (tab) await click(page, `#np_settings_dlg .np_tabs button:text-is("${tab}")`);
+}
+
+/* Presses Done in Settings and waits for the dialogue to close. */
+async function settingsDone(page) {
+    await click(page, '#btn_settings_done');
+    await waitHidden(page, '#np_settings_dlg');
+}
+
+/* Sets the position source to NMEA RMC from the network, Host 1 to
+** 127.0.0.1 and the given port, through Settings, and presses Done. */
+async function setNetworkFeed(page, port) {
+    await openSettings(page, 'AIS');
+    await select(page, '#i_gps_source', 'NMEA RMC');
+    await select(page, '#i_nmea_source', 'WiFi');
+    await select(page, '#i_wifi_source', '1');
+    await type(page, '#i_traffic_ais_ip1', '127.0.0.1');
+    await type(page, '#i_traffic_ais_port1', String(port));
+    await settingsDone(page);
+}
+
 /* The texts of the right column that a person could not read: cut off
 ** by the column's edge, lying on another text, or on the cross-track
 ** bar. Returns a list of descriptions, empty when all is readable. */
@@ -250,13 +277,21 @@ async function shot(page, name) {
 
 /* Serves NMEA text through nmea_replay on a free port of 127.0.0.1:
 ** by default the recorded demo voyage, looped. opts: lines (array of
-** sentences instead of the voyage), speed (-x), loop (default true).
+** sentences instead of the voyage), startAt (seconds of the voyage to
+** skip), speed (-x), loop (default true).
 ** Returns { port, stop() } once the replay listens. */
 async function voyage(opts) {
     const o = opts || {};
     const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'mareplot-voyage-'));
     const file = path.join(dir, 'voyage.nmea');
-    const textOut = o.lines ? o.lines.join('\r\n') + '\r\n' : require(path.join(ROOT, 'tools/demo_voyage.js')).voyage();
+    let lines = o.lines || require(path.join(ROOT, 'tools/demo_voyage.js')).voyage().split('\r\n').filter(Boolean);
+    if (o.startAt) {
+        /* each second of the voyage begins with its RMC sentence */
+        let n = 0;
+        const from = lines.findIndex((l) => l.startsWith('$GPRMC') && n++ === o.startAt);
+        lines = lines.slice(from).concat(lines.slice(0, from));
+    }
+    const textOut = lines.join('\r\n') + '\r\n';
     fs.writeFileSync(file, textOut);
     const args = ['-p', '0'];
     if (o.speed) args.push('-x', String(o.speed));
@@ -287,4 +322,5 @@ async function voyage(opts) {
 }
 
 module.exports = { WIDTH, HEIGHT, start, firstStart, closeWizard, chartPainted, openMainMenu, menuEntry,
-    waitInView, waitHidden, isInView, until, click, columnClashes, text, select, type, shot, decodePng, voyage };
+    waitInView, waitHidden, isInView, until, click, columnClashes,
+    openSettings, settingsDone, setNetworkFeed, text, select, type, shot, decodePng, voyage };

@@ -30,17 +30,7 @@ test('a network feed set in Settings moves the boat and fills the right column',
     const s = await j.firstStart();
     const page = s.page;
     try {
-        await j.openMainMenu(page);
-        await j.click(page, j.menuEntry('Settings'));
-        await j.click(page, '#np_settings_dlg .np_tabs button:has-text("AIS")');
-        await j.select(page, '#i_gps_source', 'NMEA RMC');
-        await j.select(page, '#i_nmea_source', 'WiFi');
-        await j.select(page, '#i_wifi_source', '1');
-        await j.type(page, '#i_traffic_ais_ip1', '127.0.0.1');
-        await j.type(page, '#i_traffic_ais_port1', String(feed.port));
-        await j.shot(page, 'network-settings');
-        await j.click(page, '#btn_settings_done');
-        await j.waitHidden(page, '#np_settings_dlg');
+        await j.setNetworkFeed(page, feed.port);
 
         /* the boat reaches the recorded circle and goes round it */
         let first = null;

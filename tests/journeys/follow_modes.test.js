@@ -1,0 +1,76 @@
+/*
+** Follow modes: Settings offers every follow mode and stores the one
+** picked; the boat bar turns follow on in that mode, Heading UP turns the
+** chart with the boat's heading, and a pan or a tap on a target in the
+** list ends follow mode and puts the follow icon out.
+*/
+'use strict';
+
+const test = require('node:test');
+const assert = require('node:assert');
+const j = require('./journey');
+const { drag } = require('../client/browser');
+
+const MODES = [['North UP', 1], ['Look Ahead', 2], ['Heading UP', 3], ['Follow Leg-Line', 4]];
+
+const followIcon = (page) => page.getAttribute('#i_boat_auto', 'src');
+const stored = (page) => page.evaluate(() => Number(kelvor.settings.k.R.i_chart_follow_mode));
+const rotation = (page) => page.evaluate(() => cpApp.map.rotation * 180 / Math.PI);
+
+async function iconIs(page, on) {
+    await j.until(async () => /auge_(in)?activ/.exec(await followIcon(page))[0] === (on ? 'auge_activ' : 'auge_inactiv'),
+        'the follow icon ' + (on ? 'on' : 'off'), 5000);
+}
+
+test('follow modes from Settings and the boat bar; a pan or a target tap ends follow', { timeout: 240000 }, async () => {
+    /* a quarter round in, the boat heads west, so Heading UP must turn the chart */
+    const feed = await j.voyage({ startAt: 450 });
+    const s = await j.firstStart();
+    const page = s.page;
+    try {
+        await j.setNetworkFeed(page, feed.port);
+
+        for (const [label, value] of MODES) {
+            await j.openSettings(page, 'Chart');
+            await j.click(page, `#np_settings_chart label.radio_opt:has-text("${label}")`);
+            await j.settingsDone(page);
+            assert.strictEqual(await stored(page), value, label + ' is stored as ' + value);
+        }
+        await j.openSettings(page, 'Chart');
+        await j.click(page, '#np_settings_chart label.radio_opt:has-text("Heading UP")');
+        await j.settingsDone(page);
+
+        /* the boat bar turns follow on in the stored mode: the chart turns
+        ** so that the boat's heading points up */
+        await j.click(page, '#cp_boat');
+        await j.waitInView(page, '#cp_boat_menu');
+        await iconIs(page, true);
+        assert.strictEqual(await page.$eval('#i_boat_follow', (e) => e.options[e.selectedIndex].text), 'Heading UP');
+        await j.until(async () => {
+            const hdg = parseFloat(await j.text(page, '#i_boat_hdg'));
+            const rot = await rotation(page);
+            return isFinite(hdg) && Math.abs(((rot + hdg) % 360 + 540) % 360 - 180) < 3;
+        }, 'the chart turned by the heading', 20000);
+        await j.shot(page, 'follow-heading-up');
+
+        /* a pan ends follow mode */
+        await drag(page, { x: 400, y: 400 }, { x: 520, y: 460 });
+        await iconIs(page, false);
+        await j.until(async () => Math.abs(await rotation(page)) < 0.01, 'the chart north up again', 5000);
+
+        /* Leg-Line is reachable in the boat bar and turns follow on again */
+        await j.select(page, '#i_boat_follow', 'Follow Leg-Line');
+        await iconIs(page, true);
+        assert.strictEqual(await stored(page), 4);
+
+        /* a tap on a target in the list ends follow mode */
+        await j.click(page, '#i_screen_more');
+        await j.until(() => j.isInView(page, '#r_ais_list .ais_entry'), 'a target in the list', 30000);
+        await j.click(page, '#r_ais_list .ais_entry');
+        await iconIs(page, false);
+        await j.shot(page, 'follow-after-target-tap');
+    } finally {
+        await s.close();
+        await feed.stop();
+    }
+});

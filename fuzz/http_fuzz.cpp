@@ -56,11 +56,14 @@ static void send_room(int fd, int bytes) {
         setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof(bytes));
 }
 
-/* Reads and drops whatever the host side sent. */
+/* Reads and drops whatever the host side sent; with FUZZ_SHOW set in the
+** environment it goes to standard error, to see what an input does. */
 static void drain(int fd) {
     static char sink[65536];
-    while (recv(fd, sink, sizeof(sink), MSG_DONTWAIT) > 0) {
-    }
+    static int show = getenv("FUZZ_SHOW") != NULL;
+    ssize_t n;
+    while ((n = recv(fd, sink, sizeof(sink), MSG_DONTWAIT)) > 0)
+        if (show) fwrite(sink, 1, (size_t)n, stderr);
 }
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv) {
     (void)argc;

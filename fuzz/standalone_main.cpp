@@ -16,6 +16,8 @@
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
+/* Optional, as with libFuzzer: set-up that runs once before any input. */
+extern "C" __attribute__((weak)) int LLVMFuzzerInitialize(int *argc, char ***argv);
 
 static void load(const std::string &path, std::vector<std::string> &corpus) {
     struct stat st;
@@ -47,6 +49,7 @@ int main(int argc, char **argv) {
         else if (argv[i][0] != '-')
             load(argv[i], corpus);
     }
+    if (LLVMFuzzerInitialize) LLVMFuzzerInitialize(&argc, &argv);
     if (corpus.empty()) corpus.push_back("\x01!AIVDM,1,1,,A,15M67FC000G?ufbE`FepT@3n00Sa,0*00\n");
     for (const std::string &s : corpus) LLVMFuzzerTestOneInput((const uint8_t *)s.data(), s.size());
 

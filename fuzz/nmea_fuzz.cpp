@@ -9,12 +9,19 @@
 ** checksum so that mutated sentences pass the feed's checksum gate, bit 3
 ** sends the bytes through the serial port's accumulator in arrivals of the
 ** sizes given by the second byte instead of line by line, bit 4 turns the
-** track on, bit 5 sets an own MMSI. The second byte also sets how far the
-** clock moves per line (0 to 15 s), so that ageing and the track decision
-** both run; track rows go to an in-memory trip database.
+** track on, bit 5 sets an own MMSI, bit 6 sends the bytes as the stream of
+** the TCP feed (its thread body runs here, on a socket pair, until the
+** stream ends; bit 2 then has no effect). The second byte also sets how far
+** the clock moves per line (0 to 15 s), so that ageing and the track
+** decision both run; track rows go to an in-memory trip database.
 */
+#include <errno.h>
+#include <netdb.h>
+#include <setjmp.h>
 #include <stddef.h>
 #include <stdint.h>
+#include <sys/socket.h>
+#include <time.h>
 
 #include "ais/ais.h"
 #include "fuzz_support.h"
@@ -26,6 +33,82 @@ static time_t fuzzClock;
 static time_t fuzz_time(time_t *t) {
     if (t) *t = fuzzClock;
     return fuzzClock;
+}
+
+/* ---- the TCP feed on a socket pair ----
+** Name look-up always finds the loopback address; the one connect of an
+** input gets a socket pair end whose other end holds the input and is shut
+** for writing; the feed thread's waits take no time and its closing
+** pthread_exit returns to the caller. */
+static const uint8_t *feedData;
+static size_t feedSize;
+static int feedPeer = -1;
+static __thread bool inFeed;
+static jmp_buf feedEnd;
+
+extern "C" int getaddrinfo(const char *node, const char *service, const struct addrinfo *hints,
+                           struct addrinfo **res) {
+    static struct sockaddr_in addr;
+    static struct addrinfo ai;
+    (void)node;
+    (void)service;
+    (void)hints;
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(0x7f000001);
+    ai.ai_family = AF_INET;
+    ai.ai_socktype = SOCK_STREAM;
+    ai.ai_addr = (struct sockaddr *)&addr;
+    ai.ai_addrlen = sizeof(addr);
+    *res = &ai;
+    return 0;
+}
+
+extern "C" void freeaddrinfo(struct addrinfo *res) { (void)res; }
+
+extern "C" int connect(int fd, const struct sockaddr *addr, socklen_t len) {
+    int sv[2], room = 1 << 20;
+    (void)addr;
+    (void)len;
+    if (feedPeer >= 0 || socketpair(AF_UNIX, SOCK_STREAM, 0, sv) != 0) {
+        errno = ECONNREFUSED;
+        return -1;
+    }
+    setsockopt(sv[0], SOL_SOCKET, SO_SNDBUFFORCE, &room, sizeof(room));
+    if (feedSize && send(sv[0], feedData, feedSize, MSG_NOSIGNAL) != (ssize_t)feedSize) abort();
+    shutdown(sv[0], SHUT_WR);
+    dup2(sv[1], fd);
+    close(sv[1]);
+    feedPeer = sv[0];
+    return 0;
+}
+
+extern "C" unsigned int sleep(unsigned int seconds) {
+    if (inFeed) return 0;
+    struct timespec ts = {(time_t)seconds, 0};
+    while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
+    }
+    return 0;
+}
+
+extern "C" void pthread_exit(void *retval) {
+    if (inFeed) longjmp(feedEnd, 1);
+    typedef void (*exit_fn)(void *);
+    ((exit_fn)dlsym(RTLD_NEXT, "pthread_exit"))(retval);
+    abort();
+}
+
+/* Runs the feed thread's body over the bytes until their stream ends; the
+** feed is paused beforehand, so that it does not connect again. */
+static void tcp_feed(const uint8_t *data, size_t size) {
+    feedData = data;
+    feedSize = size;
+    MR_STORE(nmea_pause, 1);
+    inFeed = true;
+    if (setjmp(feedEnd) == 0) socketNmeaThread(&bnmea);
+    inFeed = false;
+    MR_STORE(nmea_pause, 0);
+    if (feedPeer >= 0) close(feedPeer);
+    feedPeer = -1;
 }
 
 /* Writes the right two hex digits behind the first '*' when they fit. */
@@ -52,6 +135,11 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv) {
     fuzz_fill_app();
     mrApp.tripDb = fuzz_trip_db();
     nmea_clock = fuzz_time;
+    /* the feed thread reports its state on standard output */
+    if (getenv("FUZZ_SHOW") == NULL) {
+        int null = open("/dev/null", O_WRONLY);
+        if (null >= 0) dup2(null, 1);
+    }
     return 0;
 }
 
@@ -75,7 +163,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     MR_STORE(nmea_stat, 1);
     acc.len = 0;
 
-    if (opts & 8) {
+    if (opts & 64) {
+        tcp_feed(data, size);
+    } else if (opts & 8) {
         /* arrivals of 1 to 16 bytes, as a port delivers them */
         size_t step = (size_t)(pace & 15) + 1;
         for (size_t i = 0; i < size; i += step) {

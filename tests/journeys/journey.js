@@ -135,10 +135,10 @@ async function firstStart(opts) {
     return s;
 }
 
-/* Brings the main menu bar in by clicking the menu button when it is
-** not already showing. */
+/* Brings the main menu bar in by clicking the menu button when that
+** shows (it hides while the main menu is up, or sliding in after Back). */
 async function openMainMenu(page) {
-    if (!await isInView(page, '#cp_menu_main')) await click(page, '#cp_tool');
+    if (await isInView(page, '#cp_tool')) await click(page, '#cp_tool');
     await waitInView(page, '#cp_menu_main');
 }
 

@@ -1,0 +1,90 @@
+/*
+** Route: a ruler measures between two points; a marker takes a note; a
+** route of three points is laid by dragging its points and a leg, then
+** activated, and the boat's bar shows bearing and range to the next
+** waypoint while the widened right column shows the cross-track bar.
+*/
+'use strict';
+
+const test = require('node:test');
+const assert = require('node:assert');
+const j = require('./journey');
+const { drag } = require('../client/browser');
+
+/* The map centre of the 1280x800 page: new objects appear around it. */
+const C = { x: 640, y: 400 };
+
+async function valueOf(page, sel) {
+    await j.waitInView(page, sel);
+    return (await j.text(page, sel)).trim();
+}
+
+test('ruler, marker with a note, and an activated three-point route', { timeout: 180000 }, async () => {
+    const s = await j.firstStart();
+    const page = s.page;
+    try {
+        /* a ruler: new, level at first; dragging its end turns it to north-east */
+        await j.openMainMenu(page);
+        await j.click(page, j.menuEntry('Ruler'));
+        await j.click(page, '#btn_ruler_add');
+        assert.strictEqual(await valueOf(page, '#i_ruler_brg'), '90°T');
+        const before = await valueOf(page, '#i_ruler_length');
+        await drag(page, { x: C.x + 50, y: C.y }, { x: C.x + 50, y: C.y - 100 });
+        await j.until(async () => (await j.text(page, '#i_ruler_brg')).trim() === '45°T', 'the ruler turned');
+        const after = await valueOf(page, '#i_ruler_length');
+        assert.match(after, /^\d+(\.\d+)?\snm$/);
+        assert.ok(parseFloat(after) > parseFloat(before) * 1.3, `${before} -> ${after}`);
+        await j.shot(page, 'route-ruler');
+        await j.click(page, '#cp_ruler_menu .menu_btn:has-text("Back")');
+
+        /* move the chart up, so that new objects keep clear of the ruler */
+        await drag(page, { x: 300, y: 650 }, { x: 300, y: 450 });
+
+        /* a marker with a note */
+        await j.openMainMenu(page);
+        await j.click(page, j.menuEntry('Marker'));
+        await j.click(page, '#btn_marker_add');
+        await j.click(page, '#btn_marker_note');
+        await j.type(page, '#i_nob_comment', 'Fuel <dock> & water');
+        await j.click(page, '#btn_nob_save');
+        await j.waitHidden(page, '#np_nob_comment');
+        assert.strictEqual(await valueOf(page, '#i_marker_note'), 'Fuel <dock> & water');
+        await j.click(page, '#cp_marker_menu .menu_btn:has-text("Back")');
+
+        /* a route: new, both ends dragged apart, then a leg pulled out */
+        await j.openMainMenu(page);
+        await j.click(page, j.menuEntry('Route'));
+        await j.click(page, '#btn_route_add');
+        await j.waitInView(page, '#i_route_name');
+        const wp1 = { x: 450, y: 550 }, wp3 = { x: 820, y: 200 };
+        await drag(page, { x: C.x + 50, y: C.y }, wp3);
+        await drag(page, { x: C.x - 50, y: C.y }, wp1);
+        const leg = { x: wp1.x + (wp3.x - wp1.x) / 4, y: wp1.y + (wp3.y - wp1.y) / 4 };
+        await drag(page, leg, { x: 480, y: 380 });
+        await j.until(() => page.evaluate(() => kelvor.routeList.length === 1 && kelvor.routeList[0].m.length === 3),
+            'a third waypoint');
+        await j.shot(page, 'route-three-points');
+
+        await j.click(page, '#btn_route_lock');
+        await j.click(page, '#btn_route_activate');
+        await j.waitInView(page, '#i_boat_stop_route');
+        for (const sel of ['#i_boat_brg', '#i_boat_rng']) {
+            await j.until(async () => /\d/.test(await j.text(page, sel)), sel + ' shows a value');
+        }
+        assert.match(await valueOf(page, '#i_boat_brg'), /^\d+°T$/);
+        assert.match(await valueOf(page, '#i_boat_rng'), /^\d+(\.\d+)?\snm$/);
+
+        await j.click(page, '#i_screen_more');
+        await j.waitInView(page, '#r_dist_outer');
+        await j.waitInView(page, '#r_dist_outer_ship');
+        await j.until(async () => /^\d+(\.\d+)?\s(m|nm)$/.test((await j.text(page, '#r_dist_xte')).trim()),
+            'the cross-track distance');
+        await j.waitInView(page, '#r_dist_xte');
+        await j.shot(page, 'route-active');
+    } catch (e) {
+        await j.shot(page, 'route-failed');
+        throw e;
+    } finally {
+        await s.close();
+    }
+});

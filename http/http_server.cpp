@@ -74,8 +74,9 @@ int http_server(void) {
     do {
         int fd = accept(sockfd, NULL, NULL);
         if (fd < 1) break;
-        /* Header and body go out in two sends; without TCP_NODELAY the
-        ** second would wait for the peer's delayed ACK. */
+        /* A reply leaves in one send; without TCP_NODELAY a reply that
+        ** follows one not yet acknowledged would wait for the peer's
+        ** delayed ACK. */
         setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof(one));
         pthread_t th;
         pthread_attr_t attr;

@@ -16,6 +16,7 @@
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/types.h>
+#include <sys/uio.h>
 
 const char *const mimetype[MIMETYPE_COUNT] = {
     "application/binary;",
@@ -261,7 +262,42 @@ static long buffSendAll(int fd, const char *p, long n, int flags) {
     return sent;
 }
 
-/* Sends the header and the collected body in two sends. The status is the
+/* Sends head and body (n1 and n2 bytes) as one stream with as few calls as
+** the socket allows, one in the usual case, so that both leave in one
+** segment; continues after a partial send. Never raises SIGPIPE. Returns
+** the body bytes sent, or -1 when the peer failed before any body byte
+** (also for an empty body whose head could not be sent). */
+static long buffSendTwo(int fd, const char *head, long n1, const char *body, long n2) {
+    long done = 0, total = n1 + n2;
+    while (done < total) {
+        struct iovec iov[2];
+        struct msghdr msg;
+        int k = 0;
+        if (done < n1) {
+            iov[k].iov_base = (void *)(head + done);
+            iov[k++].iov_len = (size_t)(n1 - done);
+        }
+        if (n2 > 0) {
+            long from = done > n1 ? done - n1 : 0;
+            iov[k].iov_base = (void *)(body + from);
+            iov[k++].iov_len = (size_t)(n2 - from);
+        }
+        memset(&msg, 0, sizeof(msg));
+        msg.msg_iov = iov;
+        msg.msg_iovlen = (size_t)k;
+        ssize_t r = sendmsg(fd, &msg, MSG_NOSIGNAL);
+        if (r < 0) {
+            if (errno == EINTR) continue;
+            break;
+        }
+        if (r == 0) break;
+        done += r;
+    }
+    if (done < n1 || (done == n1 && n2 > 0)) return -1;
+    return done - n1;
+}
+
+/* Sends the header and the collected body together. The status is the
 ** argument, else statusText, else "200 OK"; maxAge 0 means no-cache, any
 ** other value is raised to at least 900 seconds. A body not sent whole sets
 ** keepAliveMax to 0. Returns what the send of the body returned. */
@@ -288,11 +324,7 @@ int buffSendHttp(ResponseBuffer *b, const char *status, int type, int maxAge) {
                     "Server: Marepack\r\nContent-Type: %s\r\nContent-Length: %d\r\n\r\n",
                     mimetype[type], b->length);
 
-    /* MSG_MORE holds the header until the body's send, so that the two
-    ** sends leave as one segment on a TCP_NODELAY socket. */
-    buffSendAll(b->fd, header, pos, b->length > 0 ? MSG_MORE : 0);
-    long sent = b->length > 0 ? buffSendAll(b->fd, b->data, b->length, 0)
-                              : (long)send(b->fd, "", 0, MSG_NOSIGNAL);
+    long sent = buffSendTwo(b->fd, header, pos, b->data, b->length);
     if (sent != b->length) b->keepAliveMax = 0;
     return (int)sent;
 }

@@ -21,16 +21,32 @@
 
 static pthread_rwlock_t dbGuard = PTHREAD_RWLOCK_WRITER_NONRECURSIVE_INITIALIZER_NP;
 
+/* Counts the closes of the chart pack's handle. A statement kept on
+** chartDb across requests (the tile lookup) is valid only while this holds
+** the value it was prepared under. */
+static uint32_t chartGeneration;
+
 void mr_db_read_begin(void) { pthread_rwlock_rdlock(&dbGuard); }
 void mr_db_read_end(void) { pthread_rwlock_unlock(&dbGuard); }
 void mr_db_write_begin(void) { pthread_rwlock_wrlock(&dbGuard); }
 void mr_db_write_end(void) { pthread_rwlock_unlock(&dbGuard); }
+uint32_t mr_chart_generation(void) { return MR_LOAD(chartGeneration); }
+
+/* Finalizes the statements still kept on db, then closes it. Caller holds
+** the write side, so no reader is inside any of those statements. */
+void mr_db_close(sqlite3 *db) {
+    sqlite3_stmt *stmt;
+    if (db == NULL) return;
+    if (db == mrApp.chartDb) MR_ADD(chartGeneration, 1);
+    while ((stmt = sqlite3_next_stmt(db, NULL)) != NULL) sqlite3_finalize(stmt);
+    sqlite3_close(db);
+}
 
 /* Closes *slot and stores db, with no reader inside a statement. */
 void mr_db_swap(sqlite3 **slot, sqlite3 *db) {
     mr_db_write_begin();
-    if (*slot) sqlite3_close(*slot);
-    *slot = db;
+    mr_db_close(*slot);
+    MR_STORE(*slot, db); /* some routes glance at a handle outside the guard */
     mr_db_write_end();
 }
 
@@ -69,7 +85,7 @@ static void open_chart(const char *path) {
 static void state_chartdb(ResponseBuffer *b, const char *value) {
     char path[STATE_PATH_SIZE];
     mr_db_write_begin();
-    if (mrApp.chartDb) sqlite3_close(mrApp.chartDb);
+    mr_db_close(mrApp.chartDb);
     mrApp.chartDb = NULL;
     mr_bprintf(path, sizeof(path), "%s%s", mrApp.packDir, value);
     open_chart(path);

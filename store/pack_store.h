@@ -67,6 +67,14 @@ void mr_db_write_end(void);
 ** install step: mr_db_swap(&mrApp.appDb, NULL) before the file is
 ** replaced, then open the new file and mr_db_swap(&mrApp.appDb, newDb). */
 void mr_db_swap(struct sqlite3 **slot, struct sqlite3 *db);
+/* Finalizes every statement still prepared on db and closes it; NULL does
+** nothing. Only under the write side. */
+void mr_db_close(struct sqlite3 *db);
+/* Changes whenever chartDb is closed. A statement kept on chartDb from one
+** request to the next belongs to the generation it was prepared in and
+** must be dropped, unused and unfinalized, once the generation has moved
+** on: the close finalized it. Read it under the read side. */
+uint32_t mr_chart_generation(void);
 
 /* ---- saved state and the database set ---- */
 /* Collects the reply of /getSetState/<text>; the route sends it. */

@@ -4,9 +4,11 @@
 ** when there is no such tile, no tiles table or no pack at all.
 **
 ** This is the host's hottest path: one primary-key lookup, one copy from
-** the database page into the connection's buffer, one reply. Nothing is
-** cached here; the web view caches through max-age.
+** the database page into the connection's buffer, one reply. No tile is
+** cached here (the web view caches through max-age); only the prepared
+** statement is kept per connection thread.
 */
+#include <pthread.h>
 #include <sqlite3.h>
 #include <stdlib.h>
 
@@ -68,22 +70,77 @@ int tile_key_of_id(const char *text, int64_t *key) {
     return 0;
 }
 
+/* The tile statement of one connection thread, prepared on its first tile
+** request and kept until the thread ends or chartDb is closed (which
+** finalizes it and moves the chart generation on). Preparing costs more
+** than the lookup itself. */
+typedef struct TileStmt {
+    sqlite3_stmt *stmt;
+    uint32_t generation;
+} TileStmt;
+
+static pthread_key_t tileStmtKey;
+static pthread_once_t tileStmtOnce = PTHREAD_ONCE_INIT;
+
+/* Thread exit: finalizes the statement unless a close already did. */
+static void tile_stmt_release(void *p) {
+    TileStmt *t = (TileStmt *)p;
+    mr_db_read_begin();
+    if (t->stmt && t->generation == mr_chart_generation()) sqlite3_finalize(t->stmt);
+    mr_db_read_end();
+    free(t);
+}
+
+static void tile_stmt_key_make(void) { pthread_key_create(&tileStmtKey, tile_stmt_release); }
+
+/* This thread's tile statement on chartDb, reset and ready to bind, or
+** NULL when there is no pack or it has no tiles table. Caller holds the
+** read side. */
+static sqlite3_stmt *tile_stmt(void) {
+    TileStmt *t;
+    uint32_t generation = mr_chart_generation();
+
+    pthread_once(&tileStmtOnce, tile_stmt_key_make);
+    t = (TileStmt *)pthread_getspecific(tileStmtKey);
+    if (t == NULL) {
+        t = (TileStmt *)calloc(1, sizeof(*t));
+        /* out of memory: no lookup, the GIF goes out */
+        if (t == NULL || pthread_setspecific(tileStmtKey, t) != 0) {
+            free(t);
+            return NULL;
+        }
+    }
+    if (t->stmt && t->generation != generation) t->stmt = NULL;  /* finalized by the close */
+    if (t->stmt == NULL) {
+        if (sqlite3_prepare_v2(mrApp.chartDb, "SELECT png FROM tiles WHERE zyx=?", -1, &t->stmt, NULL) !=
+            SQLITE_OK) {
+            sqlite3_finalize(t->stmt);
+            t->stmt = NULL;
+            return NULL;
+        }
+        t->generation = generation;
+    }
+    return t->stmt;
+}
+
 /* Collects the tile of key from chartDb, or the GIF, and sends it. A text
 ** that did not parse (have == 0) gets the GIF without a lookup: its fields
 ** have no meaning and must not hit tile 0 by accident. */
 static int tile_send(ResponseBuffer *b, int have, int64_t key) {
-    sqlite3_stmt *stmt = NULL;
+    sqlite3_stmt *stmt;
     int type = 8;
 
     if (have) {
         mr_db_read_begin();
-        sqlite3_prepare_v2(mrApp.chartDb, "SELECT png FROM tiles WHERE zyx=?", -1, &stmt, NULL);
-        sqlite3_bind_int64(stmt, 1, key);
-        if (sqlite3_step(stmt) == SQLITE_ROW) {
-            buffAddData(b, sqlite3_column_blob(stmt, 0), sqlite3_column_bytes(stmt, 0));
-            type = 6;
+        stmt = tile_stmt();
+        if (stmt) {
+            sqlite3_bind_int64(stmt, 1, key);
+            if (sqlite3_step(stmt) == SQLITE_ROW) {
+                buffAddData(b, sqlite3_column_blob(stmt, 0), sqlite3_column_bytes(stmt, 0));
+                type = 6;
+            }
+            sqlite3_reset(stmt);
         }
-        sqlite3_finalize(stmt);
         mr_db_read_end();
     }
     if (type == 8) {

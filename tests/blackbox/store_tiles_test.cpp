@@ -1,6 +1,8 @@
 // Tile routes over HTTP: found tiles, the one-pixel GIF for every kind of
 // miss, and malformed paths.
+#include <dirent.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "support/test_pack.h"
 
@@ -54,4 +56,56 @@ TEST(Tiles, GifWithoutPackOrTable) {
     // a pack that cannot be opened leaves none
     EXPECT_EQ(0u, httpGet("/getSetState/chartdb=nothing.marepack").body.find("500 "));
     EXPECT_EQ(onePixelGif(), httpGet("/getTile/A7/3/1/0").body);
+}
+
+/* Whether the host process holds a file open whose path names fileName. */
+static bool holdsOpen(pid_t pid, const std::string &fileName) {
+    std::string dir = "/proc/" + std::to_string(pid) + "/fd";
+    bool found = false;
+    DIR *d = opendir(dir.c_str());
+    while (d != NULL && !found) {
+        struct dirent *e = readdir(d);
+        if (e == NULL) break;
+        char target[4096];
+        ssize_t n = readlink((dir + "/" + e->d_name).c_str(), target, sizeof(target) - 1);
+        found = n > 0 && std::string(target, (size_t)n).find(fileName) != std::string::npos;
+    }
+    if (d != NULL) closedir(d);
+    return found;
+}
+
+// One keep-alive connection keeps its tile lookup between requests; a
+// switch or a delete of the pack on another connection must show on its
+// very next request, and the replaced pack must really be closed.
+TEST(Tiles, PackChangesReachAKeptConnection) {
+    PackedHost h;
+    const std::string tileA = standardPack("A").tiles[0].png, tileB = standardPack("B").tiles[0].png;
+    const std::string path = "/getTileI/A5/3298535931904";
+    Conn c;
+    auto tile = [&] {
+        c.send("GET " + path + " HTTP/1.1\r\n\r\n");
+        HttpReply r = c.read();
+        EXPECT_TRUE(r.complete);
+        return r.body;
+    };
+    struct Step {
+        const char *state, *body, *closed;  // closed: a pack file the host must not hold
+    } steps[] = {
+        {"chartdb=A000005.marepack", "A", nullptr},
+        {"chartdb=A000006.marepack", "B", "A000005.marepack"},
+        {"chartdb=A000005.marepack", "A", "A000006.marepack"},
+        {"chartdb=missing.marepack", "gif", "A000005.marepack"},
+        {"chartdb=A000006.marepack", "B", nullptr},
+        {"delchartdb=A000006.marepack", "gif", "A000006.marepack"},
+    };
+    for (const auto &s : steps) {
+        ASSERT_TRUE(httpGet(std::string("/getSetState/") + s.state).complete) << s.state;
+        std::string want = std::string(s.body) == "A" ? tileA : std::string(s.body) == "B" ? tileB : onePixelGif();
+        // twice: the first request may prepare, the second reuses
+        EXPECT_TRUE(tile() == want) << s.state;
+        EXPECT_TRUE(tile() == want) << s.state;
+        if (s.closed) {
+            EXPECT_FALSE(holdsOpen(h.host->pid(), s.closed)) << s.state;
+        }
+    }
 }

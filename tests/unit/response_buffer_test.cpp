@@ -226,6 +226,45 @@ TEST(BuffSendHttp, HeaderDecisions) {
     }
 }
 
+// Replies larger than the socket's send buffer go out in several pieces,
+// which may end inside the header or the body; the peer must still read
+// the header and every body byte once, in order.
+TEST(BuffSendHttp, ReplyLargerThanSendBufferArrivesWhole) {
+    struct Case {
+        size_t statusLength, bodyLength;
+    } cases[] = {{6, 3 << 20}, {2000, 1 << 20}, {2000, 0}, {2000, 1}};
+    for (const auto &c : cases) {
+        Pair p;
+        int small = 2048;  // the kernel raises this to its minimum
+        setsockopt(p.out, SOL_SOCKET, SO_SNDBUF, &small, sizeof(small));
+        std::string status = "200 " + std::string(c.statusLength - 4, 'k');
+        std::string body(c.bodyLength, 0);
+        for (size_t i = 0; i < body.size(); i++) body[i] = (char)(i * 7 + i / 251);
+        std::string got;
+        std::thread reader([&] {
+            char buf[1500];  // small reads keep the writer's buffer full
+            ssize_t r;
+            while ((r = recv(p.in, buf, sizeof buf, 0)) > 0) got.append(buf, (size_t)r);
+        });
+        ResponseBuffer b;
+        buffInit(&b);
+        b.fd = p.out;
+        b.keepAliveMax = 5;
+        buffAddData(&b, body.data(), (int)body.size());
+        EXPECT_EQ((int)body.size(), buffSendHttp(&b, status.c_str(), 0, 0));
+        EXPECT_EQ(5, b.keepAliveMax);
+        buffFree(&b);
+        shutdown(p.out, SHUT_WR);
+        reader.join();
+        size_t end = got.find("\r\n\r\n");
+        ASSERT_NE(std::string::npos, end) << c.bodyLength;
+        EXPECT_EQ(0u, got.find("HTTP/1.1 " + status + "\r\n"));
+        EXPECT_NE(std::string::npos, got.find("Content-Length: " + std::to_string(body.size()) + "\r\n"));
+        EXPECT_TRUE(got.substr(end + 4) == body) << c.statusLength << "/" << c.bodyLength << ": "
+                                                 << got.size() - end - 4 << " body bytes";
+    }
+}
+
 TEST(BuffSendHttp, FailedBodySendClearsKeepAlive) {
     Pair p;
     ResponseBuffer b;

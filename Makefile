@@ -65,6 +65,18 @@ test-asan: npm
 	cmake --build build-asan -j$(JOBS)
 	cd build-asan && $(ASAN_ENV) ctest --output-on-failure
 
+# The core, the unit tests and the black-box tests built with
+# ThreadSanitizer (window off), in a loopback of their own. A race reported
+# by a test process fails it (exit code 66); the black-box harness fails a
+# case whose host printed a report.
+.PHONY: test-tsan
+test-tsan: npm
+	cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DMAREPLOT_WINDOW=OFF -DMAREPLOT_TSAN=ON
+	cmake --build build-tsan -j$(JOBS) --target mareplotd mareplot_unit_tests mareplot_blackbox_tests \
+	  chart_server nmea_replay
+	cd build-tsan && TSAN_OPTIONS="halt_on_error=0 second_deadlock_stack=1" \
+	  ../tests/support/isolate.sh ctest --output-on-failure -R '^(unit|blackbox)$$'
+
 test: test-unit test-asan
 
 # The whole suite N times under CPU load (stress-ng on every core), one line
@@ -101,7 +113,7 @@ bench: build
 	flock /tmp/mareplot-port.lock node bench/client_ais_bench.js
 
 clean:
-	rm -rf build build-asan
+	rm -rf build build-asan build-tsan
 
 # clang builds the fuzz targets with libFuzzer. `make fuzz-smoke` runs them
 # for FUZZ_SECONDS.

@@ -21,6 +21,7 @@
 
 #include "ais/ais.h"
 #include "nav/nmea.h"
+#include "shell/app_record.h"
 
 /* The queue of rows, joined by ",\n". It grows geometrically up to
 ** AIS_QUEUE_MAX; it is emptied, not shrunk, by each status reply. */
@@ -197,6 +198,31 @@ void aisJsonString(char *dst, const char *src) {
     *d = 0;
 }
 
+/* The own ship's place and motion from gpsfix, in row units: world
+** metres, degrees, tenths of a degree, tenths of a knot. */
+static void own_motion(int32_t *y, int32_t *x, int *hdg, int *cog, int *sog) {
+    ais_merc(MR_LOAD(gpsfix.latY), MR_LOAD(gpsfix.lonX), y, x);
+    *hdg = trunc32(MR_LOAD(gpsfix.hdg));
+    *cog = trunc32(MR_LOAD(gpsfix.cog) * 10);
+    *sog = trunc32(round(MR_LOAD(gpsfix.sog) / KNOT_MS));
+}
+
+/* Fills gpsfix from the own ship's report (raw position, heading, course
+** in tenths of a degree, speed in tenths of a knot) with the given fix. */
+static void own_fix_from_report(int32_t lat, int32_t lon, int hdg, int cog, int sog, int32_t rot,
+                                int32_t fix) {
+    double dlat, dlon;
+    pos2ddd(lat, lon, &dlat, &dlon);
+    MR_STORE(gpsfix.latY, dlat);
+    MR_STORE(gpsfix.lonX, dlon);
+    MR_STORE(gpsfix.hdg, (double)hdg);
+    MR_STORE(gpsfix.cog, cog / 10.0);
+    MR_STORE(gpsfix.sog, sog * KNOT_MS);
+    MR_STORE(gpsfix.rot, rot);
+    MR_STORE(gpsfix.lastFixTime, time(NULL));
+    MR_STORE(gpsfix.fix, fix);
+}
+
 /* Position row of a class A report, with the own-ship rules: gpsSource 1
 ** takes position and motion from gpsfix, 2 feeds gpsfix from the report
 ** (fix 800), any other source hides the own position as 0, 0. */
@@ -204,23 +230,15 @@ static void row_class_a(const AisMsg3 *m, char *row, size_t size) {
     int32_t x, y;
     int sog = m->sog, cog = m->cog, hdg = m->hdg, rot = (int8_t)m->rot;
 
-    if (m->userid != gpsfix.aisuserid) {
+    int32_t source = MR_LOAD(gpsfix.gpsSource);
+    if (m->userid != MR_LOAD(gpsfix.aisuserid)) {
         ais_merc_raw(m->lat, m->lon, &y, &x);
-    } else if (gpsfix.gpsSource == 1) {
-        ais_merc(gpsfix.latY, gpsfix.lonX, &y, &x);
-        rot = gpsfix.rot;
-        hdg = trunc32(gpsfix.hdg);
-        cog = trunc32(gpsfix.cog * 10);
-        sog = trunc32(round(gpsfix.sog / KNOT_MS));
-    } else if (gpsfix.gpsSource == 2) {
+    } else if (source == 1) {
+        own_motion(&y, &x, &hdg, &cog, &sog);
+        rot = MR_LOAD(gpsfix.rot);
+    } else if (source == 2) {
         ais_merc_raw(m->lat, m->lon, &y, &x);
-        pos2ddd((int32_t)m->lat, (int32_t)m->lon, &gpsfix.latY, &gpsfix.lonX);
-        gpsfix.hdg = m->hdg;
-        gpsfix.cog = m->cog / 10.0;
-        gpsfix.sog = m->sog * KNOT_MS;
-        gpsfix.rot = (int8_t)m->rot;
-        gpsfix.lastFixTime = time(NULL);
-        gpsfix.fix = 800;
+        own_fix_from_report(m->lat, m->lon, m->hdg, m->cog, m->sog, (int8_t)m->rot, 800);
     } else {
         x = 0;
         y = 0;
@@ -235,22 +253,13 @@ static void row_class_b(const AisMsg18 *m, char *row, size_t size) {
     int32_t x, y;
     int sog = m->sog, cog = m->cog, hdg = m->hdg;
 
-    if (m->userid == gpsfix.aisuserid && gpsfix.gpsSource == 1) {
-        ais_merc(gpsfix.latY, gpsfix.lonX, &y, &x);
-        hdg = trunc32(gpsfix.hdg);
-        cog = trunc32(gpsfix.cog * 10);
-        sog = trunc32(round(gpsfix.sog / KNOT_MS));
+    int own = m->userid == MR_LOAD(gpsfix.aisuserid);
+    int32_t source = MR_LOAD(gpsfix.gpsSource);
+    if (own && source == 1) {
+        own_motion(&y, &x, &hdg, &cog, &sog);
     } else {
         ais_merc_raw(m->lat, m->lon, &y, &x);
-        if (m->userid == gpsfix.aisuserid && gpsfix.gpsSource == 2) {
-            pos2ddd((int32_t)m->lat, (int32_t)m->lon, &gpsfix.latY, &gpsfix.lonX);
-            gpsfix.hdg = m->hdg;
-            gpsfix.cog = m->cog / 10.0;
-            gpsfix.sog = m->sog * KNOT_MS;
-            gpsfix.rot = -128;
-            gpsfix.lastFixTime = time(NULL);
-            gpsfix.fix = 801;
-        }
+        if (own && source == 2) own_fix_from_report(m->lat, m->lon, m->hdg, m->cog, m->sog, -128, 801);
     }
     row_position(row, size, m->userid, m->msgid, x, y, sog, cog, hdg, -128, 0);
 }
@@ -475,7 +484,7 @@ void ProcessAIS(char *sentence) {
 void getAisData(ResponseBuffer *b) {
     char head[64];
     pthread_mutex_lock(&aismutex);
-    snprintf(head, sizeof(head), "\"nmea_stat\":%d,\"ais\":[\n", nmea_stat);
+    snprintf(head, sizeof(head), "\"nmea_stat\":%d,\"ais\":[\n", MR_LOAD(nmea_stat));
     buffAddChar(b, head);
     if (aisjson.length > 0) buffAddData(b, aisjson.data, (int)aisjson.length);
     buffAddChar(b, "],");

@@ -11,6 +11,7 @@
 
 #include "ais/ais.h"
 #include "nav/nmea.h"
+#include "shell/app_record.h"
 
 VdmAssembly ais;
 VdmAssembly ais2;
@@ -122,6 +123,6 @@ int64_t ProcessAOS(char *sentence) {
         return 0;
     }
     if (prc != 0) return prc;
-    gpsfix.aisuserid = (uint32_t)userid;
+    MR_STORE(gpsfix.aisuserid, (uint32_t)userid);
     return (int64_t)userid;
 }

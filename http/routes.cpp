@@ -170,7 +170,8 @@ int readFromFileSystem(ResponseBuffer *out, const char *name) {
 }
 
 static void route_app(ResponseBuffer *out, const char *path) {
-    if (mrApp.appDb == NULL) {
+    /* a glance outside the guard: the download may be replacing appDb */
+    if (MR_LOAD(mrApp.appDb) == NULL) {
         readFromFileSystem(out, REST(path, "/app/"));
         return;
     }

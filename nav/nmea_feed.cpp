@@ -74,9 +74,9 @@ void setNmeaMode(const char *mode) {
         char *end = strchr(p, '/');
         if (end) *end = 0;
         switch (i) {
-        case 0: g->gpsIntern = atoi(p); break;
-        case 1: g->gpsSource = atoi(p); break;
-        case 2: g->nmeaSource = atoi(p); break;
+        case 0: MR_STORE(g->gpsIntern, atoi(p)); break;
+        case 1: MR_STORE(g->gpsSource, atoi(p)); break;
+        case 2: MR_STORE(g->nmeaSource, atoi(p)); break;
         case 3:
             pthread_mutex_lock(&feedLock);
             memcpy(nmea_host, p, strlen(p) + 1);
@@ -90,11 +90,11 @@ void setNmeaMode(const char *mode) {
     char *lf = strchr(p, '\n');
     if (lf) *lf = 0;
     if (*p == 0) return;
-    g->aisuserid = (uint32_t)atol(p);
+    MR_STORE(g->aisuserid, (uint32_t)atol(p));
 
-    setSatMode(g->gpsSource != 0 ? 0 : g->gpsIntern);
+    setSatMode(MR_LOAD(g->gpsSource) != 0 ? 0 : MR_LOAD(g->gpsIntern));
 
-    if (g->nmeaSource == 1) {
+    if (MR_LOAD(g->nmeaSource) == 1) {
         /* a change of the last field alone (the own ship's MMSI) restarts
         ** nothing and is not remembered */
         size_t head = (size_t)(strrchr(mode, '/') - mode);
@@ -109,7 +109,7 @@ void setNmeaMode(const char *mode) {
             start_feed_locked();
         pthread_mutex_unlock(&feedLock);
     }
-    if (g->nmeaSource == 2) beginSerial();
+    if (MR_LOAD(g->nmeaSource) == 2) beginSerial();
 
     pthread_mutex_lock(&feedLock);
     memcpy(lastrequest, mode, len + 1);
@@ -174,7 +174,7 @@ void socketNmeaThread(void *arg) {
     nmea_reset();
     for (;;) {
         struct sockaddr_in addr;
-        gpsfix.fix = 998;
+        MR_STORE(gpsfix.fix, 998);
         buffReset(b);
 
         if (resolve_feed(&addr) != 0) {
@@ -190,13 +190,13 @@ void socketNmeaThread(void *arg) {
         MR_STORE(b->fd, fd);
         if (fd >= 0) initSocketToKa(fd, 60);
         if (fd < 0 || connect(fd, (struct sockaddr *)&addr, sizeof(addr)) != 0) {
-            gpsfix.fix = 998;
+            MR_STORE(gpsfix.fix, 998);
             puts("fail...\n");
             close_feed_socket(b);
             sleep(1);
             puts("reconnecting...\n");
             if (--retries != 0) continue;
-            gpsfix.fix = 998;
+            MR_STORE(gpsfix.fix, 998);
             break;
         }
 
@@ -205,7 +205,7 @@ void socketNmeaThread(void *arg) {
         read_feed_lines(b);
         close_feed_socket(b);
         if (MR_LOAD(nmea_stat) == 0 || MR_LOAD(nmea_pause) == 1) {
-            gpsfix.fix = 998;
+            MR_STORE(gpsfix.fix, 998);
             break;
         }
         retries = FEED_RETRIES;

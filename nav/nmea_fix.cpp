@@ -8,10 +8,10 @@
 ** (MWV) are taken from any source. Each line then ages stale data and
 ** decides whether a track row is due. Time only moves when a line arrives.
 **
-** gpsfix is shared with the status handler without a lock: its members are
-** plain aligned words and a reader may see two sentences' worth mixed.
-** nmea_stat is the one word other threads poll, so it goes through the
-** MR_LOAD/MR_STORE accessors.
+** gpsfix is shared with the status handler, the mode route and the other
+** feeds without a lock: every member is read and written through the
+** MR_LOAD/MR_STORE accessors, one whole word at a time, and a reader may
+** see two sentences' worth mixed. nmea_stat is polled the same way.
 */
 #include <math.h>
 #include <stdlib.h>
@@ -45,12 +45,12 @@ __attribute__((weak)) void beginSerial(void) {}
 /* Sets the no-data values of position, course, heading, depth and rate of
 ** turn; speed, hdop, wind and fix stay. Returns &gpsfix. */
 GpsFix *nmea_reset(void) {
-    gpsfix.latY = 999;
-    gpsfix.lonX = 999;
-    gpsfix.rot = -128;
-    gpsfix.cog = 360;
-    gpsfix.hdg = 511;
-    gpsfix.dpt = -100;
+    MR_STORE(gpsfix.latY, 999);
+    MR_STORE(gpsfix.lonX, 999);
+    MR_STORE(gpsfix.rot, -128);
+    MR_STORE(gpsfix.cog, 360);
+    MR_STORE(gpsfix.hdg, 511);
+    MR_STORE(gpsfix.dpt, -100);
     return &gpsfix;
 }
 
@@ -65,8 +65,8 @@ void nmea_init(void) {
     } else {
         buffReset(&bnmea);
     }
-    gpsfix.logDistance = 50;
-    gpsfix.logInterval = 86400;
+    MR_STORE(gpsfix.logDistance, 50);
+    MR_STORE(gpsfix.logInterval, 86400);
     lastrequest[0] = 0;
     lastNmeaSource = -1;
     lastGpsSource = -1;
@@ -79,7 +79,7 @@ int setSatMode(int mode) {
 }
 
 /* Returns the quality of the fix. */
-int nema_getfix(void) { return gpsfix.fix; }
+int nema_getfix(void) { return MR_LOAD(gpsfix.fix); }
 
 /* Nothing to look for: the window's "GPS Port" menu lists the ports. */
 void find_serial(void) {}
@@ -136,17 +136,17 @@ static int32_t rot_encode(double v) {
 static int on_rmc(char **f) {
     GpsFix *g = &gpsfix;
     if (f[2][0] != 'A') {
-        g->fix = 0;
+        MR_STORE(g->fix, 0);
         return 1;
     }
     MR_STORE(nmea_stat, 1);
-    g->navtime = gps2time(f[1], f[9]);
-    g->latY = gps2float(f[3], f[4]);
-    g->lonX = gps2float(f[5], f[6]);
-    g->sog = atof(f[7]) * 0.514444;
-    g->cog = atof(f[8]);
-    if (g->fix == 0 || g->fix >= 81) g->fix = 1;
-    g->lastFixTime = g->now;
+    MR_STORE(g->navtime, gps2time(f[1], f[9]));
+    MR_STORE(g->latY, gps2float(f[3], f[4]));
+    MR_STORE(g->lonX, gps2float(f[5], f[6]));
+    MR_STORE(g->sog, atof(f[7]) * 0.514444);
+    MR_STORE(g->cog, atof(f[8]));
+    if (MR_LOAD(g->fix) == 0 || MR_LOAD(g->fix) >= 81) MR_STORE(g->fix, 1);
+    MR_STORE(g->lastFixTime, MR_LOAD(g->now));
     return 0;
 }
 
@@ -154,28 +154,28 @@ static int on_rmc(char **f) {
 ** GPS or DGPS quality). */
 static int on_gga(char **f) {
     if (f[6][0] != '1' && f[6][0] != '2') {
-        gpsfix.fix = 0;
+        MR_STORE(gpsfix.fix, 0);
         return 1;
     }
-    gpsfix.fix = atoi(f[7]);
-    gpsfix.hdop = atof(f[8]);
+    MR_STORE(gpsfix.fix, atoi(f[7]));
+    MR_STORE(gpsfix.hdop, atof(f[8]));
     return 0;
 }
 
 /* ROT: rate of turn. Returns 1 when the pass must end (invalid status). */
 static int on_rot(char **f) {
     if (f[2][0] != 'A') {
-        gpsfix.rot = -128;
+        MR_STORE(gpsfix.rot, -128);
         return 1;
     }
-    gpsfix.rot = rot_encode(atof(f[1]));
+    MR_STORE(gpsfix.rot, rot_encode(atof(f[1])));
     return 0;
 }
 
 /* HDG: the sensor heading as given; deviation and variation are not
 ** applied. */
 static int on_hdg(char **f) {
-    gpsfix.hdg = atof(f[1]);
+    MR_STORE(gpsfix.hdg, atof(f[1]));
     return 0;
 }
 
@@ -200,16 +200,16 @@ static void on_depth(char **f, int n) {
         if (is_type(f[0], "DPT")) {
             double third = atof(f[3]);
             if (third > 0) {
-                g->dpt = third + atof(f[1]);
-                g->lastDepthTime = g->now;
+                MR_STORE(g->dpt, third + atof(f[1]));
+                MR_STORE(g->lastDepthTime, MR_LOAD(g->now));
             }
         }
-        if (is_type(f[0], "DBS") && g->dpt < 0) {
-            g->dpt = atof(f[3]);
-            g->lastDepthTime = g->now;
+        if (is_type(f[0], "DBS") && MR_LOAD(g->dpt) < 0) {
+            MR_STORE(g->dpt, atof(f[3]));
+            MR_STORE(g->lastDepthTime, MR_LOAD(g->now));
         }
     }
-    if (g->lastDepthTime + 60 < g->now) g->dpt = -100;
+    if (MR_LOAD(g->lastDepthTime) + 60 < MR_LOAD(g->now)) MR_STORE(g->dpt, -100);
 }
 
 /* MWV: direction and speed in metres per second. A 'K' unit takes both the
@@ -218,16 +218,17 @@ static void on_depth(char **f, int n) {
 static void on_wind(char **f, int n) {
     GpsFix *g = &gpsfix;
     if (n >= 5 && is_type(f[0], "MWV")) {
-        g->wdir = atof(f[1]);
-        g->wspd = atof(f[3]);
-        if (f[4][0] == 'K') g->wspd *= 0.2777775380361333;
-        if (f[4][0] == 'N') g->wspd *= 0.514444;
-        if (f[4][0] == 'K') g->wspd *= 0.44703961417318716;
-        g->lastWindTime = g->now;
+        double wspd = atof(f[3]);
+        if (f[4][0] == 'K') wspd *= 0.2777775380361333;
+        if (f[4][0] == 'N') wspd *= 0.514444;
+        if (f[4][0] == 'K') wspd *= 0.44703961417318716;
+        MR_STORE(g->wdir, atof(f[1]));
+        MR_STORE(g->wspd, wspd);
+        MR_STORE(g->lastWindTime, MR_LOAD(g->now));
     }
-    if (g->lastWindTime + 60 < g->now) {
-        g->wdir = -100;
-        g->wspd = -100;
+    if (MR_LOAD(g->lastWindTime) + 60 < MR_LOAD(g->now)) {
+        MR_STORE(g->wdir, -100);
+        MR_STORE(g->wspd, -100);
     }
 }
 
@@ -236,13 +237,14 @@ static void on_wind(char **f, int n) {
 ** last row. Injected positions worse than 49 m are never logged. */
 static void age_and_log(void) {
     GpsFix *g = &gpsfix;
-    if (g->lastFixTime + 60 < g->now) g->fix = 0;
-    if (g->gpsSource > 0 && MR_LOAD(nmea_stat) != 1) g->fix = 998;
-    if (g->fix < -49) return;
-    if (g->trackOn == 0 || g->fix == 0) return;
-    double d = geoDist(g->lastLogLon, g->lastLogLat, g->lonX, g->latY);
-    if ((g->now != 0 && g->now > g->lastLogTime + g->logInterval) ||
-        (g->logDistance != 0 && d > g->logDistance))
+    if (MR_LOAD(g->lastFixTime) + 60 < MR_LOAD(g->now)) MR_STORE(g->fix, 0);
+    if (MR_LOAD(g->gpsSource) > 0 && MR_LOAD(nmea_stat) != 1) MR_STORE(g->fix, 998);
+    if (MR_LOAD(g->fix) < -49) return;
+    if (MR_LOAD(g->trackOn) == 0 || MR_LOAD(g->fix) == 0) return;
+    time_t now = MR_LOAD(g->now);
+    double d = geoDist(MR_LOAD(g->lastLogLon), MR_LOAD(g->lastLogLat), MR_LOAD(g->lonX), MR_LOAD(g->latY));
+    if ((now != 0 && now > MR_LOAD(g->lastLogTime) + MR_LOAD(g->logInterval)) ||
+        (MR_LOAD(g->logDistance) != 0 && d > MR_LOAD(g->logDistance)))
         nmea_log_track();
 }
 
@@ -257,11 +259,11 @@ void nmea_update(char *line) {
     if (line == NULL) return;
     char *start = find_nmea_start(line);
     if (!MR_LOAD(mrApp.running)) return;
-    g->now = nmea_clock(NULL);
-    if (g->nmeaSource != lastNmeaSource || g->gpsSource != lastGpsSource) {
+    MR_STORE(g->now, nmea_clock(NULL));
+    if (MR_LOAD(g->nmeaSource) != lastNmeaSource || MR_LOAD(g->gpsSource) != lastGpsSource) {
         nmea_reset();
-        lastNmeaSource = g->nmeaSource;
-        lastGpsSource = g->gpsSource;
+        lastNmeaSource = MR_LOAD(g->nmeaSource);
+        lastGpsSource = MR_LOAD(g->gpsSource);
     }
 
     /* AIS is recognised at the line's first byte only. */
@@ -278,7 +280,7 @@ void nmea_update(char *line) {
     }
 
     int n = split_fields(line, start, f);
-    if (g->gpsSource == 1) {
+    if (MR_LOAD(g->gpsSource) == 1) {
         for (size_t i = 0; i < sizeof(positionSentences) / sizeof(positionSentences[0]); i++) {
             if (!is_type(f[0], positionSentences[i].type)) continue;
             if (n < positionSentences[i].minEntries) continue;
@@ -297,20 +299,20 @@ void nmea_update(char *line) {
 int nmea_updateLL(time_t navtime, double lat, double lon, double sog, double cog, double accuracy) {
     static char noSentence[] = "**";
     GpsFix *g = &gpsfix;
-    if (g->gpsSource > 0) return 0;
-    g->navtime = navtime;
-    g->lastFixTime = nmea_clock(NULL);
-    g->latY = lat;
-    g->lonX = lon;
-    g->sog = sog;
-    g->cog = cog;
-    g->hdg = 511;
-    g->rot = -128;
+    if (MR_LOAD(g->gpsSource) > 0) return 0;
+    MR_STORE(g->navtime, navtime);
+    MR_STORE(g->lastFixTime, nmea_clock(NULL));
+    MR_STORE(g->latY, lat);
+    MR_STORE(g->lonX, lon);
+    MR_STORE(g->sog, sog);
+    MR_STORE(g->cog, cog);
+    MR_STORE(g->hdg, 511);
+    MR_STORE(g->rot, -128);
     /* accuracy is metres; the fix holds it negated and truncated */
     double a = -accuracy;
     if (!(a == a) || a < -2147483647.0) a = -2147483647.0;
     if (a > 2147483647.0) a = 2147483647.0;
-    g->fix = (int32_t)a;
+    MR_STORE(g->fix, (int32_t)a);
     nmea_update(noSentence);
-    return g->gpsIntern;
+    return MR_LOAD(g->gpsIntern);
 }

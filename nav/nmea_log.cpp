@@ -37,16 +37,18 @@ static void build_remark(char *remark) {
     remark[0] = 0;
 
     /* the clocks are compared on their low 32 bits, as the status sends them */
-    int64_t offset = (int64_t)(int32_t)gpsfix.now - (int64_t)(int32_t)gpsfix.navtime;
+    time_t navtime = MR_LOAD(gpsfix.navtime);
+    int64_t offset = (int64_t)(int32_t)MR_LOAD(gpsfix.now) - (int64_t)(int32_t)navtime;
     if (offset >= 66 || offset <= -66) {
-        snprintf(piece, sizeof(piece), " nt=%llx", (unsigned long long)gpsfix.navtime);
+        snprintf(piece, sizeof(piece), " nt=%llx", (unsigned long long)navtime);
         remark_add(remark, &len, piece);
     }
-    if (gpsfix.dpt != 0) {
-        snprintf(piece, sizeof(piece), " dpt=%.1lf", gpsfix.dpt);
+    double dpt = MR_LOAD(gpsfix.dpt);
+    if (dpt != 0) {
+        snprintf(piece, sizeof(piece), " dpt=%.1lf", dpt);
         remark_add(remark, &len, piece);
     }
-    if (gpsfix.fix == 999) remark_add(remark, &len, " SIM");
+    if (MR_LOAD(gpsfix.fix) == 999) remark_add(remark, &len, " SIM");
 }
 
 /* Writes the track row for the current fix under dbMutex and remembers its
@@ -56,15 +58,15 @@ void nmea_log_track(void) {
     sqlite3 *db = mrApp.tripDb;
     sqlite3_stmt *st = NULL;
 
-    gpsfix.lastLogTime = gpsfix.now;
+    MR_STORE(gpsfix.lastLogTime, MR_LOAD(gpsfix.now));
     sqlite3_mutex_enter(mrApp.dbMutex);
     sqlite3_exec(db, "BEGIN TRANSACTION", NULL, NULL, NULL);
     build_remark(remark);
 
     sqlite3_prepare_v2(db, "INSERT INTO log (ts,x,y,t,v) VALUES (?,?,?,1,?)", -1, &st, NULL);
-    sqlite3_bind_int64(st, 1, (sqlite3_int64)gpsfix.now);
-    sqlite3_bind_double(st, 2, gpsfix.lonX);
-    sqlite3_bind_double(st, 3, gpsfix.latY);
+    sqlite3_bind_int64(st, 1, (sqlite3_int64)MR_LOAD(gpsfix.now));
+    sqlite3_bind_double(st, 2, MR_LOAD(gpsfix.lonX));
+    sqlite3_bind_double(st, 3, MR_LOAD(gpsfix.latY));
     sqlite3_bind_text(st, 4, remark, -1, SQLITE_TRANSIENT);
     sqlite3_step(st);
     sqlite3_finalize(st);
@@ -79,8 +81,8 @@ void nmea_log_track(void) {
     sqlite3_exec(db, "COMMIT", NULL, NULL, NULL);
     sqlite3_mutex_leave(mrApp.dbMutex);
 
-    gpsfix.lastLogLon = gpsfix.lonX;
-    gpsfix.lastLogLat = gpsfix.latY;
+    MR_STORE(gpsfix.lastLogLon, MR_LOAD(gpsfix.lonX));
+    MR_STORE(gpsfix.lastLogLat, MR_LOAD(gpsfix.latY));
 }
 
 /* Empties the log (outside dbMutex), sets navtime to the host clock and
@@ -90,11 +92,11 @@ void nmea_log_playback_start(void) {
     sqlite3_stmt *st = NULL;
 
     sqlite3_exec(db, "DELETE FROM log", NULL, NULL, NULL);
-    gpsfix.navtime = nmea_clock(NULL);
+    MR_STORE(gpsfix.navtime, nmea_clock(NULL));
     sqlite3_mutex_enter(mrApp.dbMutex);
     sqlite3_prepare_v2(db, "INSERT INTO log (ts,x,y,t,v) VALUES (?,999,999,2,'NMEA playback starts')", -1,
                        &st, NULL);
-    sqlite3_bind_int64(st, 1, (sqlite3_int64)gpsfix.navtime);
+    sqlite3_bind_int64(st, 1, (sqlite3_int64)MR_LOAD(gpsfix.navtime));
     sqlite3_step(st);
     sqlite3_finalize(st);
     sqlite3_mutex_leave(mrApp.dbMutex);

@@ -96,27 +96,27 @@ int getSetHostStat(ResponseBuffer *out, const char *text, const char *body, int 
     int32_t v[4] = {0, 0, 0, -1};
     GpsFix *g = &gpsfix;
 
-    g->now = nmea_clock(NULL);
+    MR_STORE(g->now, nmea_clock(NULL));
     int count = read_numbers(text, v);
-    if (count > 0) g->logInterval = v[0];
-    if (count > 1) g->logDistance = v[1];
-    if (count > 2) g->trackOn = v[2];
+    if (count > 0) MR_STORE(g->logInterval, v[0]);
+    if (count > 1) MR_STORE(g->logDistance, v[1]);
+    if (count > 2) MR_STORE(g->trackOn, v[2]);
     int32_t since = v[3];
 
     buffReset(out);
-    add_fragment(out, "{\"navtime\":%d,", (int32_t)g->navtime);
-    add_fragment(out, "\"fix\":%d,", g->fix);
-    add_fragment(out, "\"latY\":%.6lf,", g->latY);
-    add_fragment(out, "\"lonX\":%.6lf,", g->lonX);
-    add_fragment(out, "\"hdg\":%.0lf,", g->hdg);
-    add_fragment(out, "\"cog\":%.0lf,", g->cog);
-    add_fragment(out, "\"dpt\":%.1lf,", g->dpt);
-    add_fragment(out, "\"wdir\":%.1lf,", g->wdir);
-    add_fragment(out, "\"wspd\":%.1lf,", g->wspd);
-    add_fragment(out, "\"sog\":%.1lf,", g->sog);
-    add_fragment(out, "\"hdop\":%.1lf,", g->hdop);
-    add_fragment(out, "\"rot\":%d,", g->rot);
-    add_fragment(out, "\"aisuserid\":%u,", g->aisuserid);
+    add_fragment(out, "{\"navtime\":%d,", (int32_t)MR_LOAD(g->navtime));
+    add_fragment(out, "\"fix\":%d,", MR_LOAD(g->fix));
+    add_fragment(out, "\"latY\":%.6lf,", MR_LOAD(g->latY));
+    add_fragment(out, "\"lonX\":%.6lf,", MR_LOAD(g->lonX));
+    add_fragment(out, "\"hdg\":%.0lf,", MR_LOAD(g->hdg));
+    add_fragment(out, "\"cog\":%.0lf,", MR_LOAD(g->cog));
+    add_fragment(out, "\"dpt\":%.1lf,", MR_LOAD(g->dpt));
+    add_fragment(out, "\"wdir\":%.1lf,", MR_LOAD(g->wdir));
+    add_fragment(out, "\"wspd\":%.1lf,", MR_LOAD(g->wspd));
+    add_fragment(out, "\"sog\":%.1lf,", MR_LOAD(g->sog));
+    add_fragment(out, "\"hdop\":%.1lf,", MR_LOAD(g->hdop));
+    add_fragment(out, "\"rot\":%d,", MR_LOAD(g->rot));
+    add_fragment(out, "\"aisuserid\":%u,", MR_LOAD(g->aisuserid));
     getAisData(out);
 
     store_settings(body, n);

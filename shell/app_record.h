@@ -47,11 +47,22 @@ typedef struct MrAppRecord {
 
 extern MrAppRecord mrApp;
 
-/* Plain 32-bit words shared between threads (running, httpd_running, the
-** download figures) are read and written through these, so that the
-** compiler keeps every poll; the fields themselves stay plain int32_t. */
-#define MR_LOAD(x) __atomic_load_n(&(x), __ATOMIC_SEQ_CST)
-#define MR_STORE(x, v) __atomic_store_n(&(x), (v), __ATOMIC_SEQ_CST)
+/* Plain words shared between threads without a lock (running,
+** httpd_running, the download figures, nmea_stat, the fields of gpsfix)
+** are read and written through these: each access is one atomic load or
+** store, so the compiler keeps every poll and no reader sees half a word.
+** The fields themselves stay plain int32_t, time_t or double. */
+#define MR_LOAD(x)                                        \
+    __extension__({                                       \
+        __typeof__(x) mr_loaded_;                         \
+        __atomic_load(&(x), &mr_loaded_, __ATOMIC_SEQ_CST); \
+        mr_loaded_;                                       \
+    })
+#define MR_STORE(x, v)                                      \
+    __extension__({                                         \
+        __typeof__(x) mr_stored_ = (v);                     \
+        __atomic_store(&(x), &mr_stored_, __ATOMIC_SEQ_CST); \
+    })
 #define MR_ADD(x, v) __atomic_add_fetch(&(x), (v), __ATOMIC_SEQ_CST)
 /* Sets x to v if it still holds *expected; otherwise stores what it holds
 ** in *expected. Nonzero when it set x. */

@@ -187,19 +187,25 @@ TEST(NavFeed, TrackRowsByDistanceInTheTripDatabase) {
 }
 
 // nmea_replay beside mareplotd, sending file in a loop at ten times the pace.
+// ready() waits until the tool says it listens.
 class Replay {
   public:
-    Replay(const std::string &file, int port) {
+    Replay(const std::string &file, int port) : log_(file + ".replay-output") {
         std::string tool = std::string(MAREPLOTD_PATH);
         tool = tool.substr(0, tool.rfind('/') + 1) + "nmea_replay";
         std::string p = std::to_string(port);
+        unlink(log_.c_str());
         pid_ = fork();
         if (pid_ == 0) {
-            int devnull = open("/dev/null", O_WRONLY);
-            dup2(devnull, 1);
+            int out = open(log_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+            dup2(out, 1);
+            dup2(out, 2);
             execl(tool.c_str(), tool.c_str(), "-p", p.c_str(), "-x", "10", "-l", file.c_str(), (char *)NULL);
             _exit(127);
         }
+    }
+    bool ready() {
+        return waitFor([&] { return readFile(log_).find("nmea_replay: serving") != std::string::npos; }, 10000);
     }
     ~Replay() { stop(); }
     void stop() {
@@ -211,6 +217,7 @@ class Replay {
     }
 
   private:
+    std::string log_;
     pid_t pid_ = -1;
 };
 
@@ -229,7 +236,7 @@ TEST(NavFeed, ReplayedVoyageMovesTheBoatAndSurvivesARestart) {
 
     status("0/0/1/4294967295");  // a row at every new second
     auto replay = std::make_unique<Replay>(file, port);
-    usleep(200000);
+    ASSERT_TRUE(replay->ready());
     setMode(feedMode(port));
     double firstLat = 0;
     ASSERT_TRUE(waitFor([&] { return (firstLat = field(status(), "latY")) < 999; }, 5000));

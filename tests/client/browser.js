@@ -180,11 +180,12 @@ function syntheticPack(home) {
     return writeChartPack(home, 'A000003.marepack', tiles, { avtiles2: av, chartlist: [] });
 }
 
-/* Waits for a render pass with every tile of the view drawn. */
+/* Waits for a render pass with every tile of the view drawn (a deadline
+** for a loaded machine and a sanitizer build of the host). */
 async function settled(page, timeout) {
     await page.waitForFunction(() => window.cpApp && cpApp.map && cpApp.map._renderCount > 0 &&
         cpApp.map.queueWait === 0 && cpApp.map.lastMouseB === 0 && cpApp.map.lastCx === cpApp.map.cx &&
-        cpApp.map.lastSf === cpApp.map.base, null, { timeout: timeout || 15000 });
+        cpApp.map.lastSf === cpApp.map.base, null, { timeout: timeout || 60000 });
 }
 
 /* Stores settings through the page, then reloads it. */

@@ -252,11 +252,13 @@ test('an overlay draws in WebGL with the world grid; its feature shows its texts
             cpApp.update();
         }, overlay(img));
         assert.strictEqual(await page.evaluate(() => !!cpApp.map.ctx3d), true, 'WebGL under swiftshader');
+        /* the sheets decode asynchronously; a render now and then (not one
+        ** per frame, which starves a loaded machine) takes them up */
         await page.waitForFunction(() => {
             const v = kelvor.chartkit.vectorMap;
             cpApp.map.render();
             return v.style.loaded && v.map.loaded;
-        }, null, { timeout: 15000 });
+        }, null, { timeout: 60000, polling: 100 });
         await settled(page);
         const st = await page.evaluate(() => {
             const m = cpApp.map, gl = m.ctx3d, v = kelvor.chartkit.vectorMap;

@@ -1,0 +1,69 @@
+/*
+** Circle alarm: with a replayed voyage running fast, a person follows
+** the boat, zooms in, lays a circle alarm around it and arms it. When
+** the boat leaves the circle the klaxon starts and the alarm dialogue
+** shows; acknowledging it stops the klaxon and keeps the alarm armed.
+*/
+'use strict';
+
+const test = require('node:test');
+const assert = require('node:assert');
+const j = require('./journey');
+
+test('a circle alarm fires when the boat leaves it and stays armed after the acknowledge', { timeout: 180000 }, async () => {
+    /* twenty times the recorded speed: about 100 m/s */
+    const feed = await j.voyage({ speed: 20 });
+    const s = await j.firstStart();
+    const page = s.page;
+    try {
+        await j.setNetworkFeed(page, feed.port);
+        await j.until(() => page.evaluate(() => !!(kelvor.boat.gps && kelvor.boat.gps.fix)), 'a fix', 30000);
+
+        /* the boat bar follows the boat; zoom in (1.25 times a step) until
+        ** the new circle's 100 pixel radius is about a kilometre */
+        await j.click(page, '#cp_boat');
+        await j.waitInView(page, '#i_boat_auto');
+        await j.until(async () => /auge_activ/.test(await page.getAttribute('#i_boat_auto', 'src')), 'follow on');
+        for (let i = 0; i < 15; i++) {
+            const before = await page.evaluate(() => cpApp.map.mapScale);
+            await j.click(page, '#cp_map_zup');
+            await j.until(() => page.evaluate((b) => cpApp.map.mapScale < b, before), 'zoomed in');
+        }
+
+        /* the klaxon is the page's audio element: count its starts */
+        await page.evaluate(() => {
+            window.klaxonStarts = 0;
+            document.getElementById('klaxon').addEventListener('play', () => { window.klaxonStarts++; });
+        });
+
+        await j.openMainMenu(page);
+        await j.click(page, j.menuEntry('Alarm'));
+        await j.click(page, '#btn_alarm_add_circle');
+        await j.click(page, '#btn_alarm_on');
+        await j.waitInView(page, '#btn_alarm_off');
+        await j.shot(page, 'circle-alarm-armed');
+
+        await j.waitInView(page, '#np_chartkit_confirm', 60000);
+        assert.match(await j.text(page, '#np_chartkit_confirm_text'), /Alarm triggered/);
+        await j.until(() => page.evaluate(() => window.klaxonStarts > 0), 'the klaxon playing');
+        await j.shot(page, 'circle-alarm-triggered');
+
+        await j.click(page, '#np_chartkit_confirm button:has-text("OK")');
+        await j.waitHidden(page, '#np_chartkit_confirm');
+        await j.until(() => page.evaluate(() => !kelvor.alarm.klaxontimer), 'the klaxon stopped');
+        assert.ok(await j.isInView(page, '#btn_alarm_off'), 'the alarm is still armed: its Off shows');
+        assert.strictEqual(await j.isInView(page, '#btn_alarm_on'), false);
+        /* armed, it now guards the way back: the boat outside does not ring */
+        const starts = await page.evaluate(() => window.klaxonStarts);
+        await j.until(() => page.evaluate(() => kelvor.alarm.running && kelvor.alarm.running.side === -1),
+            'the alarm relearns the boat outside');
+        assert.strictEqual(await j.isInView(page, '#np_chartkit_confirm'), false);
+        assert.strictEqual(await page.evaluate(() => window.klaxonStarts), starts);
+    } catch (e) {
+        await j.shot(page, 'circle-alarm-failed');
+        throw e;
+    } finally {
+        await s.close();
+        await feed.stop();
+    }
+});

@@ -113,10 +113,12 @@ static int sql_value(SqlText *t, sqlite3_stmt *stmt, int col) {
     char num[SQL_DOUBLE_TEXT];
     int type = sqlite3_column_type(stmt, col);
     if (type == SQLITE_TEXT || type == SQLITE_BLOB) {
-        /* escapes at most double a text; only near the limit are they counted */
-        const unsigned char *s = sqlite3_column_text(stmt, col);
+        /* escapes at most double a text; only near the limit are they
+        ** counted, and a text too long even without them is not read */
         size_t n = (size_t)sqlite3_column_bytes(stmt, col);
+        if (t->len + n + 2 > SQL_REPLY_MAX) return -1;
         if (t->len + 2 * n + 2 > SQL_REPLY_MAX) {
+            const unsigned char *s = sqlite3_column_text(stmt, col);
             size_t need = n + 2;
             for (size_t i = 0; s && i < n; i++) need += buffJsonEscape[s[i]] != 0;
             if (t->len + need > SQL_REPLY_MAX) return -1;

@@ -41,6 +41,17 @@ const SHIPS = [
 ];
 const SART = { mmsi: 970123456, lat: BOAT.lat - 0.003, lon: BOAT.lon, status: 14 };
 
+/* Waits for n further status replies of the page (its boat time moves
+** with each). */
+function ticks(page, n) {
+    return page.evaluate(async (count) => {
+        for (let i = 0; i < count; i++) {
+            const t0 = kelvor.boat.loctime;
+            await new Promise((r) => { const w = () => (kelvor.boat.loctime !== t0 ? r() : setTimeout(w, 50)); w(); });
+        }
+    }, n);
+}
+
 test('targets appear, list by range, age and go; a SART raises one alert', async () => {
     const f = feed([rmc(BOAT)].concat(SHIPS.map(msg1), [msg1(SART)]));
     try {
@@ -63,7 +74,7 @@ test('targets appear, list by range, age and go; a SART raises one alert', async
             // the SART alert comes once, "yes" makes the MOB marker
             await page.waitForFunction(() => cpApp.activeDialog && cpApp.activeDialog.id === 'np_chartkit_yesno');
             assert.match(await page.textContent('#np_chartkit_yesno_text'), /AIS SART EMERGENY/);
-            await page.waitForTimeout(2500);
+            await ticks(page, 3);  // each status brings the SART's report again
             assert.strictEqual(await page.evaluate(() => window.__yesno), 1, 'one alert for repeated reports');
             await page.click('#np_chartkit_yesno button:has-text("Yes")');
             const mob = await page.evaluate((id) => {
@@ -75,7 +86,7 @@ test('targets appear, list by range, age and go; a SART raises one alert', async
 
             // the feed ends: stale after 240 s at low speed, 60 s moving; gone after 900 s
             await f.stop();
-            await page.waitForTimeout(1500);
+            await ticks(page, 2);  // the rows still queued in the host are in
             /* moves the page's clock by s seconds, then reads after the next status */
             const stale = (sec) => page.evaluate(async (s) => {
                 window.__skew = s;

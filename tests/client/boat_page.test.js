@@ -33,6 +33,17 @@ async function sql(page, q) {
     return page.evaluate((s) => JSON.parse(postSync('/UexecSql', s)), q);
 }
 
+/* The first column of q's rows once there are at least n of them (the log
+** is written as the page goes on), or what there is after 20 s. */
+async function rowsOnce(page, q, n) {
+    const end = Date.now() + 20000;
+    for (;;) {
+        const rows = (await sql(page, q)).map((r) => r[0]);
+        if (rows.length >= n || Date.now() > end) return rows;
+        await new Promise((r) => setTimeout(r, 100));
+    }
+}
+
 /* Screen point of a world position (the view is not rotated here). */
 function screenOf(page, p) {
     return page.evaluate((w) => {
@@ -133,8 +144,7 @@ test('a replayed voyage: boat, dashboards, track, route, steering, markers and M
         assert.strictEqual(act.bar, 'cp_boat_menu');
         await page.waitForFunction(() => kelvor.routeList[0].m.indexOf(kelvor.boat.activeWayPoint) === 1, null,
             { timeout: 60000 });
-        await page.waitForTimeout(300);
-        const events = (await sql(page, 'SELECT v FROM log WHERE t=5 ORDER BY id')).map((r) => r[0]);
+        const events = await rowsOnce(page, 'SELECT v FROM log WHERE t=5 ORDER BY id', 2);
         assert.strictEqual(events[0], 'Route activated: ' + laid.name);
         assert.ok(/^Waypoint reached: /.test(events[1]), JSON.stringify(events));
         assert.notStrictEqual(await page.evaluate(() => document.getElementById('i_boat_rng').innerHTML), '---');
@@ -148,8 +158,7 @@ test('a replayed voyage: boat, dashboards, track, route, steering, markers and M
                 stop: !document.getElementById('i_boat_stop_route').classList.contains('none') };
         });
         assert.deepStrictEqual(mob, { name: 'Man over Board', locked: true, bar: 'cp_boat_menu', follow: true, stop: true });
-        await page.waitForTimeout(300);
-        const alerts = (await sql(page, 'SELECT v FROM log WHERE t=4')).map((r) => r[0]);
+        const alerts = await rowsOnce(page, 'SELECT v FROM log WHERE t=4', 1);
         assert.deepStrictEqual(alerts, ['Man over Board']);
 
         // a share with no cloud ends in the internet error dialog

@@ -165,7 +165,8 @@ test('settings from the dialogue survive a reload', async () => {
         await page.evaluate(() => kelvor.settings.showTab('np_settings_boat'));
         await page.fill('#i_settings_boat_name', 'Sea Otter');
         await page.click('#btn_settings_done');
-        await page.waitForTimeout(200);
+        // Done stores the settings in the same handler that closes the dialogue
+        await page.waitForFunction(() => !cpApp.activeDialog || cpApp.activeDialog.id !== 'np_settings_dlg');
         await page.reload();
         await page.waitForFunction(() => window.cpApp && cpApp.map);
         const k = await page.evaluate(() => ({ I: kelvor.settings.k.I, V: kelvor.settings.k.V, speed: kelvor.settings.fmtSpeed(10) }));

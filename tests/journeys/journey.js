@@ -167,13 +167,14 @@ async function type(page, sel, value) {
     await page.keyboard.type(String(value));
 }
 
-/* Opens Settings from the main menu on the given tab (its button's
-** label). */
+/* Opens Settings by the gear of the main menu, in any language, on the
+** given tab: its button's label, or its place from 0. */
 async function openSettings(page, tab) {
     await openMainMenu(page);
-    await click(page, menuEntry('Settings'));
-    await waitInView(page, '#np_settings_dlg .np_dialog_box');
-    if (tab) await click(page, `#np_settings_dlg .np_tabs button:text-is("${tab}")`);
+    await click(page, '#cp_menu_main .menu_btn:has(img[src$="icon-50-settings.png"])');
+    await waitInView(page, '#np_settings_dlg .np_tabs');
+    if (typeof tab === 'number') await click(page, `#np_settings_dlg .np_tabs button >> nth=${tab}`);
+    else if (tab) await click(page, `#np_settings_dlg .np_tabs button:text-is("${tab}")`);
 }
 
 /* Presses Done in Settings and waits for the dialogue to close. */

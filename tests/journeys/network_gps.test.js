@@ -56,6 +56,9 @@ test('a network feed set in Settings moves the boat and fills the right column',
         assert.match(await j.text(page, rows.DPT), /^\d+(\.\d+)? m$/);
 
         assert.deepStrictEqual(await j.columnClashes(page), [], 'every text of the column readable');
+        /* the widened column with its target list leaves the menu bar free */
+        await j.until(async () => (await page.locator('#r_ais_list .ais_entry').count()) > 8, 'a long target list', 30000);
+        for (const b of await page.locator('#cp_menu_main .menu_btn').all()) await b.click({ trial: true, timeout: 10000 });
         await j.shot(page, 'network-right-column');
     } finally {
         await s.close();

@@ -1,0 +1,155 @@
+/*
+** Settings: a unit change shows in the dashboards and survives a reload;
+** German and French switch every visible text of the main menu, the
+** Settings dialogue and the right column; night mode inverts the image
+** buttons.
+*/
+'use strict';
+
+const test = require('node:test');
+const assert = require('node:assert');
+const fs = require('fs');
+const path = require('path');
+const j = require('./journey');
+
+/* English text to translation, from the tables the pack is built with */
+function table(lang) {
+    const t = new Map();
+    for (const line of fs.readFileSync(path.join(__dirname, `../../packs/i18n/${lang}.tsv`), 'utf8').split('\n')) {
+        if (!line || line.startsWith('#')) continue;
+        const [en, tr] = line.split('\t');
+        t.set(en, tr);
+    }
+    return t;
+}
+
+/* Every text a person sees on the page right now: the text of visible
+** elements inside the viewport. */
+function visibleTexts(page) {
+    return page.evaluate(() => {
+        const out = new Set();
+        const walk = document.createTreeWalker(document.body, NodeFilter.SHOW_TEXT);
+        for (let n = walk.nextNode(); n; n = walk.nextNode()) {
+            const t = n.textContent.trim(), e = n.parentElement;
+            /* names of targets come from outside and stay as they are */
+            if (!t || !e || e.closest('script, style, select, .ais_entry')) continue;
+            const st = window.getComputedStyle(e);
+            if (st.visibility === 'hidden' || e.getClientRects().length === 0) continue;
+            const r = e.getBoundingClientRect();
+            if (r.right <= 0 || r.bottom <= 0 || r.left >= innerWidth || r.top >= innerHeight) continue;
+            out.add(t);
+        }
+        return [...out];
+    });
+}
+
+
+async function reloaded(page) {
+    await page.reload();
+    await page.waitForFunction(() => window.cpApp && cpApp.map && cpApp.map._renderCount > 0, null, { timeout: 20000 });
+    await j.chartPainted(page);
+}
+
+/* Opens the boat bar and waits until its dashboard shows speed and depth. */
+async function boatDash(page) {
+    await j.click(page, '#cp_boat');
+    await j.waitInView(page, '#cp_boat_dash');
+    await j.until(async () => !/---/.test(await j.text(page, '#i_boat_dpt')), 'depth in the dashboard', 20000);
+    return { sog: await j.text(page, '#i_boat_sog'), dpt: await j.text(page, '#i_boat_dpt'),
+        sog2: await j.text(page, '#i_boat_sog2') };
+}
+
+/* The texts of the main menu, every Settings tab and the widened right
+** column; checks on the way that the column stays readable. */
+async function screenTexts(page, name) {
+    const seen = new Set();
+    const look = async () => (await visibleTexts(page)).forEach((t) => seen.add(t));
+    await j.openMainMenu(page);
+    await look();
+    await j.openSettings(page, 0);
+    for (let tab = 0; tab < 4; tab++) {
+        await j.click(page, `#np_settings_dlg .np_tabs button >> nth=${tab}`);
+        await look();
+    }
+    await j.shot(page, 'settings-' + name);
+    await j.click(page, '#np_settings_dlg > .np_close');
+    await j.waitHidden(page, '#np_settings_dlg');
+    await j.click(page, '#i_screen_more');
+    await j.waitInView(page, '#i_screen_less');
+    await look();
+    assert.deepStrictEqual(await j.columnClashes(page), [], name + ': the right column readable');
+    await j.shot(page, 'column-' + name);
+    await j.click(page, '#i_screen_less');
+    return seen;
+}
+
+/* English texts left on a translated page: those the table translates,
+** and words that the English page shows too and the table does not keep
+** on purpose (an entry with the same text). */
+function untranslated(texts, english, tr) {
+    return [...texts].filter((t) => (tr.has(t) ? tr.get(t) !== t :
+        english.has(t) && /[A-Za-z]{2}/.test(t) && !/\d/.test(t)));
+}
+
+test('units, languages and night mode through Settings', { timeout: 300000 }, async () => {
+    const feed = await j.voyage();
+    const s = await j.firstStart();
+    const page = s.page;
+    try {
+        await j.setNetworkFeed(page, feed.port);
+        let d = await boatDash(page);
+        assert.match(d.sog, / kt$/);
+        assert.match(d.dpt, / m$/);
+
+        await j.openSettings(page, 'Common');
+        await j.select(page, '#i_settings_speed', 'Km/h');
+        await j.select(page, '#i_settings_depth', 'Feet');
+        await j.settingsDone(page);
+        await j.until(async () => / km\/h$/.test(await j.text(page, '#i_boat_sog')), 'km/h in the dashboard', 5000);
+        d = await boatDash(page);
+        assert.match(d.sog, / km\/h$/);
+        assert.match(d.sog2, / km\/h$/, 'the right column follows');
+        assert.match(d.dpt, / ft$/);
+
+        await reloaded(page);
+        d = await boatDash(page);
+        assert.match(d.sog, / km\/h$/, 'speed unit kept over a reload');
+        assert.match(d.dpt, / ft$/, 'depth unit kept over a reload');
+
+        /* night mode inverts the image buttons: the dark strokes of the
+        ** zoom button turn light */
+        const zoom = await page.locator('#cp_map_zup').boundingBox();
+        const day = await j.shot(page, 'settings-day');
+        await j.openSettings(page, 'Chart');
+        await j.click(page, '#np_settings_chart tr:has-text("Night mode") .onoffswitch-label');
+        await j.settingsDone(page);
+        const night = await j.shot(page, 'settings-night');
+        const sum = (p) => p[0] + p[1] + p[2];
+        let dark = 0, turned = 0;
+        for (let y = zoom.y + 2; y < zoom.y + zoom.height - 2; y++) {
+            for (let x = zoom.x + 2; x < zoom.x + zoom.width - 2; x++) {
+                if (sum(day.pixel(x, y)) < 250) {
+                    dark++;
+                    if (sum(night.pixel(x, y)) > 450) turned++;
+                }
+            }
+        }
+        assert.ok(dark > 50 && turned > dark * 0.8, `the button's strokes turned light: ${turned} of ${dark}`);
+
+        const english = await screenTexts(page, 'en');
+        for (const [label, lang] of [['Deutsch', 'de'], ['Français', 'fr']]) {
+            await j.openSettings(page, 1);
+            await j.select(page, '#i_settings_language', label);
+            const nav = page.waitForNavigation();
+            await j.click(page, '#btn_settings_done');
+            await nav;
+            await page.waitForFunction(() => window.cpApp && cpApp.map && cpApp.map._renderCount > 0, null,
+                { timeout: 20000 });
+            const left = untranslated(await screenTexts(page, lang), english, table(lang));
+            assert.deepStrictEqual(left, [], lang + ': no English text left');
+        }
+    } finally {
+        await s.close();
+        await feed.stop();
+    }
+});

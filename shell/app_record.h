@@ -93,10 +93,16 @@ void mr_bprintf(char *dst, size_t size, const char *fmt, ...)
 ** `fileName` in the current directory. Returns 0 on success. */
 typedef int (*mr_copy_resource_fn)(const char *resource, const char *fileName);
 
+/* The longest data directory path: the fixed path areas built on it (300
+** bytes for the packs and the trip database at start, the 320-byte
+** directory fields with their "/") keep room for the longest file name. */
+#define MR_DATA_DIR_MAX 256
+
 /* Fills dir (size bytes) with the data directory path, no trailing slash:
 ** $HOME/Library/Application Support/mareplot where that parent exists,
 ** otherwise $XDG_DATA_HOME/mareplot or $HOME/.local/share/mareplot (whose
-** parents are created). Returns 0, or -1 when no home is known. */
+** parents are created). Returns 0, -1 when no home is known, or -2 when
+** the path would be longer than MR_DATA_DIR_MAX. */
 int mr_data_dir(char *dir, size_t size);
 
 /* Takes an exclusive lock on "mareplot.lock" in dataDir (making the

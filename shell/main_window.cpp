@@ -49,8 +49,10 @@ MainWindow::MainWindow(QWidget *parent) : QMainWindow(parent) {
 
     /* Data directory, current directory, version stamp and the two packs:
     ** the very steps the headless host runs. */
-    if (mr_data_dir(dataDir, sizeof(dataDir)) != 0) {
-        fprintf(stderr, "mareplot: no home directory (set HOME)\n");
+    int found = mr_data_dir(dataDir, sizeof(dataDir));
+    if (found != 0) {
+        fprintf(stderr, found == -2 ? "mareplot: the data directory's path is too long\n"
+                                    : "mareplot: no home directory (set HOME)\n");
         exit(1);
     }
     /* One host per data directory: a second one would share the port and

@@ -18,8 +18,10 @@ int main(void) {
 
     signal(SIGPIPE, SIG_IGN);
     setvbuf(stdout, NULL, _IOLBF, 0);
-    if (mr_data_dir(dataDir, sizeof(dataDir)) != 0) {
-        fprintf(stderr, "mareplotd: no home directory (set HOME)\n");
+    int found = mr_data_dir(dataDir, sizeof(dataDir));
+    if (found != 0) {
+        fprintf(stderr, found == -2 ? "mareplotd: the data directory's path is too long\n"
+                                    : "mareplotd: no home directory (set HOME)\n");
         return 1;
     }
     /* One host per data directory: a second one would share the port

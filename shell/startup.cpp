@@ -39,33 +39,43 @@ static int make_parents(const char *path) {
     return 0;
 }
 
+/* Writes parent + "/mareplot" into dir. Returns 0, or -2 when that is
+** longer than MR_DATA_DIR_MAX or than dir holds. */
+static int data_dir_join(char *dir, size_t size, const char *parent) {
+    size_t n = strlen(parent) + strlen("/mareplot");
+    if (n > MR_DATA_DIR_MAX || n >= size) return -2;
+    snprintf(dir, size, "%s/mareplot", parent);
+    return 0;
+}
+
 /* Fills dir with the data directory: "$HOME/Library/Application Support/
 ** mareplot" where "$HOME/Library/Application Support" exists; otherwise
 ** "$XDG_DATA_HOME/mareplot" (an absolute XDG_DATA_HOME only), by default
 ** "$HOME/.local/share/mareplot". The parents of the Linux places are
 ** created; the directory itself is left to mr_settle_packs.
-** Returns 0, or -1 when HOME is unset and no XDG_DATA_HOME is given. */
+** Returns 0, -1 when HOME is unset and no XDG_DATA_HOME is given, or -2
+** (nothing created) when the path would be longer than MR_DATA_DIR_MAX. */
 int mr_data_dir(char *dir, size_t size) {
     const char *home = getenv("HOME");
     const char *xdg = getenv("XDG_DATA_HOME");
     char parent[1024];
+    int n;
 
     if (home && *home) {
-        snprintf(parent, sizeof(parent), "%s/Library/Application Support", home);
-        if (dir_exists(parent)) {
-            mr_bprintf(dir, size, "%s/mareplot", parent);
-            return 0;
-        }
+        n = snprintf(parent, sizeof(parent), "%s/Library/Application Support", home);
+        if (n > 0 && (size_t)n < sizeof(parent) && dir_exists(parent))
+            return data_dir_join(dir, size, parent);
     }
     if (xdg && xdg[0] == '/') {
-        mr_bprintf(parent, sizeof(parent), "%s", xdg);
+        n = snprintf(parent, sizeof(parent), "%s", xdg);
     } else if (home && *home) {
-        mr_bprintf(parent, sizeof(parent), "%s/.local/share", home);
+        n = snprintf(parent, sizeof(parent), "%s/.local/share", home);
     } else {
         return -1;
     }
+    /* the environment is outside input: a path too long is refused whole */
+    if (n < 0 || (size_t)n >= sizeof(parent) || data_dir_join(dir, size, parent) != 0) return -2;
     make_parents(parent);
-    mr_bprintf(dir, size, "%s/mareplot", parent);
     return 0;
 }
 

@@ -116,6 +116,41 @@ TEST(DataDir, PlatformPlaceThenXdgThenDefault) {
     if (oldXdg) setenv("XDG_DATA_HOME", savedXdg.c_str(), 1); else unsetenv("XDG_DATA_HOME");
 }
 
+// The environment is outside input: a path that would not fit the fixed
+// path areas is refused whole (nothing created) rather than ending the start.
+TEST(DataDir, PathsBeyondTheLimitAreRefused) {
+    std::string base = tempDir();
+    const char *oldHome = getenv("HOME");
+    const char *oldXdg = getenv("XDG_DATA_HOME");
+    std::string savedHome = oldHome ? oldHome : "", savedXdg = oldXdg ? oldXdg : "";
+    // parent + "/mareplot" of exactly MR_DATA_DIR_MAX bytes, and one more
+    std::string fits = base + "/" + std::string(MR_DATA_DIR_MAX - 9 - base.size() - 1, 'f');
+    std::string over = base + "/" + std::string(MR_DATA_DIR_MAX - 9 - base.size(), 'o');
+    struct Case {
+        std::string home, xdg;  // xdg empty: unset
+        int result;
+        std::string dir;
+    } cases[] = {
+        {base, fits, 0, fits + "/mareplot"},
+        {base, over, -2, ""},
+        {base, "/" + std::string(5000, 'x'), -2, ""},
+        {"/" + std::string(2000, 'h'), "", -2, ""},
+    };
+    for (const Case &c : cases) {
+        setenv("HOME", c.home.c_str(), 1);
+        if (c.xdg.empty()) unsetenv("XDG_DATA_HOME"); else setenv("XDG_DATA_HOME", c.xdg.c_str(), 1);
+        char dir[300] = "";
+        EXPECT_EQ(c.result, mr_data_dir(dir, sizeof dir)) << c.xdg.size() << " " << c.home.size();
+        if (c.result == 0) {
+            EXPECT_EQ(c.dir, std::string(dir));
+        }
+    }
+    EXPECT_TRUE(fileExists(fits));
+    EXPECT_FALSE(fileExists(over));
+    if (oldHome) setenv("HOME", savedHome.c_str(), 1);
+    if (oldXdg) setenv("XDG_DATA_HOME", savedXdg.c_str(), 1); else unsetenv("XDG_DATA_HOME");
+}
+
 TEST(KeyFiles, ReadKeepsDefaultsAndTakesFirstLineBounded) {
     std::string dir = tempDir();
     MrAppRecord saved = mrApp;  // other tests keep handles in the record

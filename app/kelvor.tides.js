@@ -311,11 +311,18 @@ kelvor.tides = {
         });
     },
 
+    /* The moon phase image; one that arrives after the panel was drawn
+    ** draws the open panel again, so the first opening shows it too. */
     _moon: function (i) {
         var T = kelvor.tides, key = "img/m32/m" + (i < 10 ? "0" : "") + i + ".png";
         if (!T._icons[key]) {
-            T._icons[key] = new Image();
-            T._icons[key].src = key;
+            var img = T._icons[key] = new Image();
+            img.onload = function () {
+                var div = document.getElementById("np_tide_div"), c = document.getElementById("tide_canvas");
+                if (!div || !c || kelvor.aux.hasClass(div, "none") || !T.td) return;
+                try { T.drawTide(c, T.tidetime); } catch (e) { /* the rows are loaded; nothing to report */ }
+            };
+            img.src = key;
         }
         return T._icons[key];
     },

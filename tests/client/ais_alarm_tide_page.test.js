@@ -1,7 +1,7 @@
 /*
-** Traffic, alarms and tides in the page: own boat and AIS traffic made
-** here and fed through nmea_replay into the host's TCP feed; the tide
-** panel over the base pack's stations.
+** Traffic in the page: own boat and AIS traffic made here and fed through
+** nmea_replay into the host's TCP feed; the list order, the SART alert
+** and the ageing of targets.
 **
 ** Needs build/mareplotd and build/nmea_replay (or MAREPLOTD and
 ** NMEA_REPLAY) and /usr/bin/chromium; binds port 19999, so run it through
@@ -11,7 +11,7 @@
 
 const test = require('node:test');
 const assert = require('node:assert');
-const { startHost, settled, withPage, replay } = require('./browser');
+const { startHost, withPage, replay } = require('./browser');
 const { msg1, rmc } = require('./ais_nmea');
 
 const BOAT = { lat: 54.52, lon: 10.1 };
@@ -108,70 +108,4 @@ test('targets appear, list by range, age and go; a SART raises one alert', async
     } finally {
         await f.stop();
     }
-});
-
-test('a circle alarm around the boat sounds when the boat leaves it, then relearns', async () => {
-    let f = feed([rmc(BOAT)]);
-    try {
-        await withPage(async (page) => {
-            await page.waitForFunction(() => kelvor.boat.gps && kelvor.boat.gps.nmea_stat === 1, null, { timeout: 20000 });
-            /* a feed switch while the host still reconnects may have opened
-            ** the connection error dialog; it is no part of this test */
-            await page.evaluate(() => { if (cpApp.activeDialog) cpApp.closeDlg(); });
-            await page.evaluate(() => {
-                const A = kelvor.alarm, b = kelvor.boat.theBoat;
-                const al = A.add(1);
-                Object.assign(al.m[0], { x: b.x, y: b.y });
-                Object.assign(al.m[1], { x: b.x + 500, y: b.y });
-                A.on();
-            });
-            await page.waitForFunction(() => kelvor.alarm.running && kelvor.alarm.running.side === 1);
-            assert.strictEqual(await page.evaluate(() => cpApp.activeDialog && cpApp.activeDialog.id), false);
-
-            await f.stop();
-            f = feed([rmc({ lat: BOAT.lat, lon: BOAT.lon + 0.02 })]);
-            await page.waitForFunction(() => cpApp.activeDialog && cpApp.activeDialog.id === 'np_chartkit_confirm',
-                null, { timeout: 30000 });
-            assert.match(await page.textContent('#np_chartkit_confirm_text'), /Alarm triggered/);
-            assert.ok(await page.evaluate(() => !!kelvor.alarm.klaxontimer), 'klaxon runs');
-            await page.click('#np_chartkit_confirm button:has-text("OK")');
-            await page.waitForFunction(() => kelvor.alarm.running.side === -1);
-            assert.ok(await page.evaluate(() => !kelvor.alarm.klaxontimer && kelvor.alarm.running !== false), 'silenced, still armed');
-        }, { settings: FEED });
-    } finally {
-        await f.stop();
-    }
-});
-
-test('a tap on a tide station shows today\'s curve with sun and moon', async () => {
-    await withPage(async (page) => {
-        const st = await page.evaluate(() => {
-            const m = kelvor.chartkit.markerList.find((x) => x.a && x.onUp === kelvor.tides.showTide);
-            if (!m) return null;
-            cpApp.map.setPosLatLon(Number(m.a.lat), Number(m.a.lon), 13);
-            return { id: m.a.id, name: m.a.name };
-        });
-        assert.ok(st, 'the base pack has tide stations');
-        await settled(page);
-        await page.mouse.click(640, 400);
-        await page.waitForFunction(() => !document.getElementById('np_tide_div').classList.contains('none') ||
-            (cpApp.activeDialog && cpApp.activeDialog.id === 'np_tide_nodata'));
-        const r = await page.evaluate(() => {
-            const cv = kelvor.tides.lastCurve, now = Date.now() / 1000;
-            const ts = cv ? cv.pts.filter((v, i) => i % 2 === 0) : [];
-            return {
-                dialog: cpApp.activeDialog && cpApp.activeDialog.id,
-                name: document.getElementById('tide_info_txt').textContent,
-                source: /^Tide data: /.test(document.getElementById('tide_info_bottom').textContent),
-                spansNow: ts.some((t) => t < now) && ts.some((t) => t > now),
-                sun: typeof SunCalc !== 'undefined' && !isNaN(SunCalc.getTimes(new Date(), 54.5, 10).sunrise),
-            };
-        });
-        assert.deepStrictEqual(r, { dialog: false, name: st.name, source: true, spansNow: true, sun: true },
-            'current tides from the pack, the curve covering now, SunCalc loaded');
-        // the moon icon is drawn once loaded
-        await page.waitForFunction(() => Object.keys(kelvor.tides._icons).some((k) => /m32/.test(k) &&
-            kelvor.tides._icons[k].naturalWidth > 0) || (kelvor.tides.drawTide(document.getElementById('tide_canvas'),
-            kelvor.tides.tidetime), false), null, { timeout: 5000 });
-    }, { settings: { C: { i_opengl_mode: false } } });
 });

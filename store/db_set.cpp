@@ -70,12 +70,18 @@ static int state_value_fits(const char *name, const char *value) {
 }
 
 /* Opens path read-only into chartDb; a failed open leaves chartDb NULL
-** and closes the half-made handle. Caller holds the write side. */
+** and closes the half-made handle. Caller holds the write side.
+** The pack is only ever read, and nothing writes its file while it is
+** open (a download closes it first), so the shared lock taken by the first
+** read is kept until the close: otherwise every tile lookup would lock and
+** unlock the file and look for a journal, which cost more than the lookup. */
 static void open_chart(const char *path) {
     if (sqlite3_open_v2(path, &mrApp.chartDb, SQLITE_OPEN_READONLY, NULL) != SQLITE_OK) {
         if (mrApp.chartDb) sqlite3_close(mrApp.chartDb);
         mrApp.chartDb = NULL;
+        return;
     }
+    sqlite3_exec(mrApp.chartDb, "PRAGMA locking_mode=EXCLUSIVE", NULL, NULL, NULL);
 }
 
 /* chartdb=<file>: close the pack in use, open packDir + file, else

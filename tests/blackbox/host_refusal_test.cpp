@@ -126,23 +126,6 @@ TEST(SecondHost, SameDataDirectoryIsRefusedUntilTheFirstIsGone) {
     EXPECT_EQ("M.0.00.000", readFile(dir + "/version.key"));
     EXPECT_EQ("HTTP/1.1 200 OK", httpGet("/hostversion").statusLine);
 
-    // another data directory is no obstacle
-    std::string otherHome = makeTempDir("mareplot-home-");
-    pid_t other = fork();
-    if (other == 0) {
-        int devnull = open("/dev/null", O_WRONLY);
-        dup2(devnull, 1);
-        dup2(devnull, 2);
-        setenv("HOME", otherHome.c_str(), 1);
-        unsetenv("XDG_DATA_HOME");
-        execl(MAREPLOTD_PATH, MAREPLOTD_PATH, (char *)NULL);
-        _exit(127);
-    }
-    EXPECT_TRUE(waitFor([&] { return fileExists(otherHome + "/.local/share/mareplot/version.key"); }, 10000));
-    kill(other, SIGKILL);
-    waitpid(other, NULL, 0);
-    removeTree(otherHome);
-
     // a host killed outright leaves the lock file behind, but not the lock
     first.reset();
     Host again(home);

@@ -1,5 +1,5 @@
 // Which Origin and Host header lines mark a request as coming from a page
-// elsewhere, and the reply such a request gets.
+// elsewhere, and the line printed for a refusal.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -55,30 +55,23 @@ TEST(ForeignHeader, OriginAndHostLines) {
     for (const Case &c : cases) EXPECT_EQ(c.foreign, http_foreign_header(c.line, 19999)) << c.line;
 }
 
-TEST(Refuse, SendsForbiddenAndClose) {
+// The header text came from outside: the printed line shows at most 100
+// characters of it, control bytes made harmless. (The reply on the wire is
+// checked by the black-box test.)
+TEST(Refuse, PrintsOneHarmlessLine) {
     int sv[2];
     ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, sv));
     ResponseBuffer out;
     ASSERT_NE(nullptr, buffInit(&out));
     out.fd = sv[0];
-    out.keepAliveMax = 9999;
-    buffAddChar(&out, "left over from nothing");
     testing::internal::CaptureStdout();
-    http_refuse(&out, "Origin: http://evil.example\x1b[2J");
+    http_refuse(&out, ("Origin: http://evil.example\x1b[2J" + std::string(300, 'a')).c_str());
     std::string printed = testing::internal::GetCapturedStdout();
     buffFree(&out);
     close(sv[0]);
-
-    std::string reply;
-    char buf[4096];
-    ssize_t r;
-    while ((r = recv(sv[1], buf, sizeof buf, 0)) > 0) reply.append(buf, (size_t)r);
     close(sv[1]);
-    EXPECT_EQ(0u, reply.find("HTTP/1.1 403 Forbidden\r\n")) << reply;
-    EXPECT_NE(std::string::npos, reply.find("Connection: close\r\n")) << reply;
-    EXPECT_NE(std::string::npos, reply.find("Content-Length: 0\r\n\r\n")) << reply;
-    // one line, with the header shown and its control bytes made harmless
-    EXPECT_EQ("refused a request from a foreign page (Origin: http://evil.example?[2J)\n", printed);
+    EXPECT_EQ("refused a request from a foreign page (Origin: http://evil.example?[2J" + std::string(69, 'a') + ")\n",
+              printed);
 }
 
 }  // namespace

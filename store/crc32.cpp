@@ -55,7 +55,10 @@ static int crc32_open(const char *name) {
 
 /* Route /getcrc32/<name>: replies {"crc32":"%08x","size":%d} for the file
 ** packDir + name, or {"crc32":"none","size":0} when it cannot be opened
-** (after a second, identical try). Reply type 5, no cache. Returns 0. */
+** (after a second, identical try). Reply type 5, no cache. A file is read
+** no further than 2 GiB, the most a pack can hold: the name comes from the
+** request, and a device that never ends must not keep the thread reading.
+** Returns 0. */
 int getCrc32(ResponseBuffer *b, const char *name) {
     char json[64];
     unsigned char block[8192];
@@ -71,12 +74,12 @@ int getCrc32(ResponseBuffer *b, const char *name) {
         buffSendHttp(b, NULL, 5, 0);
         return 0;
     }
-    while ((got = read(fd, block, sizeof(block))) > 0) {
+    while (size <= INT32_MAX && (got = read(fd, block, sizeof(block))) > 0) {
         crc = ucrc32(crc, block, (int)got);
         size += got;
     }
     close(fd);
-    /* packs stay below 2 GiB; a larger file reports the largest count */
+    /* a larger file reports the largest count */
     if (size > INT32_MAX) size = INT32_MAX;
     snprintf(json, sizeof(json), "{\"crc32\":\"%08x\",\"size\":%d}", (unsigned)~crc, (int)size);
     buffAddChar(b, json);

@@ -21,6 +21,7 @@
 #include "nav/nmea.h"
 #include "shell/app_record.h"
 #include "shell/serial_lines.h"
+#include "shell/window_place.h"
 
 QSerialPort *serPort = nullptr;
 
@@ -95,9 +96,16 @@ MainWindow::MainWindow(QWidget *parent) : QMainWindow(parent) {
 
     setCentralWidget(view);
     setUnifiedTitleAndToolBarOnMac(true);
+    /* where the user left the window, or most of the screen at first */
+    mr_window_place(this);
 }
 
 MainWindow::~MainWindow() {}
+
+void MainWindow::closeEvent(QCloseEvent *event) {
+    mr_window_keep(this);
+    QMainWindow::closeEvent(event);
+}
 
 /* Nothing connects this slot; it hands url to the desktop. */
 void MainWindow::linkClickedSlot(QUrl url) { QDesktopServices::openUrl(url); }

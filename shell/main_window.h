@@ -7,6 +7,7 @@
 #define MAREPLOT_MAIN_WINDOW_H
 
 #include <QActionGroup>
+#include <QCloseEvent>
 #include <QMainWindow>
 #include <QMenu>
 #include <QSerialPort>
@@ -60,6 +61,10 @@ class MainWindow : public QMainWindow {
     void b9600();
     void b38400();
     void dataReady();
+
+  protected:
+    /* Keeps the window's size and place for the next start. */
+    void closeEvent(QCloseEvent *event) override;
 
   public:
     rwv *view = nullptr;

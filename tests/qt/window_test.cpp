@@ -19,6 +19,7 @@
 #include <QImage>
 #include <QMenuBar>
 #include <QProcess>
+#include <QScreen>
 #include <QSignalSpy>
 #include <QStyleFactory>
 #include <QTemporaryDir>
@@ -29,6 +30,7 @@
 #include "nav/nmea.h"
 #include "shell/app_record.h"
 #include "shell/main_window.h"
+#include "shell/window_place.h"
 #include "support/host_harness.h"
 #include "support/nmea_sentence.h"
 
@@ -81,7 +83,6 @@ class WindowTest : public QObject {
         connect(page, &QWebEnginePage::loadStarted, this,
                 [this]() { listenerUpAtLoadStart = MR_LOAD(httpd_running) != 0; });
         loadSpy = new QSignalSpy(page, &QWebEnginePage::loadFinished);
-        w->resize(900, 650);
         w->show();
         QVERIFY(QTest::qWaitForWindowExposed(w));
     }
@@ -115,6 +116,61 @@ class WindowTest : public QObject {
         QCOMPARE(readAll(dataDir() + "/A000001.marepack"), res.readAll());
         QVERIFY(QFileInfo(dataDir() + "/A000002.marepack").size() > 0);
         QVERIFY(QFileInfo(dataDir() + "/A000001.marepack").isWritable());
+    }
+
+    /* A first start opens at about 80 % of the screen, centred, and the
+    ** page inside fills most of it. */
+    void firstStartFillsMostOfTheScreen() {
+        QVERIFY(!QFile::exists(dataDir() + "/" MR_WINDOW_PLACE_FILE));
+        const QRect area = QGuiApplication::primaryScreen()->availableGeometry();
+        const QRect g = w->frameGeometry();
+        QVERIFY2(qAbs(g.width() - area.width() * 4 / 5) <= 20 && qAbs(g.height() - area.height() * 4 / 5) <= 40,
+                 qPrintable(QString("window %1x%2 on %3x%4").arg(g.width()).arg(g.height())
+                                .arg(area.width()).arg(area.height())));
+        QVERIFY(qAbs(g.center().x() - area.center().x()) <= 20 && qAbs(g.center().y() - area.center().y()) <= 20);
+
+        if (loadSpy->isEmpty()) QVERIFY(loadSpy->wait(30000));
+        QVariantList inner;
+        w->view->page()->runJavaScript("[window.innerWidth, window.innerHeight]",
+                                       [&](const QVariant &v) { inner = v.toList(); });
+        QTRY_VERIFY_WITH_TIMEOUT(inner.size() == 2, 10000);
+        QVERIFY2(inner[0].toInt() >= area.width() * 7 / 10 && inner[1].toInt() >= area.height() * 7 / 10,
+                 qPrintable(QString("page %1x%2").arg(inner[0].toInt()).arg(inner[1].toInt())));
+    }
+
+    /* What the place file holds decides where a window opens. */
+    void placeFromTheFile_data() {
+        QTest::addColumn<QByteArray>("file");
+        QTest::addColumn<int>("stored");
+        QTest::newRow("a place kept by a window") << QByteArray("keep") << 1;
+        QTest::newRow("no file") << QByteArray() << 0;
+        QTest::newRow("not a place") << QByteArray("bm90IGEgcGxhY2U=\n") << 0;
+        QTest::newRow("empty line") << QByteArray("\n") << 0;
+    }
+
+    void placeFromTheFile() {
+        QFETCH(QByteArray, file);
+        QFETCH(int, stored);
+        const QString path = dataDir() + "/" MR_WINDOW_PLACE_FILE;
+        const QRect left(60, 50, 700, 480);
+        QFile::remove(path);
+        if (file == "keep") {
+            QWidget before;
+            before.setGeometry(left);
+            before.show();
+            QVERIFY(QTest::qWaitForWindowExposed(&before));
+            mr_window_keep(&before);
+        } else if (!file.isEmpty()) {
+            QFile f(path);
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write(file);
+        }
+        QWidget next;
+        QCOMPARE(mr_window_place(&next), stored);
+        QWidget first;
+        mr_window_first_place(&first);
+        QCOMPARE(next.geometry(), stored ? left : first.geometry());
+        QFile::remove(path);
     }
 
     void pageLoadsAfterListenerAndRenders() {
@@ -349,6 +405,18 @@ class WindowTest : public QObject {
         QCOMPARE(checkedTexts(w), QStringList({"Off", "9600 Baud"}));
         QCOMPARE(readAll(dataDir() + "/usbport.key"), QByteArray("Off\n9600"));
         MR_STORE(gpsfix.gpsSource, 0);
+    }
+
+    /* Closing the window keeps the size and place the user left it at for
+    ** the next start. Last, since the window stays closed. */
+    void closingKeepsThePlace() {
+        const QRect left(100, 80, 820, 610);
+        w->setGeometry(left);
+        QTRY_COMPARE(w->geometry(), left);
+        QVERIFY(w->close());
+        QWidget next;
+        QCOMPARE(mr_window_place(&next), 1);
+        QCOMPARE(next.geometry(), left);
     }
 };
 

@@ -63,7 +63,7 @@ async function waitInView(page, sel, timeout) {
         const still = now !== '' && now === last;
         last = now;
         return still;
-    }, sel + ' in view', timeout);
+    }, sel + ' in view', timeout || 20000);
 }
 
 /* Waits until the element is hidden or wholly outside the viewport. */
@@ -220,6 +220,25 @@ function columnClashes(page) {
     });
 }
 
+/* Finds the scale bar in a screenshot: the longest dark horizontal run
+** in the top rows, right of the middle. Returns { y, left, right }. */
+function scaleBar(img) {
+    let best = { len: 0 };
+    for (let y = 20; y < 140; y++) {
+        let start = -1;
+        for (let x = Math.floor(img.width / 2); x <= img.width; x++) {
+            const p = x < img.width ? img.pixel(x, y) : [255, 255, 255];
+            const dark = p[0] + p[1] + p[2] < 150;
+            if (dark && start < 0) start = x;
+            if (!dark && start >= 0) {
+                if (x - start > best.len) best = { len: x - start, y, left: start, right: x - 1 };
+                start = -1;
+            }
+        }
+    }
+    return best;
+}
+
 /* A minimal PNG reader for the screenshots chromium writes: 8-bit RGB or
 ** RGBA, not interlaced. Returns { width, height, channels, data }. */
 function decodePng(buf) {
@@ -324,4 +343,4 @@ async function voyage(opts) {
 
 module.exports = { WIDTH, HEIGHT, start, firstStart, closeWizard, chartPainted, openMainMenu, menuEntry,
     waitInView, waitHidden, isInView, until, click, columnClashes,
-    openSettings, settingsDone, setNetworkFeed, text, select, type, shot, decodePng, voyage };
+    openSettings, settingsDone, setNetworkFeed, scaleBar, text, select, type, shot, decodePng, voyage };

@@ -41,8 +41,25 @@ test('a network feed set in Settings moves the boat and fills the right column',
             return metres(p, first) > 5;
         }, 'the boat on the recorded circle, moving', 40000);
 
-        await j.click(page, '#i_screen_more');
-        await j.waitInView(page, '#i_screen_less');
+        /* with a dashboard open and the column narrow or widened, the
+        ** scale bar stays clear of the column */
+        await j.click(page, '#cp_boat');
+        await j.waitInView(page, '#cp_boat_dash');
+        for (const [button, name] of [[null, 'narrow'], ['#i_screen_more', 'wide']]) {
+            if (button) {
+                await j.click(page, button);
+                await j.waitInView(page, '#i_screen_less');
+            }
+            let seen = '';
+            await j.until(async () => {
+                const col = await page.locator('#right_menu_main').boundingBox();
+                const bar = j.scaleBar(await j.shot(page, 'network-scale-' + name));
+                seen = `bar ${JSON.stringify(bar)}, column from ${col.x} (${col.width} wide)`;
+                return col.width === (button ? 300 : 50) && bar.len >= 30 && bar.y > 64 && bar.right < col.x - 4;
+            }, `${name}: the scale bar below the dashboard and clear of the column`, 10000).catch((e) => {
+                throw new Error(e.message + ': ' + seen);
+            });
+        }
         const rows = { SOG: '#i_boat_sog2', COG: '#i_boat_cog2', HDG: '#i_boat_hdg2', DPT: '#i_boat_dpt2' };
         await j.until(async () => {
             for (const sel of Object.values(rows)) if ((await j.text(page, sel)).indexOf('---') >= 0) return false;
@@ -57,6 +74,7 @@ test('a network feed set in Settings moves the boat and fills the right column',
 
         assert.deepStrictEqual(await j.columnClashes(page), [], 'every text of the column readable');
         /* the widened column with its target list leaves the menu bar free */
+        await j.openMainMenu(page);
         await j.until(async () => (await page.locator('#r_ais_list .ais_entry').count()) > 8, 'a long target list', 30000);
         for (const b of await page.locator('#cp_menu_main .menu_btn').all()) await b.click({ trial: true, timeout: 10000 });
         await j.shot(page, 'network-right-column');

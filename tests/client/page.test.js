@@ -1,7 +1,7 @@
 /*
 ** The page in a real browser against the real host and packs: first start,
-** the chart on the canvas in both raster paths, wheel, drag and pinch,
-** settings that survive a reload, the language switch and night mode.
+** the chart on the canvas in both raster paths, wheel, drag and pinch.
+** Settings, languages and night mode are the Settings journey's.
 **
 ** Needs build/mareplotd (or MAREPLOTD) and /usr/bin/chromium; binds port
 ** 19999, so run it through tests/support/isolate.sh.
@@ -155,68 +155,4 @@ test('a two-finger pinch zooms about its centre, a short tap does not pan', asyn
         const f = Math.pow(2, dz);
         assert.ok(Math.abs((v1.cx - 40) * f + 40 - v2.cx) < 6 && Math.abs(v1.cy * f - v2.cy) < 6, 'about the centre');
     }, { touch: true, settings: chart(false) });
-});
-
-test('settings from the dialogue survive a reload', async () => {
-    await withPage(async (page) => {
-        await page.evaluate(() => cpApp.showSettings('np_settings_common'));
-        await page.selectOption('#i_settings_speed', '2');
-        await page.selectOption('#i_settings_distance', '1');
-        await page.evaluate(() => kelvor.settings.showTab('np_settings_boat'));
-        await page.fill('#i_settings_boat_name', 'Sea Otter');
-        await page.click('#btn_settings_done');
-        // Done stores the settings in the same handler that closes the dialogue
-        await page.waitForFunction(() => !cpApp.activeDialog || cpApp.activeDialog.id !== 'np_settings_dlg');
-        await page.reload();
-        await page.waitForFunction(() => window.cpApp && cpApp.map);
-        const k = await page.evaluate(() => ({ I: kelvor.settings.k.I, V: kelvor.settings.k.V, speed: kelvor.settings.fmtSpeed(10) }));
-        assert.deepStrictEqual([k.I.i_settings_speed, k.I.i_settings_distance, k.V.i_settings_boat_name, k.speed],
-            [2, 1, 'Sea Otter', '36.0 km/h']);
-        assert.ok(Math.abs(k.V.i_settings_boat_speed - 8 / 1.94384449244) < 0.01, 'a formatted value reads back unchanged');
-    }, { settings: {} });
-});
-
-test('night mode toggles from the dialogue', async () => {
-    await withPage(async (page) => {
-        await settled(page);
-        const day = await page.evaluate(tileColours);
-        for (const want of [true, false]) {
-            await page.evaluate(() => cpApp.showSettings('np_settings_chart'));
-            await page.click('label[for=i_night_mode]');
-            await page.click('#btn_settings_done');
-            const st = await page.evaluate(() => ({
-                on: kelvor.settings.k.C.i_night_mode,
-                buttons: [].every.call(document.getElementsByClassName('img50'), (e) => e.classList.contains('nightMode')),
-            }));
-            assert.deepStrictEqual(st, { on: want, buttons: want });
-            const now = await page.evaluate(tileColours);
-            if (want) {
-                // the grey-ish land inverts and darkens, the blue sea only darkens
-                const lum = (c) => c.rgb[0] + c.rgb[1] + c.rgb[2];
-                assert.ok(lum(now[0]) < lum(day[0]) * 0.7, `darker: ${JSON.stringify(day[0])} -> ${JSON.stringify(now[0])}`);
-            } else {
-                assert.deepStrictEqual(now[0].rgb, day[0].rgb, 'day colours come back');
-            }
-        }
-    }, { settings: chart(true, OWN) });
-});
-
-test('switching to German reloads the German page', async () => {
-    await withPage(async (page) => {
-        assert.strictEqual(await page.evaluate(() => kelvor.settings.EAST), 'E');
-        await page.evaluate(() => cpApp.showSettings('np_settings_common'));
-        await Promise.all([
-            page.waitForNavigation(),
-            (async () => {
-                await page.selectOption('#i_settings_language', 'de');
-                await page.click('#btn_settings_done');
-            })(),
-        ]);
-        await page.waitForFunction(() => window.cpApp && cpApp.map);
-        const st = await page.evaluate(() => ({ alang: kelvor.settings.host.alang, east: kelvor.settings.EAST,
-            lang: kelvor.settings.k.S.i_settings_language,
-            title: document.querySelector('#np_settings_dlg h2').textContent,
-            done: document.getElementById('btn_settings_done').textContent }));
-        assert.deepStrictEqual(st, { alang: 'de', east: 'O', lang: 'de', title: 'Einstellungen', done: 'Fertig' });
-    }, { settings: {} });
 });

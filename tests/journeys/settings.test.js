@@ -104,6 +104,8 @@ test('units, languages and night mode through Settings', { timeout: 300000 }, as
         await j.openSettings(page, 'Common');
         await j.select(page, '#i_settings_speed', 'Km/h');
         await j.select(page, '#i_settings_depth', 'Feet');
+        await j.click(page, '#np_settings_dlg .np_tabs button:text-is("Boat")');
+        await j.type(page, '#i_settings_boat_name', 'Sea Otter');
         await j.settingsDone(page);
         await j.until(async () => / km\/h$/.test(await j.text(page, '#i_boat_sog')), 'km/h in the dashboard', 5000);
         d = await boatDash(page);
@@ -115,6 +117,13 @@ test('units, languages and night mode through Settings', { timeout: 300000 }, as
         d = await boatDash(page);
         assert.match(d.sog, / km\/h$/, 'speed unit kept over a reload');
         assert.match(d.dpt, / ft$/, 'depth unit kept over a reload');
+        /* the boat's name and its speed, stored in metres per second, come
+        ** back into the dialogue as they were, the speed in the new unit */
+        await j.openSettings(page, 'Boat');
+        assert.strictEqual(await page.inputValue('#i_settings_boat_name'), 'Sea Otter');
+        assert.strictEqual(await page.inputValue('#i_settings_boat_speed'), '14.8', '8 kt in km/h');
+        await j.click(page, '#np_settings_dlg > .np_close');
+        await j.waitHidden(page, '#np_settings_dlg');
 
         /* night mode inverts the image buttons: the dark strokes of the
         ** zoom button turn light */
@@ -135,6 +144,13 @@ test('units, languages and night mode through Settings', { timeout: 300000 }, as
             }
         }
         assert.ok(dark > 50 && turned > dark * 0.8, `the button's strokes turned light: ${turned} of ${dark}`);
+        /* and the chart darkens */
+        const light = (img) => {
+            let v = 0, n = 0;
+            for (let y = 150; y < 650; y += 7) for (let x = 100; x < 900; x += 7) { v += sum(img.pixel(x, y)); n++; }
+            return v / n;
+        };
+        assert.ok(light(night) < light(day) * 0.7, `the chart darker: ${light(day)} to ${light(night)}`);
 
         const english = await screenTexts(page, 'en');
         for (const [label, lang] of [['Deutsch', 'de'], ['Français', 'fr']]) {

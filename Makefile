@@ -52,18 +52,20 @@ demo: build
 	tools/demo.sh build
 
 # No retries: a test that fails once is a fault to find. Tests that start a
-# host run with a loopback of their own (tests/support/isolate.sh).
+# host run with a loopback of their own (tests/support/isolate.sh), so two
+# run side by side: TEST_JOBS of them at a time.
 # The sanitizer build's tests run with these options.
+TEST_JOBS ?= 2
 ASAN_ENV := ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1
 
 test-unit: build
-	cd build && ctest --output-on-failure
+	cd build && ctest --output-on-failure -j$(TEST_JOBS)
 
 # The same suite built with AddressSanitizer and UndefinedBehaviorSanitizer.
 test-asan: npm
 	cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DMAREPLOT_SANITIZE=ON
 	cmake --build build-asan -j$(JOBS)
-	cd build-asan && $(ASAN_ENV) ctest --output-on-failure
+	cd build-asan && $(ASAN_ENV) ctest --output-on-failure -j$(TEST_JOBS)
 
 # The core, the unit tests and the black-box tests built with
 # ThreadSanitizer (window off), in a loopback of their own. A race reported
@@ -85,12 +87,12 @@ test: test-unit test-asan
 N ?= 5
 .PHONY: test-repeat test-repeat-asan
 test-repeat: build
-	tests/support/test_repeat.sh build $(N)
+	tests/support/test_repeat.sh build $(N) -j$(TEST_JOBS)
 
 test-repeat-asan: npm
 	cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DMAREPLOT_SANITIZE=ON
 	cmake --build build-asan -j$(JOBS)
-	$(ASAN_ENV) tests/support/test_repeat.sh build-asan $(N)
+	$(ASAN_ENV) tests/support/test_repeat.sh build-asan $(N) -j$(TEST_JOBS)
 
 # Installs both programs, the desktop entry and the icon under PREFIX.
 .PHONY: install deb

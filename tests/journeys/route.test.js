@@ -1,8 +1,9 @@
 /*
-** Route: a ruler measures between two points; a marker takes a note; a
-** route of three points is laid by dragging its points and a leg, then
-** activated, and the boat's bar shows bearing and range to the next
-** waypoint while the widened right column shows the cross-track bar.
+** Route: a ruler measures between two points and notes an end; a marker
+** takes a note; a route of three points is laid by dragging its points
+** and a leg, then activated, and the boat's bar shows bearing and range
+** to the next waypoint while the widened right column shows the
+** cross-track bar.
 */
 'use strict';
 
@@ -34,6 +35,15 @@ test('ruler, marker with a note, and an activated three-point route', { timeout:
         const after = await valueOf(page, '#i_ruler_length');
         assert.match(after, /^\d+(\.\d+)?\snm$/);
         assert.ok(parseFloat(after) > parseFloat(before) * 1.3, `${before} -> ${after}`);
+        /* its bar lists the two ends, recolours it and notes an end */
+        await j.select(page, '#i_ruler_color', 'Green');
+        await j.select(page, '#i_ruler_point_list', '2 - WP 2');
+        await j.click(page, '#btn_ruler_waypoint_note');
+        await j.type(page, '#i_nob_comment', 'pier head');
+        await j.click(page, '#btn_nob_save');
+        await j.waitHidden(page, '#np_nob_comment');
+        assert.deepStrictEqual(await page.evaluate(() => [kelvor.rulerList[0].color, kelvor.rulerList[0].m[1].note]),
+            ['#00ff00', 'pier head']);
         await j.shot(page, 'route-ruler');
         await j.click(page, '#cp_ruler_menu .menu_btn:has-text("Back")');
 

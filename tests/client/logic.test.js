@@ -477,3 +477,24 @@ test('a tile that does not come holds the map busy for tileWait at most', async 
         assert.ok(v.force, 'the late tile makes the next pass compose the chart');
     });
 });
+
+test('Settings Done sends the host that the network source selection picks', () => {
+    const cases = [
+        ['host 1', 0, '10.0.0.1/2001'],
+        ['host 2', 1, '10.0.0.2/2002'],
+        ['host 3, blanks around it', 2, 'feed.local/2003'],
+        ['a stored selection out of range falls back to host 1', 7, '10.0.0.1/2001'],
+    ];
+    for (const [name, source, want] of cases) {
+        const ctx = client((m, url) => (url === '/hostversion' ? JSON.stringify(HOST) : url.startsWith('/setNmeaMode/') ? '1' : ''));
+        ctx.document.getElementsByName = () => [];
+        ctx.cpApp = null;
+        const k = ctx.kelvor.settings.k;
+        Object.assign(k.V, { i_traffic_ais_ip1: '10.0.0.1', i_traffic_ais_port1: '2001', i_traffic_ais_ip2: '10.0.0.2',
+            i_traffic_ais_port2: '2002', i_traffic_ais_ip3: ' feed.local ', i_traffic_ais_port3: '2003 ' });
+        Object.assign(k.I, { i_gps_source: 1, i_nmea_source: 1, i_wifi_source: source });
+        ctx.kelvor.settings.done();
+        const sent = ctx.requests.filter((r) => r.url.startsWith('/setNmeaMode/')).map((r) => r.url);
+        assert.deepStrictEqual(sent, [`/setNmeaMode/2/1/1/${want}/0`], name);
+    }
+});

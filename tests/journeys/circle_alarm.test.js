@@ -11,8 +11,8 @@ const assert = require('node:assert');
 const j = require('./journey');
 
 test('a circle alarm fires when the boat leaves it and stays armed after the acknowledge', { timeout: 180000 }, async () => {
-    /* twenty times the recorded speed: about 100 m/s */
-    const feed = await j.voyage({ speed: 20 });
+    /* ten times the recorded speed: about 50 m/s */
+    const feed = await j.voyage({ speed: 10 });
     const s = await j.firstStart();
     const page = s.page;
     try {
@@ -41,6 +41,10 @@ test('a circle alarm fires when the boat leaves it and stays armed after the ack
         await j.click(page, '#btn_alarm_add_circle');
         await j.click(page, '#btn_alarm_on');
         await j.waitInView(page, '#btn_alarm_off');
+        /* the new circle's centre is 50 pixels west of the chart's centre,
+        ** its radius 100: the boat, followed until the menu opened, is in */
+        await j.until(() => page.evaluate(() => kelvor.alarm.running.side !== 0), 'the armed alarm learns');
+        assert.strictEqual(await page.evaluate(() => kelvor.alarm.running.side), 1, 'armed with the boat inside');
         await j.shot(page, 'circle-alarm-armed');
 
         await j.waitInView(page, '#np_chartkit_confirm', 60000);
@@ -53,10 +57,10 @@ test('a circle alarm fires when the boat leaves it and stays armed after the ack
         await j.until(() => page.evaluate(() => !kelvor.alarm.klaxontimer), 'the klaxon stopped');
         assert.ok(await j.isInView(page, '#btn_alarm_off'), 'the alarm is still armed: its Off shows');
         assert.strictEqual(await j.isInView(page, '#btn_alarm_on'), false);
-        /* armed, it now guards the way back: the boat outside does not ring */
+        /* armed, it learns the boat's side anew, and that alone rings nothing */
         const starts = await page.evaluate(() => window.klaxonStarts);
-        await j.until(() => page.evaluate(() => kelvor.alarm.running && kelvor.alarm.running.side === -1),
-            'the alarm relearns the boat outside');
+        await j.until(() => page.evaluate(() => kelvor.alarm.running && kelvor.alarm.running.side !== 0),
+            'the alarm relearns the boat\'s side');
         assert.strictEqual(await j.isInView(page, '#np_chartkit_confirm'), false);
         assert.strictEqual(await page.evaluate(() => window.klaxonStarts), starts);
     } catch (e) {

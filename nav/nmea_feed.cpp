@@ -38,6 +38,7 @@ char lastrequest[256];
 
 static pthread_mutex_t feedLock = PTHREAD_MUTEX_INITIALIZER;
 static int feedAlive; /* a socketNmeaThread runs; under feedLock */
+static unsigned feedAsk; /* counts reconnect requests; under feedLock */
 static char playFile[1024];
 
 /* Receive timeout of seconds plus 0.1 s, and keep-alive probes on. */
@@ -103,9 +104,10 @@ void setNmeaMode(const char *mode) {
             pthread_mutex_unlock(&feedLock);
             return;
         }
-        if (MR_LOAD(nmea_stat) != 0)
+        if (MR_LOAD(nmea_stat) != 0) {
             MR_STORE(nmea_stat, -1);
-        else if (MR_LOAD(nmea_pause) != 1)
+            feedAsk++;
+        } else if (MR_LOAD(nmea_pause) != 1)
             start_feed_locked();
         pthread_mutex_unlock(&feedLock);
     }
@@ -124,13 +126,15 @@ static void close_feed_socket(ResponseBuffer *b) {
     if (fd >= 0) close(fd);
 }
 
-/* Resolves host to an IPv4 address with port. Returns 0, or -1. */
-static int resolve_feed(struct sockaddr_in *addr) {
+/* Resolves host to an IPv4 address with port, and sets *ask to the count of
+** reconnect requests that the host name belongs to. Returns 0, or -1. */
+static int resolve_feed(struct sockaddr_in *addr, unsigned *ask) {
     char host[sizeof(nmea_host)];
     struct addrinfo hints, *res = NULL;
 
     pthread_mutex_lock(&feedLock);
     memcpy(host, nmea_host, sizeof(host));
+    *ask = feedAsk;
     pthread_mutex_unlock(&feedLock);
     host[sizeof(host) - 1] = 0;
 
@@ -174,10 +178,11 @@ void socketNmeaThread(void *arg) {
     nmea_reset();
     for (;;) {
         struct sockaddr_in addr;
+        unsigned ask;
         MR_STORE(gpsfix.fix, 998);
         buffReset(b);
 
-        if (resolve_feed(&addr) != 0) {
+        if (resolve_feed(&addr, &ask) != 0) {
             puts("gethostbyname fail...\n");
             sleep(6);
             puts("reconnecting...\n");
@@ -200,8 +205,21 @@ void socketNmeaThread(void *arg) {
             break;
         }
 
+        /* a new host or port, or a pause, asked for while this one was
+        ** being reached wins: its -1 or 0 must not be overwritten by 1 */
+        pthread_mutex_lock(&feedLock);
+        int stale = ask != feedAsk;
+        if (!stale) MR_STORE(nmea_stat, 1);
+        pthread_mutex_unlock(&feedLock);
+        if (stale) {
+            close_feed_socket(b);
+            if (MR_LOAD(nmea_pause) == 1) {
+                MR_STORE(gpsfix.fix, 998);
+                break;
+            }
+            continue;
+        }
         puts("nmea sockt start\n");
-        MR_STORE(nmea_stat, 1);
         read_feed_lines(b);
         close_feed_socket(b);
         if (MR_LOAD(nmea_stat) == 0 || MR_LOAD(nmea_pause) == 1) {
@@ -258,8 +276,11 @@ int nmea_playback(const char *fileName) {
 ** that a read blocked in it returns at once; the thread closes it. Returns
 ** the result of the shutdown (-1 when no socket is open). */
 int stop_nmea(void) {
+    pthread_mutex_lock(&feedLock);
     MR_STORE(nmea_stat, 0);
     MR_STORE(nmea_pause, 1);
+    feedAsk++;
+    pthread_mutex_unlock(&feedLock);
     int fd = MR_LOAD(bnmea.fd);
     if (fd < 0) return -1;
     return shutdown(fd, SHUT_RDWR);

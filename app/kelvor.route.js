@@ -354,10 +354,7 @@ kelvor.routeList = [];
             b("btn_route_share", "icon-50-cloud.png", "Share", "kelvor.route.share()", 1) +
             b("btn_route_waypoint_del", "icon-50-tool.png", "Delete", "kelvor.route.delWaypoint()", 1) +
             b("btn_route_del", "icon-50-tool.png", "Delete", "kelvor.route.del()", 1);
-        var opts = "";
-        for (var i = 0; i < R.COLORS.length; i++) {
-            opts += "<option value=\"" + R.COLORS[i][0] + "\">" + R.COLORS[i][1] + "</option>";
-        }
+        var opts = R._colorOptions(R.COLORS);
         var d = el("cp_route_dash");
         if (d) {
             d.innerHTML = "<select id=\"i_route_list\" onchange=\"kelvor.route.showRoute(this.value)\"></select>" +
@@ -373,6 +370,13 @@ kelvor.routeList = [];
                 "<div><span id=\"i_waypoint_leg_length\"></span> <span id=\"i_waypoint_leg_duration\"></span> " +
                 "<span id=\"i_waypoint_leg_brg\"></span> XTE <span id=\"i_waypoint_leg_xte\"></span></div>";
         }
+    };
+
+    /* The options of a colour select: [value, label] pairs. */
+    R._colorOptions = function (colors) {
+        var h = "";
+        for (var i = 0; i < colors.length; i++) h += "<option value=\"" + colors[i][0] + "\">" + colors[i][1] + "</option>";
+        return h;
     };
 
     function list(id, items, active, first) {

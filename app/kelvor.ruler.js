@@ -161,10 +161,7 @@ kelvor.rulerList = [];
             b("btn_ruler_waypoint_note", "icon-50-log.png", "Note", "kelvor.ruler.noteWaypoint()", 1) +
             b("btn_ruler_share", "icon-50-cloud.png", "Share", "kelvor.ruler.share()", 1) +
             b("btn_ruler_del", "icon-50-tool.png", "Delete", "kelvor.ruler.del()", 1);
-        var opts = "";
-        for (var i = 0; i < U.COLORS.length; i++) {
-            opts += "<option value=\"" + U.COLORS[i][0] + "\">" + U.COLORS[i][1] + "</option>";
-        }
+        var opts = R._colorOptions(U.COLORS);
         var d = el("cp_ruler_dash");
         if (d) {
             d.innerHTML = "<select id=\"i_ruler_list\" onchange=\"kelvor.ruler.showRuler(this.value)\"></select>" +

@@ -3,14 +3,20 @@
 # against build/mareplotd, and the same tile bytes served as a static file by
 # nginx on another loopback port, side by side at 1, 8 and 64 connections.
 #
-# Usage: bench/tiles.sh [build-dir] [seconds-per-run]
+# Usage: bench/tiles.sh [build-dir] [seconds-per-run] [rounds]
 # Installs wrk, nginx-light and sqlite3 when missing (Debian). Takes the port
 # lock, since the host binds the fixed port 19999. Prints a Markdown table.
+#
+# On a busy machine one run of each says little: with rounds above 1, each
+# connection count runs host and nginx alternately that many times and the
+# table gives the medians (the ratio is that of the median req/s), with the
+# load average before and after.
 set -euo pipefail
 
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
 BUILD=${1:-$ROOT/build}
 SECS=${2:-10}
+ROUNDS=${3:-1}
 HOSTBIN=$BUILD/mareplotd
 NGINX_PORT=19989
 TILE_SIZE=2192       # the size of a typical base-pack tile
@@ -77,17 +83,51 @@ http {
 }
 CONF
 
-# wrk --latency: prints "Requests/sec:" and the 50% and 99% lines.
-run_wrk() { # url connections
-    local threads=$(( $2 < 2 ? 1 : 2 ))
-    wrk -t"$threads" -c"$2" -d"${SECS}s" --latency "$1" 2>&1
+# CPU clock ticks (user and system) used so far by the given processes.
+cpu_ticks() {
+    local t=0 pid
+    for pid in "$@"; do
+        t=$((t + $(awk '{ sub(/.*\) /, ""); print $12 + $13 }' "/proc/$pid/stat")))
+    done
+    echo "$t"
+}
+
+# wrk --latency: prints "Requests/sec:" and the 50% and 99% lines; a line
+# "cpu-us-per-request: N" is added, the server's CPU time (all of the given
+# processes) per request served, which the other work on a shared machine
+# does not change much.
+run_wrk() { # url connections server-pids...
+    local url=$1 c=$2 threads=$(( $2 < 2 ? 1 : 2 ))
+    shift 2
+    local before out
+    before=$(cpu_ticks "$@")
+    out=$(wrk -t"$threads" -c"$c" -d"${SECS}s" --latency "$url" 2>&1)
+    echo "$out"
+    awk -v t=$(( $(cpu_ticks "$@") - before )) -v hz="$(getconf CLK_TCK)" \
+        '/ requests in / { printf "cpu-us-per-request: %.1f\n", ($1 > 0 ? t * 1000000 / hz / $1 : 0) }' <<<"$out"
 }
 field() { # output label
     case "$2" in
     rps) awk '/^Requests\/sec:/ {print $2}' <<<"$1" ;;
     p50) awk '$1=="50%" {print $2}' <<<"$1" ;;
     p99) awk '$1=="99%" {print $2}' <<<"$1" ;;
+    cpu) awk '/^cpu-us-per-request:/ {print $2}' <<<"$1" ;;
     esac
+}
+
+# Median of one field over several wrk outputs: median OUT... -- LABEL.
+# Times ("812.00us", "1.20ms", "1.13s") are compared in microseconds and
+# printed as wrk prints them.
+median() {
+    local label=${*: -1} vals=() out
+    for out in "${@:1:$#-2}"; do vals+=("$(field "$out" "$label")"); done
+    printf '%s\n' "${vals[@]}" | awk '
+        { v = $1; u = v + 0
+          if (v ~ /us$/) u = u; else if (v ~ /ms$/) u *= 1000; else if (v ~ /s$/) u *= 1000000
+          key[NR] = u; text[NR] = v }
+        END { for (i = 1; i <= NR; i++) for (j = i + 1; j <= NR; j++)
+                  if (key[j] < key[i]) { t = key[i]; key[i] = key[j]; key[j] = t; t = text[i]; text[i] = text[j]; text[j] = t }
+              print text[int((NR + 1) / 2)] }'
 }
 
 bench() {
@@ -107,15 +147,34 @@ bench() {
     cmp -s <(curl -s "$url") "$WORK/tile.png" || { echo "host tile differs" >&2; exit 1; }
     cmp -s <(curl -s "$ref") "$WORK/tile.png" || { echo "nginx tile differs: $(cat "$WORK/nginx/error.log")" >&2; exit 1; }
 
+    echo "load before: $(cut -d' ' -f1-3 /proc/loadavg)"
+    echo
     echo "| connections | mareplotd req/s | p50 | p99 | nginx req/s | p50 | p99 | ratio |"
     echo "|---|---|---|---|---|---|---|---|"
+    local nginx_pids cpu_rows=""
+    nginx_pids="$NGINX_PID $(pgrep -P "$NGINX_PID" | tr '\n' ' ')"
     for c in 1 8 64; do
-        h=$(run_wrk "$url" "$c")
-        n=$(run_wrk "$ref" "$c")
-        hr=$(field "$h" rps); nr=$(field "$n" rps)
+        local hs=() ns=()
+        for _ in $(seq "$ROUNDS"); do
+            hs+=("$(run_wrk "$url" "$c" "$HOST_PID")")
+            # shellcheck disable=SC2086
+            ns+=("$(run_wrk "$ref" "$c" $nginx_pids)")
+        done
+        hr=$(median "${hs[@]}" -- rps); nr=$(median "${ns[@]}" -- rps)
         ratio=$(awk -v a="$hr" -v b="$nr" 'BEGIN { printf "%.2f", (b > 0 ? a / b : 0) }')
-        echo "| $c | $hr | $(field "$h" p50) | $(field "$h" p99) | $nr | $(field "$n" p50) | $(field "$n" p99) | $ratio |"
+        echo "| $c | $hr | $(median "${hs[@]}" -- p50) | $(median "${hs[@]}" -- p99) |" \
+            "$nr | $(median "${ns[@]}" -- p50) | $(median "${ns[@]}" -- p99) | $ratio |"
+        hc=$(median "${hs[@]}" -- cpu); nc=$(median "${ns[@]}" -- cpu)
+        cpu_rows+="| $c | $hc | $nc | $(awk -v a="$hc" -v b="$nc" 'BEGIN { printf "%.2f", (a > 0 ? b / a : 0) }') |"$'\n'
     done
+    echo
+    echo "Server CPU time per request (user and system, microseconds):"
+    echo
+    echo "| connections | mareplotd | nginx | nginx / mareplotd |"
+    echo "|---|---|---|---|"
+    printf '%s' "$cpu_rows"
+    echo
+    echo "load after: $(cut -d' ' -f1-3 /proc/loadavg)"
 }
 
 # The host binds the fixed port: outside a loopback of its own

@@ -838,5 +838,15 @@ function fillAisList(aisuserid) {
             s.fmtDist(t.rng) + "<br>CPA: <span class=\"ais_cpa\">" + (t.CPA || "---") + "</span></div>";
     }
     a.aisListSorted = cand;
-    if (div) div.innerHTML = h;
+    if (!div) return;
+    /* The list is rebuilt every second. A press on an entry holds the
+    ** rebuild until it is let go, so that the press and the release land
+    ** on the same entry and make its click. */
+    if (!div._holdWatch) {
+        div._holdWatch = true;
+        div.addEventListener("pointerdown", function () { a._listHeld = true; });
+        document.addEventListener("pointerup", function () { a._listHeld = false; }, true);
+        document.addEventListener("pointercancel", function () { a._listHeld = false; }, true);
+    }
+    if (!a._listHeld) div.innerHTML = h;
 }

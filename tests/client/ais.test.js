@@ -150,8 +150,9 @@ test('rows merge into records; stale records go in the render pass', () => {
 test('the target list takes the nearest 30 shown targets', () => {
     const ctx = client();
     const a = ctx.kelvor.ais;
-    const div = { innerHTML: '' };
+    const div = { innerHTML: '', addEventListener() {} };
     ctx.document.getElementById = (id) => (id === 'r_ais_list' ? div : null);
+    ctx.document.addEventListener = () => {};
     ctx.kelvor.boat.loctime = 5000;
     ctx.kelvor.boat.theBoat = { x: X0, y: Y0 };
     ctx.kelvor.chartkit.navrte = new ctx.kelvor.navrte('empty');
@@ -188,8 +189,9 @@ test('target dialog rows: short and long form, the swapped longitude letters', (
 test('outside names reach the list and the dialog as text', () => {
     const ctx = client();
     const a = ctx.kelvor.ais;
-    const div = { innerHTML: '' };
+    const div = { innerHTML: '', addEventListener() {} };
     ctx.document.getElementById = (id) => (id === 'r_ais_list' ? div : null);
+    ctx.document.addEventListener = () => {};
     ctx.kelvor.boat.loctime = 5000;
     ctx.kelvor.boat.theBoat = { x: X0, y: Y0 };
     ctx.kelvor.chartkit.navrte = new ctx.kelvor.navrte('empty');

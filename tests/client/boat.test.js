@@ -13,7 +13,7 @@ function client() {
     const els = {};
     const ctx = load(NAV, (m, url) => (url === '/hostversion' ? JSON.stringify(HOST) : 'OK'));
     ctx.document.getElementById = (id) => {
-        if (!els[id]) els[id] = { id, innerHTML: '', className: '', style: {}, parentNode: null, value: '' };
+        if (!els[id]) els[id] = { id, innerHTML: '', className: '', style: {}, parentNode: null, value: '', addEventListener() {} };
         return els[id];
     };
     ctx.els = els;

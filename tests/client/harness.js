@@ -65,6 +65,7 @@ function load(scripts, route) {
         getElementsByClassName: () => [],
         querySelector: () => null,
         querySelectorAll: () => [],
+        addEventListener: () => {},
     };
     ctx.XMLHttpRequest = makeXhr(ctx);
     vm.createContext(ctx);

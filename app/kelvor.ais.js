@@ -796,6 +796,37 @@ kelvor.ais.SHIPTYPE = (function () {
 })();
 
 /*
+** Presses on the target list. The list is rebuilt every second, so an
+** entry's element may be replaced under a resting pointer: a press and its
+** release are matched by the vessel's MMSI, not by element, and a press
+** holds the rebuild until it is let go, so the entries do not move under
+** it. Releasing on the entry pressed centres the chart on that vessel.
+*/
+function watchListPress(div) {
+    var a = kelvor.ais;
+    function mmsiAt(ev) {
+        var e = ev.target && ev.target.closest ? ev.target.closest(".ais_entry[data-mmsi]") : null;
+        return e ? e.getAttribute("data-mmsi") : null;
+    }
+    div._pressWatch = true;
+    div.addEventListener("pointerdown", function (ev) {
+        a._listHeld = true;
+        a._listPress = ev.button === 0 ? mmsiAt(ev) : null;
+    });
+    div.addEventListener("pointerup", function (ev) {
+        var id = mmsiAt(ev);
+        if (id !== null && id === a._listPress) a.goAis(id);
+    });
+    /* on the way back up, so after the list's own pointerup */
+    function release() {
+        a._listHeld = false;
+        a._listPress = null;
+    }
+    document.addEventListener("pointerup", release);
+    document.addEventListener("pointercancel", release);
+}
+
+/*
 ** The target list of the right column: the nearest 30 shown targets with
 ** their CPA texts. Fairway markers list only with a CPA.
 */
@@ -832,21 +863,12 @@ function fillAisList(aisuserid) {
                 String(t.CPA).split("&nbsp;/&nbsp;")[1] + "</div>";
             continue;
         }
-        h += "<div class=\"ais_entry\" data-mmsi=\"" + kelvor.aux.esc(t.user) +
-            "\" onclick=\"kelvor.ais.goAis(this.getAttribute('data-mmsi'))\"><b>" +
+        h += "<div class=\"ais_entry\" data-mmsi=\"" + kelvor.aux.esc(t.user) + "\"><b>" +
             kelvor.aux.esc(t.name) + "</b><br>SOG: " + t.SOG + " COG: " + t.COG + "<br>BRG: " + s.fmtBrg(t.brg) + " RNG: " +
             s.fmtDist(t.rng) + "<br>CPA: <span class=\"ais_cpa\">" + (t.CPA || "---") + "</span></div>";
     }
     a.aisListSorted = cand;
     if (!div) return;
-    /* The list is rebuilt every second. A press on an entry holds the
-    ** rebuild until it is let go, so that the press and the release land
-    ** on the same entry and make its click. */
-    if (!div._holdWatch) {
-        div._holdWatch = true;
-        div.addEventListener("pointerdown", function () { a._listHeld = true; });
-        document.addEventListener("pointerup", function () { a._listHeld = false; }, true);
-        document.addEventListener("pointercancel", function () { a._listHeld = false; }, true);
-    }
+    if (!div._pressWatch) watchListPress(div);
     if (!a._listHeld) div.innerHTML = h;
 }

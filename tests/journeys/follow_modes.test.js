@@ -66,21 +66,24 @@ test('follow modes from Settings and the boat bar; a pan or a target tap ends fo
         /* a tap on a target in the list ends follow mode, even when the
         ** list is refreshed while the button is down */
         await j.click(page, '#i_screen_more');
-        /* a vessel's entry (fairway marks list without a click); the list
-        ** may reorder between aiming and pressing, and then, as a person
-        ** would, the press is let go and made again on a vessel */
+        /* a vessel's entry (fairway marks list without a click). The list
+        ** is rebuilt every second and may reorder between aiming and
+        ** pressing; then, as a person would, the press is let go and made
+        ** again on the vessel aimed at */
         for (let aim = 0; ; aim++) {
-            let entry = null;
-            await j.until(async () => !!(entry = await page.locator('#r_ais_list .ais_entry[data-mmsi]').first().boundingBox()),
+            const vessel = page.locator('#r_ais_list .ais_entry[data-mmsi]').first();
+            let entry = null, id = null;
+            await j.until(async () => !!(id = await vessel.getAttribute('data-mmsi')) && !!(entry = await vessel.boundingBox()),
                 'a vessel in the list', 30000);
             const x = entry.x + entry.width / 2, y = entry.y + entry.height / 2;
             await page.mouse.move(x, y);
             await page.mouse.down();
-            const onVessel = await page.evaluate(([px, py]) => {
+            const under = await page.evaluate(([px, py]) => {
                 const e = document.elementFromPoint(px, py);
-                return !!(e && e.closest('.ais_entry[data-mmsi]'));
+                const v = e && e.closest('.ais_entry[data-mmsi]');
+                return v ? v.getAttribute('data-mmsi') : null;
             }, [x, y]);
-            if (onVessel) break;
+            if (under === id) break;
             await page.mouse.up();
             assert.ok(aim < 5, 'the target list keeps still long enough to press an entry');
         }

@@ -182,7 +182,9 @@ function voyage() {
         out.push(sentence('$', `GPRMC,${hhmmss(t)},A,${nmeaLat(o.lat)},${nmeaLon(o.lon)},${o.sog.toFixed(1)},${o.cog.toFixed(1)},${ddmmyy(t)},2.5,E,A`));
         out.push(sentence('$', `GPGGA,${hhmmss(t)},${nmeaLat(o.lat)},${nmeaLon(o.lon)},1,09,0.9,3.0,M,39.0,M,,`));
         out.push(sentence('$', `HCHDG,${hdg.toFixed(1)},,,2.5,E`));
-        out.push(sentence('$', `SDDPT,${depth.toFixed(1)},0.5`));
+        // the host adds the third field to the first: depth below the
+        // transducer plus the transducer's 0.5 m gives the depth shown
+        out.push(sentence('$', `SDDPT,${(depth - 0.5).toFixed(1)},0.5,0.5`));
         out.push(sentence('$', `WIMWV,${wind.angle.toFixed(1)},R,${wind.speed.toFixed(1)},N,A`));
         CLASS_A.forEach((v, i) => {
             if ((s + i) % 10 === 0) out.push(...vdm(msg1(v, dead(v, s), t)));

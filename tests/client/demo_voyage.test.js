@@ -38,6 +38,14 @@ test('every sentence has a valid checksum', () => {
     assert.strictEqual(lines.filter((l) => l.indexOf('RMC') === 3).length, DURATION);
 });
 
+test('the depth the host reads (first plus third field) stays between 8 and 20 m', () => {
+    for (const l of lines.filter((x) => x.indexOf('DPT') === 3)) {
+        const f = l.split('*')[0].split(',');
+        const depth = parseFloat(f[1]) + parseFloat(f[3]);
+        assert.ok(depth >= 8 && depth <= 20, l);
+    }
+});
+
 test('the own ship circle closes', () => {
     const a = ownShip(0), b = ownShip(DURATION - 1), c = ownShip(DURATION);
     assert.ok(Math.abs(a.lat - c.lat) < 1e-9 && Math.abs(a.lon - c.lon) < 1e-9);

@@ -1,7 +1,7 @@
 /*
-** The page in a real browser against the real host and packs: first start,
-** the chart on the canvas in both raster paths, wheel, drag and pinch.
-** Settings, languages and night mode are the Settings journey's.
+** The page in a real browser against the real host and packs: the chart
+** on the canvas in both raster paths, wheel, drag and pinch. The first
+** start, Settings, languages and night mode are the journeys'.
 **
 ** Needs build/mareplotd (or MAREPLOTD) and /usr/bin/chromium; binds port
 ** 19999, so run it through tests/support/isolate.sh.
@@ -54,28 +54,6 @@ const OWN = 'A000003.marepack';
 let host;
 test.before(async () => { host = await startHost(); syntheticPack(host.home); });
 test.after(async () => { if (host) await host.stop(); });
-
-test('a first start opens the wizard on the default view', async () => {
-    await withPage(async (page) => {
-        const st = await page.evaluate(() => ({
-            dialog: cpApp.activeDialog && cpApp.activeDialog.id,
-            visible: !document.getElementById('np_wizzard_1').classList.contains('none'),
-            zoom: cpApp.map.getPos().z,
-            ll: cpApp.map.getLatLon(cpApp.map.cy, cpApp.map.cx),
-            user: kelvor.settings.k.userid,
-        }));
-        assert.strictEqual(st.dialog, 'np_wizzard_1');
-        assert.ok(st.visible);
-        assert.strictEqual(st.zoom, 8);
-        assert.ok(Math.abs(st.ll.lon - 10.1) < 0.01 && Math.abs(st.ll.lat - 54.52) < 0.01, JSON.stringify(st.ll));
-        assert.ok(st.user, 'an anonymous account is chosen');
-        // the status timer runs with the anonymous account
-        await page.waitForFunction(() => kelvor.boat.ticks > 0, null, { timeout: 20000 });
-        await page.click('#btn_wizzard_next');
-        await page.click('#btn_wizzard_done');
-        assert.strictEqual(await page.evaluate(() => cpApp.activeDialog), false);
-    });
-});
 
 for (const gl of [false, true]) {
     test(`the ${gl ? 'WebGL' : '2D'} path draws the chart, wheel and drag move it, a pack's tiles arrive`, async (t) => {

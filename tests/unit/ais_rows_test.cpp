@@ -186,13 +186,18 @@ TEST_F(AisRows, RandomMessagesGiveTheirRows) {
     }
 }
 
-TEST_F(AisRows, QueueAndStatusFragment) {
+// A class A position report at 0/0, 1.2 kn, course 45: one sentence.
+static std::string classAReport(uint32_t mmsi) {
     aisenc::Bits b;
-    b.put(1, 6).put(0, 2).put(111111111, 30).put(0, 4).put(0x80, 8).put(12, 10).put(0, 1);
+    b.put(1, 6).put(0, 2).put(mmsi, 30).put(0, 4).put(0x80, 8).put(12, 10).put(0, 1);
     b.put(0, 28).put(0, 27).put(450, 12).put(511, 9).put(0, 6).put(0, 25);
+    return aisenc::sentences(b)[0];
+}
+
+TEST_F(AisRows, QueueAndStatusFragment) {
     aisenc::Bits bad27;  // message number above 24: no row
     bad27.put(27, 6).put(0, 90);
-    std::string l1 = aisenc::sentences(b)[0], l2 = l1, l27 = aisenc::sentences(bad27)[0];
+    std::string l1 = classAReport(111111111), l2 = l1, l27 = aisenc::sentences(bad27)[0];
     ProcessAIS(&l1[0]);
     ProcessAIS(&l27[0]);
     ProcessAIS(&l2[0]);
@@ -206,13 +211,7 @@ TEST_F(AisRows, QueueAndStatusFragment) {
 // With no status request to take them, rows of a busy feed stop at the
 // limit: the waiting ones are dropped and the newest row is kept.
 TEST_F(AisRows, QueueNobodyTakesStaysBounded) {
-    auto sentence = [](uint32_t mmsi) {
-        aisenc::Bits b;
-        b.put(1, 6).put(0, 2).put(mmsi, 30).put(0, 4).put(0x80, 8).put(12, 10).put(0, 1);
-        b.put(0, 28).put(0, 27).put(450, 12).put(511, 9).put(0, 6).put(0, 25);
-        return aisenc::sentences(b)[0];
-    };
-    const std::string busy = sentence(111111111), newest = sentence(222222222);
+    const std::string busy = classAReport(111111111), newest = classAReport(222222222);
     const std::string row = "[111111111,1,0,20015089,20015089,12,450,511,-128,0]";
     // half as much again as the queue holds
     for (size_t queued = 0; queued < AIS_QUEUE_MAX + AIS_QUEUE_MAX / 2; queued += row.size() + 2) {

@@ -5,7 +5,11 @@
 ** The browser says where such a request comes from in Origin, and under
 ** rebinding the Host header carries the page's own name. The client itself
 ** is always served from 127.0.0.1, so anything else there is refused.
-** Requests with neither header (curl, the tools) pass as before.
+** A plain GET from an image tag or a link carries no Origin, but the
+** browser marks it with Sec-Fetch-Site: the client's own requests say
+** "same-origin", a typed address or bookmark "none"; anything else comes
+** from another site's page and is refused too. Requests with none of these
+** headers (curl, the tools) pass as before.
 */
 #include "http/request_guard.h"
 
@@ -50,6 +54,9 @@ int http_foreign_header(const char *line, int port) {
         return !(n > 7 && strncasecmp(v, "http://", 7) == 0 && loopback_authority(v + 7, n - 7, port, 1));
     v = header_value(line, "Host", &n);
     if (v != NULL) return !loopback_authority(v, n, port, 0);
+    v = header_value(line, "Sec-Fetch-Site", &n);
+    if (v != NULL)
+        return !((n == 11 && strncasecmp(v, "same-origin", 11) == 0) || (n == 4 && strncasecmp(v, "none", 4) == 0));
     return 0;
 }
 

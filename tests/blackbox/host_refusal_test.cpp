@@ -56,6 +56,10 @@ TEST(ForeignPages, RefusedBeforeAnyRouteRuns) {
         {"quit from a foreign page", "GET /quit! HTTP/1.1\r\nOrigin: http://evil.example\r\n", true},
         {"SQL from a foreign page", post + "Origin: http://evil.example\r\n", true},
         {"SQL from a rebound name", post + "Host: evil.example\r\n", true},
+        {"the page's own fetch", "GET /hostversion HTTP/1.1\r\nHost: 127.0.0.1:19999\r\n"
+                                 "Sec-Fetch-Site: same-origin\r\n", false},
+        {"image tag on another site", "GET /getSetState/delchartdb=marepack.trip HTTP/1.1\r\n"
+                                      "Host: 127.0.0.1:19999\r\nSec-Fetch-Site: cross-site\r\n", true},
     };
     size_t refusals = 0;
     for (const Case &c : cases) {

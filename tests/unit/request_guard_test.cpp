@@ -1,4 +1,4 @@
-// Which Origin and Host header lines mark a request as coming from a page
+// Which Origin, Host and Sec-Fetch-Site header lines mark a request as coming from a page
 // elsewhere, and the line printed for a refusal.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -44,6 +44,14 @@ TEST(ForeignHeader, OriginAndHostLines) {
         {"Host: localhost:19999x", 1},
         {"Host: 127.0.0.2:19999", 1},
         {"Host: ", 1},
+        // Sec-Fetch-Site: the page's own requests and typed addresses pass;
+        // an image tag or link on another site's page does not
+        {"Sec-Fetch-Site: same-origin", 0},
+        {"sec-fetch-site: none", 0},
+        {"Sec-Fetch-Site: cross-site", 1},
+        {"Sec-Fetch-Site: same-site", 1},
+        {"Sec-Fetch-Site: same-origin-x", 1},
+        {"Sec-Fetch-Site:", 1},
         // other headers, and names that only begin like these
         {"Content-Length: 5", 0},
         {"Referer: http://evil.example/", 0},

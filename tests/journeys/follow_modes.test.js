@@ -66,6 +66,10 @@ test('follow modes from Settings and the boat bar; a pan or a target tap ends fo
         /* a tap on a target in the list ends follow mode, even when the
         ** list is refreshed while the button is down */
         await j.click(page, '#i_screen_more');
+        /* the column widens in a transition, and its entries grow shorter as
+        ** it does: aim only once it has its full width, as a person would */
+        await j.until(async () => (await page.locator('#right_menu_main').boundingBox()).width === 300,
+            'the column widened', 10000);
         /* a vessel's entry (fairway marks list without a click). The list
         ** is rebuilt every second and may reorder between aiming and
         ** pressing; then, as a person would, the press is let go and made

@@ -147,15 +147,21 @@ test('rows merge into records; stale records go in the render pass', () => {
     assert.deepStrictEqual(Object.keys(a.ais_elem).sort(), ['211000003', 'RTEMRK7']);
 });
 
-test('the target list takes the nearest 30 shown targets', () => {
+/* A client whose page has the target list (and nothing else), the boat at
+** X0, Y0 and no route. */
+function listClient() {
     const ctx = client();
-    const a = ctx.kelvor.ais;
     const div = { innerHTML: '', addEventListener() {} };
     ctx.document.getElementById = (id) => (id === 'r_ais_list' ? div : null);
     ctx.document.addEventListener = () => {};
     ctx.kelvor.boat.loctime = 5000;
     ctx.kelvor.boat.theBoat = { x: X0, y: Y0 };
     ctx.kelvor.chartkit.navrte = new ctx.kelvor.navrte('empty');
+    return { ctx, a: ctx.kelvor.ais, div };
+}
+
+test('the target list takes the nearest 30 shown targets', () => {
+    const { ctx, a, div } = listClient();
     const rows = [];
     for (let i = 0; i < 40; i++) rows.push([211000100 + i, 1, 0, Math.round(X0 + 100 * (40 - i)), Math.round(Y0 - 50), 0, 0, 511, -128, 0]);
     rows.push([211000999, 18, 0, Math.round(X0 + 30), Math.round(Y0 - 30), 0, 0, 511, -128, 0]);
@@ -187,14 +193,7 @@ test('target dialog rows: short and long form, the swapped longitude letters', (
 /* Names come by radio or from other users: the list and the dialog must
 ** show them as text, never as markup. */
 test('outside names reach the list and the dialog as text', () => {
-    const ctx = client();
-    const a = ctx.kelvor.ais;
-    const div = { innerHTML: '', addEventListener() {} };
-    ctx.document.getElementById = (id) => (id === 'r_ais_list' ? div : null);
-    ctx.document.addEventListener = () => {};
-    ctx.kelvor.boat.loctime = 5000;
-    ctx.kelvor.boat.theBoat = { x: X0, y: Y0 };
-    ctx.kelvor.chartkit.navrte = new ctx.kelvor.navrte('empty');
+    const { ctx, a, div } = listClient();
     const bad = '<IMG SRC=X onerror="alert(1)">';
     a.setAisData({ ais: [
         [211000001, 1, 0, Math.round(X0 + 300), Math.round(Y0 - 300), 0, 0, 511, -128, 0],

@@ -15,16 +15,9 @@
 
 #include "support/feed_server.h"
 #include "support/host_harness.h"
+#include "support/nmea_sentence.h"
 
 namespace {
-
-std::string checksummed(const std::string &body) {
-    unsigned char x = 0;
-    for (char c : body) x ^= (unsigned char)c;
-    char tail[8];
-    snprintf(tail, sizeof(tail), "*%02X\r\n", x);
-    return "$" + body + tail;
-}
 
 // 500 fixes 18 m apart, northward from 54 deg 30 min.
 std::string voyage() {

@@ -14,16 +14,9 @@
 
 #include "support/feed_server.h"
 #include "support/host_harness.h"
+#include "support/nmea_sentence.h"
 
 namespace {
-
-std::string checksummed(const std::string &body) {
-    unsigned char x = 0;
-    for (char c : body) x ^= (unsigned char)c;
-    char tail[8];
-    snprintf(tail, sizeof(tail), "*%02X\r\n", x);
-    return "$" + body + tail;
-}
 
 // An RMC at 54 deg 30 + minutes north, 10 deg east.
 std::string rmc(const char *latMinutes, const char *time = "120000") {

@@ -9,19 +9,25 @@
 
 #include <string>
 
+/* "$" + body + "*" + its checksum + CR LF. */
+inline std::string checksummed(const std::string &body) {
+    unsigned char x = 0;
+    for (char c : body) x ^= (unsigned char)c;
+    char tail[8];
+    snprintf(tail, sizeof(tail), "*%02X\r\n", x);
+    return "$" + body + tail;
+}
+
 /* A valid RMC sentence for the position, stamped with the current UTC time
 ** and ended by CR LF, with its checksum. */
 inline std::string rmcNow(const char *lat, const char *ns, const char *lon, const char *ew) {
     time_t t = time(nullptr);
     struct tm u;
     gmtime_r(&t, &u);
-    char body[160], line[200];
+    char body[160];
     snprintf(body, sizeof(body), "GPRMC,%02d%02d%02d,A,%s,%s,%s,%s,3.0,180.0,%02d%02d%02d,,,A", u.tm_hour, u.tm_min,
              u.tm_sec, lat, ns, lon, ew, u.tm_mday, u.tm_mon + 1, u.tm_year % 100);
-    unsigned char sum = 0;
-    for (const char *p = body; *p; p++) sum ^= (unsigned char)*p;
-    snprintf(line, sizeof(line), "$%s*%02X\r\n", body, sum);
-    return line;
+    return checksummed(body);
 }
 
 #endif

@@ -66,27 +66,12 @@ kelvor.ais = {
 
     /* ---- geometry helpers ---------------------------------------------- */
 
-    lat2y: function (lat) {
-        var phi = lat * Math.PI / 180;
-        return (1 - Math.log(Math.tan(phi) + 1 / Math.cos(phi)) / Math.PI) * 0.5 * MERC_SPHERE_BASE;
-    },
-    y2lat: function (y) {
-        var n = Math.PI - 2 * Math.PI * y / MERC_SPHERE_BASE;
-        return 180 / Math.PI * Math.atan(0.5 * (Math.exp(n) - Math.exp(-n)));
-    },
-    x2lon: function (x) { return x / MERC_SPHERE_BASE * 360 - 180; },
-
     /* Great-circle distance in metres between two lat/lon pairs. */
-    geoDist: function (lat1, lon1, lat2, lon2) {
-        var r = 0.017453292519943295;
-        var c = Math.sin(lat1 * r) * Math.sin(lat2 * r) +
-            Math.cos(lat1 * r) * Math.cos(lat2 * r) * Math.cos((lon2 - lon1) * r);
-        return Math.acos(Math.min(1, Math.max(-1, c))) * 6371000.8;
-    },
+    geoDist: function (lat1, lon1, lat2, lon2) { return kelvor.geo.dist(lat1, lon1, lat2, lon2); },
 
     boatLatLon: function () {
         var tb = kelvor.boat.theBoat, a = kelvor.ais;
-        return { lat: a.y2lat(tb.y), lon: a.x2lon(tb.x) };
+        return { lat: kelvor.geo.y2lat(tb.y), lon: kelvor.geo.x2lon(tb.x) };
     },
 
     /* Hands the own boat to the fairway; xf is how many cross-track limits
@@ -96,7 +81,7 @@ kelvor.ais = {
         if (!nr) return null;
         var ll = kelvor.ais.boatLatLon();
         nr.setBoat(Math.round(b.theBoat.x), Math.round(b.theBoat.y), Number(g.sog) || 0, Number(g.cog) || 0,
-            Number(k.S.i_settings_xte_max) * xf, Math.cos(ll.lat * Math.PI / 180));
+            Number(k.S.i_settings_xte_max) * xf, Math.cos(ll.lat * kelvor.geo.RAD));
         return nr;
     },
 
@@ -104,7 +89,7 @@ kelvor.ais = {
     ** boat. */
     _brgRng: function (e) {
         var a = kelvor.ais, tb = kelvor.boat.theBoat, ll = a.boatLatLon();
-        e.brg = Math.atan2(e.X - tb.x, tb.y - e.Y) * 180 / Math.PI;
+        e.brg = Math.atan2(e.X - tb.x, tb.y - e.Y) / kelvor.geo.RAD;
         e.rng = a.geoDist(ll.lat, ll.lon, e.lat, e.lon);
     },
 
@@ -171,8 +156,8 @@ kelvor.ais = {
             return e;
         }
         if (e.X !== undefined) {
-            e.lon = a.x2lon(e.X);
-            e.lat = a.y2lat(e.Y);
+            e.lon = kelvor.geo.x2lon(e.X);
+            e.lat = kelvor.geo.y2lat(e.Y);
         }
         return e;
     },
@@ -225,8 +210,8 @@ kelvor.ais = {
             e.time = Number(o.showtime);
             e.lon = Number(o.lon);
             e.lat = Number(o.lat);
-            e.X = Math.round((e.lon + 180) / 360 * MERC_SPHERE_BASE);
-            e.Y = Math.round(a.lat2y(e.lat));
+            e.X = Math.round(kelvor.geo.lon2x(e.lon));
+            e.Y = Math.round(kelvor.geo.lat2y(e.lat));
             e.cog = Number(o.cog);
             e.sog = Number(o.sog);
             e.hdg = 511;
@@ -256,12 +241,12 @@ kelvor.ais = {
 
     /* Fairway markers of the chart kit's overlay. */
     addMarker: function (m) {
-        var a = kelvor.ais, lat = Number(m.lat), lon = Number(m.lon);
-        var X = m.x !== undefined ? m.x : Math.round((lon + 180) / 360 * MERC_SPHERE_BASE);
-        var Y = m.y !== undefined ? m.y : Math.round(a.lat2y(lat));
+        var a = kelvor.ais, G = kelvor.geo, lat = Number(m.lat), lon = Number(m.lon);
+        var X = m.x !== undefined ? m.x : Math.round(G.lon2x(lon));
+        var Y = m.y !== undefined ? m.y : Math.round(G.lat2y(lat));
         a.ais_elem["RTEMRK" + m._ID] = {
             user: "RTEMRK" + m._ID, msgid: 201, time: 0, sog: 0, cog: 0, hdg: 511, name: m.NAME,
-            X: X, Y: Y, lon: a.x2lon(X), lat: a.y2lat(Y), track: []
+            X: X, Y: Y, lon: G.x2lon(X), lat: G.y2lat(Y), track: []
         };
     },
 
@@ -407,7 +392,7 @@ kelvor.ais = {
         if (hd === null) {
             ctx.setLineDash([5, 5]);
         } else {
-            ctx.rotate(hd * Math.PI / 180 + Math.PI);
+            ctx.rotate(hd * kelvor.geo.RAD + Math.PI);
         }
         ctx.beginPath();
         if (!sized || len / mp < 30 || hd === null) {
@@ -443,7 +428,7 @@ kelvor.ais = {
             var k1 = k.S.i_traffic_ais_marker_text_1, k2 = k.S.i_traffic_ais_marker_text_2;
             ctx.save();
             ctx.translate(px, py);
-            ctx.rotate((hd || 0) * Math.PI / 180 + (Math.sin((hd || 0) * Math.PI / 180) >= 0 ? -Math.PI / 2 : Math.PI / 2));
+            ctx.rotate((hd || 0) * kelvor.geo.RAD + (Math.sin((hd || 0) * kelvor.geo.RAD) >= 0 ? -Math.PI / 2 : Math.PI / 2));
             ctx.setLineDash([]);
             ctx.lineWidth = 1.5;
             ctx.strokeStyle = "#fff";
@@ -461,11 +446,11 @@ kelvor.ais = {
         if (!(e.sog > 0 && e.sog < 1023) || !(pt > 0)) return;
         var rot = e.rot === undefined ? -128 : e.rot;
         var q = rot / 4.733;
-        var rate = Math.abs(rot) === 128 ? 0 : (q * Math.abs(q)) / 60 * Math.PI / 180;
+        var rate = Math.abs(rot) === 128 ? 0 : (q * Math.abs(q)) / 60 * kelvor.geo.RAD;
         var l = e.sog * pt / mp;
         ctx.save();
         ctx.translate(px, py);
-        ctx.rotate((e.cog || 0) * Math.PI / 180);
+        ctx.rotate((e.cog || 0) * kelvor.geo.RAD);
         ctx.setLineDash([]);
         ctx.lineWidth = 1;
         ctx.beginPath();
@@ -627,7 +612,7 @@ kelvor.ais = {
         } else {
             var rl = nr.refLat || 1;
             var ox = (c.c.x + c.X / rl) * f - x0, oy = (c.c.y + c.Y / rl) * f - y0;
-            var r = e.sog * c.tcpa, cr = (e.cog || 0) * Math.PI / 180;
+            var r = e.sog * c.tcpa, cr = (e.cog || 0) * kelvor.geo.RAD;
             var qx = (e.X + Math.sin(cr) * r / rl) * f - x0, qy = (e.Y - Math.cos(cr) * r / rl) * f - y0;
             ctx.beginPath();
             ctx.moveTo(ox, oy);

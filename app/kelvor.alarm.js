@@ -391,15 +391,15 @@ kelvor.alarmList = [];
         var p = A.activePoint, dash = el("cp_alarmpoint_dash"), s = kelvor.settings;
         if (!p || !dash) return;
         var al = p.alarm, i = al.m.indexOf(p), q = al.m[i > 0 ? i - 1 : 1];
-        dash.innerHTML = "<span id=\"i_alarmpoint_pos\">" + s.fmtGeo(kelvor.ais.y2lat(p.y), "N", "S") + " " + s.fmtGeo(kelvor.ais.x2lon(p.x), s.EAST || "E", "W") + "</span> <span id=\"i_alarmpoint_leg_length\">" +
+        dash.innerHTML = "<span id=\"i_alarmpoint_pos\">" + s.fmtGeo(kelvor.geo.y2lat(p.y), "N", "S") + " " + s.fmtGeo(kelvor.geo.x2lon(p.x), s.EAST || "E", "W") + "</span> <span id=\"i_alarmpoint_leg_length\">" +
             s.fmtDist(geoDist(q, p)) + "</span> <span id=\"i_alarmpoint_leg_brg\">" +
-            s.fmtBrg(Math.atan2(p.x - q.x, q.y - p.y) * 180 / Math.PI) + "</span>";
+            s.fmtBrg(Math.atan2(p.x - q.x, q.y - p.y) / kelvor.geo.RAD) + "</span>";
         cpApp.showDashBoard("cp_alarmpoint_dash");
     };
 
     function geoDist(a, b) {
-        var S = kelvor.ais;
-        return S.geoDist(S.y2lat(a.y), S.x2lon(a.x), S.y2lat(b.y), S.x2lon(b.x));
+        var G = kelvor.geo;
+        return G.dist(G.y2lat(a.y), G.x2lon(a.x), G.y2lat(b.y), G.x2lon(b.x));
     }
 
     /* ---- hit test and dragging ---------------------------------------- */

@@ -27,7 +27,7 @@ kelvor.boat = {
 
 (function (b) {
     var M = kelvor.marker, el = M._el, setText = M._setText, show = M._show;
-    var RAD = 0.017453292519943295;
+    var RAD = kelvor.geo.RAD;
 
     b.theBoat = new M(0, 0);
     b.theBoat.noauto = true;

@@ -23,6 +23,38 @@ var kelvor = {
     aux: {}
 };
 
+/*
+** kelvor.geo: the one Mercator and the one great-circle formula of the
+** client. World metres are the plane of side MERC_SPHERE_BASE, origin in
+** the north-west corner, y growing southward; the map view passes its own
+** side (the pixel base of the zoom) as B, everything else leaves B out.
+*/
+kelvor.geo = {
+    /* radians per degree, for every conversion in the client */
+    RAD: Math.PI / 180,
+    /* radius of the sphere whose circumference is MERC_SPHERE_BASE */
+    RADIUS: 6371000.8,
+
+    lon2x: function (lon, B) { return (lon + 180) / 360 * (B || MERC_SPHERE_BASE); },
+    x2lon: function (x, B) { return x / (B || MERC_SPHERE_BASE) * 360 - 180; },
+    lat2y: function (lat, B) {
+        var r = lat * kelvor.geo.RAD;
+        return (1 - Math.log(Math.tan(r) + 1 / Math.cos(r)) / Math.PI) / 2 * (B || MERC_SPHERE_BASE);
+    },
+    y2lat: function (y, B) {
+        var n = Math.PI - 2 * Math.PI * y / (B || MERC_SPHERE_BASE);
+        return Math.atan(0.5 * (Math.exp(n) - Math.exp(-n))) / kelvor.geo.RAD;
+    },
+
+    /* Great-circle distance in metres between two positions in degrees. The
+    ** cosine is clamped, so that two equal points give 0 rather than NaN. */
+    dist: function (lat1, lon1, lat2, lon2) {
+        var R = kelvor.geo.RAD, a = lat1 * R, b = lat2 * R;
+        var c = Math.sin(a) * Math.sin(b) + Math.cos(a) * Math.cos(b) * Math.cos((lon2 - lon1) * R);
+        return Math.acos(Math.min(1, Math.max(-1, c))) * kelvor.geo.RADIUS;
+    }
+};
+
 /* Whole seconds of a date. */
 Date.prototype.gT = function () {
     return Math.floor(this.getTime() / 1000);

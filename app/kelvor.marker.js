@@ -25,26 +25,18 @@ kelvor.marker = function (x, y, icon) {
 };
 
 (function (M) {
-    var RAD = 0.017453292519943295;
-    var B = MERC_SPHERE_BASE;
+    var G = kelvor.geo, RAD = G.RAD;
 
     M.markerList = [];
     M.markerListIcon = {};
     M.activeMarker = false;
     M.modified = false;
 
-    /* Conversions between degrees and world metres (the Mercator plane of
-    ** side MERC_SPHERE_BASE, origin north-west, y southward). */
-    M.getXpos = function (lon) { return (Number(lon) + 180) / 360 * B; };
-    M.getYpos = function (lat) {
-        var r = Number(lat) * RAD;
-        return (1 - Math.log(Math.tan(r) + 1 / Math.cos(r)) / Math.PI) / 2 * B;
-    };
-    M.getLonX = function (x) { return x / B * 360 - 180; };
-    M.getLatY = function (y) {
-        var n = Math.PI - 2 * Math.PI * y / B;
-        return Math.atan(0.5 * (Math.exp(n) - Math.exp(-n))) / RAD;
-    };
+    /* Conversions between degrees and world metres. */
+    M.getXpos = function (lon) { return G.lon2x(Number(lon)); };
+    M.getYpos = function (lat) { return G.lat2y(Number(lat)); };
+    M.getLonX = function (x) { return G.x2lon(x); };
+    M.getLatY = function (y) { return G.y2lat(y); };
 
     /* Line measure of point p against the line a to b: `ab` the length,
     ** `lr` the signed offset as a fraction of the length, `fb` the position
@@ -81,13 +73,9 @@ kelvor.marker = function (x, y, icon) {
     P.brg = function (p) { return Math.atan2(p.x - this.x, this.y - p.y) / RAD; };
     P.lon = function () { return M.getLonX(this.x); };
     P.lat = function () { return M.getLatY(this.y); };
-    /* Great circle distance in metres; the cosine is clamped so that two
-    ** equal points give 0 rather than NaN. */
+    /* Great circle distance in metres. */
     P.geoDist = function (p) {
-        var a = M.getLatY(this.y) * RAD, b = M.getLatY(p.y) * RAD;
-        var dl = (M.getLonX(p.x) - M.getLonX(this.x)) * RAD;
-        var c = Math.sin(a) * Math.sin(b) + Math.cos(a) * Math.cos(b) * Math.cos(dl);
-        return Math.acos(Math.max(-1, Math.min(1, c))) * 6371000.8;
+        return G.dist(M.getLatY(this.y), M.getLonX(this.x), M.getLatY(p.y), M.getLonX(p.x));
     };
     /* Bearing from the degree differences, with no cosine correction. */
     P.geoBrg = function (p) {

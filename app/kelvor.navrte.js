@@ -15,7 +15,7 @@
 /* A fairway from a flat lon, lat list. The empty fairway (no list) has no
 ** segments and so gives straight-line CPA only. */
 kelvor.navrte = function (name, lonlat, id) {
-    var B = MERC_SPHERE_BASE;
+    var G = kelvor.geo;
     this.id = id || 0;
     this.name = name || "";
     this.x = [];
@@ -23,9 +23,8 @@ kelvor.navrte = function (name, lonlat, id) {
     lonlat = lonlat || [];
     for (var i = 0; i + 1 < lonlat.length; i += 2) {
         var lon = Number(lonlat[i]), lat = Number(lonlat[i + 1]);
-        var phi = lat * Math.PI / 180;
-        this.x.push(Math.round((lon + 180) / 360 * B));
-        this.y.push(Math.round((1 - Math.log(Math.tan(phi) + 1 / Math.cos(phi)) / Math.PI) * 0.5 * B));
+        this.x.push(Math.round(G.lon2x(lon)));
+        this.y.push(Math.round(G.lat2y(lat)));
     }
     this.xBoat = 0;
     this.yBoat = 0;
@@ -81,7 +80,7 @@ kelvor.navrte.prototype = {
     ** index), or false when no segment qualifies.
     */
     run: function (x, y, cog) {
-        var r = cog * Math.PI / 180, vx = Math.sin(r), vy = Math.cos(r);
+        var r = cog * kelvor.geo.RAD, vx = Math.sin(r), vy = Math.cos(r);
         var along = 0;
         for (var i = 0; i + 1 < this.x.length; i++) {
             var d = kelvor.navrte.linedist(this.x[i], this.y[i], this.x[i + 1], this.y[i + 1], x, y, vx, vy, this.refLat);
@@ -125,7 +124,7 @@ kelvor.navrte.prototype = {
         var cx = (this.xBoat + x) / 2, cy = (this.yBoat + y) / 2;
         var a = (this.xBoat - cx) * f, b = (this.yBoat - cy) * f;
         var tx = (x - cx) * f, ty = (y - cy) * f;
-        var rb = this.cog * Math.PI / 180, rt = course * Math.PI / 180;
+        var rb = this.cog * kelvor.geo.RAD, rt = course * kelvor.geo.RAD;
         var va = Math.sin(rb) * this.sog, vb = -Math.cos(rb) * this.sog;
         var vx = Math.sin(rt) * speed, vy = -Math.cos(rt) * speed;
         var dom = (vx - va) * (vx - va) + (vy - vb) * (vy - vb);

@@ -585,7 +585,7 @@ kelvor.routeList = [];
     ** direction scaled to the limit over the cosine of a's latitude, turned
     ** a quarter. */
     R.xteOffset = function (e, a, limit) {
-        var reflat = Math.cos(M.getLatY(a.y) * 0.017453292519943295);
+        var reflat = Math.cos(M.getLatY(a.y) * kelvor.geo.RAD);
         var xtm = limit / reflat;
         var dx = e.x - a.x, dy = e.y - a.y, l = Math.sqrt(dx * dx + dy * dy);
         if (!(l > 0)) return { x: 0, y: 0, reflat: reflat };
@@ -617,7 +617,7 @@ kelvor.routeList = [];
         this.x += dx;
         this.y += dy;
         var ld = M.linedist(leg.a.x, leg.a.y, leg.e.x, leg.e.y, this.x, this.y);
-        var reflat = Math.cos(M.getLatY(leg.a.y) * 0.017453292519943295);
+        var reflat = Math.cos(M.getLatY(leg.a.y) * kelvor.geo.RAD);
         wp.xte = Math.round(Math.abs(ld.lr) * ld.ab * reflat);
         this.moved = true;
         R.modified = true;

@@ -203,34 +203,28 @@ kelvor.vmap.prototype = {
 
     /* ---- positions ----------------------------------------------------- */
 
-    _lon2x: function (lon, B) { return (lon + 180) / 360 * B; },
-    _lat2y: function (lat, B) {
-        var r = lat / 57.2957795130;
-        return (1 - Math.log(Math.tan(r) + 1 / Math.cos(r)) / Math.PI) / 2 * B;
-    },
-    _x2lon: function (x, B) { return x / B * 360 - 180; },
-    _y2lat: function (y, B) {
-        var n = Math.PI - 2 * Math.PI * y / B;
-        return 57.2957795130 * Math.atan(0.5 * (Math.exp(n) - Math.exp(-n)));
-    },
+    /* kelvor.chartkit still reaches these three through the map; they are
+    ** kelvor.geo's conversions on the plane of side B. */
+    _lat2y: function (lat, B) { return kelvor.geo.lat2y(lat, B); },
+    _x2lon: function (x, B) { return kelvor.geo.x2lon(x, B); },
+    _y2lat: function (y, B) { return kelvor.geo.y2lat(y, B); },
 
     _calcScale: function () {
-        var lat = this._y2lat(this.cy, this.base);
-        this.mapScale = (40000000 / this.base) * 4000 * Math.cos(lat / 57.2957795130);
+        var lat = kelvor.geo.y2lat(this.cy, this.base);
+        this.mapScale = (40000000 / this.base) * 4000 * Math.cos(lat * kelvor.geo.RAD);
         this.scm = this.base / MERC_SPHERE_BASE;
     },
 
     setPosLatLon: function (lat, lon, zoom, upd) {
         if (zoom > 0) this.base = Math.pow(2, Number(zoom) + 8);
-        this.cx = Math.round(this._lon2x(Number(lon), this.base));
-        this.cy = Math.round(this._lat2y(Number(lat), this.base));
+        this.cx = Math.round(kelvor.geo.lon2x(Number(lon), this.base));
+        this.cy = Math.round(kelvor.geo.lat2y(Number(lat), this.base));
         this._calcScale();
         if (upd) this.update(false);
     },
 
     setPosMM: function (x, y, zoom, upd) {
-        var B = MERC_SPHERE_BASE;
-        this.setPosLatLon(this._y2lat(y, B), this._x2lon(x, B), zoom, upd);
+        this.setPosLatLon(kelvor.geo.y2lat(y), kelvor.geo.x2lon(x), zoom, upd);
     },
 
     /* Fits the box (world metres) into the view, leaving room for the bars. */
@@ -270,14 +264,14 @@ kelvor.vmap.prototype = {
     },
 
     getLatLon: function (y, x) {
-        return { lat: this._y2lat(y, this.base), lon: this._x2lon(x, this.base) };
+        return { lat: kelvor.geo.y2lat(y, this.base), lon: kelvor.geo.x2lon(x, this.base) };
     },
     getMouseLatLon: function () {
         var p = this._toMap(this.lastMouseX, this.lastMouseY);
         return this.getLatLon(p.y, p.x);
     },
-    getXpos: function (lon) { return this._lon2x(lon, this.base); },
-    getYpos: function (lat) { return this._lat2y(lat, this.base); },
+    getXpos: function (lon) { return kelvor.geo.lon2x(lon, this.base); },
+    getYpos: function (lat) { return kelvor.geo.lat2y(lat, this.base); },
     getBase: function () { return this.base; },
     getScm: function () { return this.scm; },
     getScale: function () { return this.mapScale; },
@@ -291,7 +285,7 @@ kelvor.vmap.prototype = {
     },
 
     setRotation: function (r) {
-        this.rotation = r / 57.2957795130;
+        this.rotation = r * kelvor.geo.RAD;
         this.update(true);
     },
 
@@ -439,7 +433,7 @@ kelvor.vmap.prototype = {
         k.map.latY = ll.lat;
         k.map.zoom = Math.log(this.base) / Math.LN2 - 8;
         this._calcScale();
-        ctx.mercfac = Math.abs(Math.cos(k.map.lonX / 57.2957795130));
+        ctx.mercfac = Math.abs(Math.cos(k.map.lonX * kelvor.geo.RAD));
         ctx.scm = this.scm;
         ctx.sx1 = this.sx1;
         ctx.sy1 = this.sy1;
@@ -727,17 +721,9 @@ kelvor.vmap.prototype = {
         return "1:" + Math.round(mf / 100) + "00";
     },
 
-    /* Metres between two map-pixel points on the sphere. */
-    _sphereDist: function (a, b) {
-        var r = 57.2957795130;
-        var c = Math.sin(a.lat / r) * Math.sin(b.lat / r) +
-            Math.cos(a.lat / r) * Math.cos(b.lat / r) * Math.cos((b.lon - a.lon) / r);
-        return Math.acos(Math.min(1, Math.max(-1, c))) * 6371000.8;
-    },
-
     renderScale: function (ctx) {
         var a = this.getLatLon(this.cy, this.cx - 50), b = this.getLatLon(this.cy, this.cx + 50);
-        var d = this._sphereDist(a, b);
+        var d = kelvor.geo.dist(a.lat, a.lon, b.lat, b.lon);
         ctx.meterpixel = d / 100;
         if (!(d > 0)) return;
         var len = this.scaleStep(d);

@@ -337,11 +337,9 @@ kelvor.wind = {
         c.width = g.dx;
         c.height = g.dy;
         var x = c.getContext("2d"), im = x.createImageData(g.dx, g.dy);
-        var my = function (lat) { return Math.log(Math.tan(Math.PI / 4 + lat * Math.PI / 360)); };
-        var m1 = my(g.y1), m2 = my(g.y2);
+        var G = kelvor.geo, m1 = G.lat2y(g.y1), m2 = G.lat2y(g.y2);
         for (var row = 0; row < g.dy; row++) {
-            var m = m2 + (m1 - m2) * (row + 0.5) / g.dy;
-            var lat = (2 * Math.atan(Math.exp(m)) - Math.PI / 2) * 180 / Math.PI;
+            var lat = G.y2lat(m2 + (m1 - m2) * (row + 0.5) / g.dy);
             for (var col = 0; col < g.dx; col++) {
                 var lon = g.x1 + (g.x2 - g.x1) * (col + 0.5) / g.dx;
                 var w = W.getWind(lat, lon), o = 4 * (row * g.dx + col);

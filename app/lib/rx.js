@@ -33,8 +33,10 @@ RX.parseColor = function (c) {
 
 /* ---- projection ----------------------------------------------------------- */
 
+/* MERC_SPHERE_BASE and kelvor.geo come from the client's base layer; they
+** are read when used, not when this file loads. */
 RX.mercator = function () {
-    this.B = 40030178.618589391188160183529977;
+    this.B = MERC_SPHERE_BASE;
     this.ox = 0;
     this.oy = 0;
 };
@@ -42,16 +44,15 @@ RX.mercator = function () {
 RX.mercator.prototype = {
     /* World metres of a position, y growing southwards like the tiles. */
     project: function (lon, lat) {
-        var phi = Math.max(-85.0511, Math.min(85.0511, lat)) * Math.PI / 180;
+        var G = kelvor.geo;
         return [
-            (lon + 180) / 360 * this.B - this.ox,
-            (1 - Math.log(Math.tan(phi) + 1 / Math.cos(phi)) / Math.PI) * 0.5 * this.B - this.oy
+            G.lon2x(lon, this.B) - this.ox,
+            G.lat2y(Math.max(-85.0511, Math.min(85.0511, lat)), this.B) - this.oy
         ];
     },
     unproject: function (x, y) {
-        var lon = (x + this.ox) / this.B * 360 - 180;
-        var n = Math.PI - 2 * Math.PI * (y + this.oy) / this.B;
-        return [lon, Math.atan(Math.sinh(n)) * 180 / Math.PI];
+        var G = kelvor.geo;
+        return [G.x2lon(x + this.ox, this.B), G.y2lat(y + this.oy, this.B)];
     },
     /* Fixes the origin at the projection of longitude 10, latitude 51. */
     setOffset: function () {
@@ -63,7 +64,7 @@ RX.mercator.prototype = {
     },
     /* Metres on the ground at lat to world metres (Mercator stretch). */
     toMeters: function (m, lat) {
-        return m / Math.cos(lat * Math.PI / 180);
+        return m / Math.cos(lat * kelvor.geo.RAD);
     }
 };
 

@@ -130,8 +130,6 @@ test('alarm bar, notes and the armed and selected style', () => {
     };
     ctx.document.getElementById = (id) => els[id] || null;
     Object.assign(ctx.cpApp, { sizeDialog: (f) => { ctx.opened = f; }, closeDlg() {} });
-    ctx.kelvor.ais.y2lat = (y) => y / 111120;
-    ctx.kelvor.ais.x2lon = (x) => x / 111120;
     const al = alarm(ctx, 0, [[0, 0], [0, 18520]]);
     ctx.kelvor.alarmList = [al];
     A.activeAlarm = al;

@@ -99,19 +99,26 @@ test('a first load reads the versions of the two carried packs', () => {
     assert.strictEqual(l[2].version, 0, 'a pack that does not open reads as version 0');
 });
 
-test('grid conversions go both ways', () => {
+test('grid conversions go both ways, on the world plane and on a pixel base', () => {
     const ctx = client();
-    const v = Object.create(ctx.kelvor.vmap.prototype);
-    const B = ctx.MERC_SPHERE_BASE;
-    const fixed = [[0, B / 2], [-180, 0], [180, B]];
-    for (const [lon, x] of fixed) assert.ok(Math.abs(v._lon2x(lon, B) - x) < 1e-6, `lon ${lon}`);
-    assert.ok(Math.abs(v._lat2y(0, B) - B / 2) < 1e-6);
-    for (const [lat, lon] of [[54.52, 10.1], [-33.9, 151.2], [79.9, -179.9], [0.0001, 0]]) {
-        const x = v._lon2x(lon, B), y = v._lat2y(lat, B);
-        assert.ok(Math.abs(v._x2lon(x, B) - lon) < 1e-9, `lon ${lon}`);
-        assert.ok(Math.abs(v._y2lat(y, B) - lat) < 1e-9, `lat ${lat}`);
+    const G = ctx.kelvor.geo;
+    for (const B of [undefined, Math.pow(2, 20)]) {
+        const side = B || ctx.MERC_SPHERE_BASE;
+        for (const [lon, x] of [[0, side / 2], [-180, 0], [180, side]]) {
+            assert.ok(Math.abs(G.lon2x(lon, B) - x) < 1e-6, `lon ${lon}`);
+        }
+        assert.ok(Math.abs(G.lat2y(0, B) - side / 2) < 1e-6);
+        for (const [lat, lon] of [[54.52, 10.1], [-33.9, 151.2], [79.9, -179.9], [0.0001, 0]]) {
+            assert.ok(Math.abs(G.x2lon(G.lon2x(lon, B), B) - lon) < 1e-9, `lon ${lon}`);
+            assert.ok(Math.abs(G.y2lat(G.lat2y(lat, B), B) - lat) < 1e-9, `lat ${lat}`);
+        }
+        assert.ok(G.lat2y(60, B) < G.lat2y(50, B), 'y grows southward');
     }
-    assert.ok(v._lat2y(60, B) < v._lat2y(50, B), 'y grows southward');
+    // great circle: one degree of latitude, equal points, across the date line
+    const deg = 6371000.8 * Math.PI / 180;
+    assert.ok(Math.abs(G.dist(54, 10, 55, 10) - deg) < 1e-6);
+    assert.strictEqual(G.dist(54.52, 10.1, 54.52, 10.1), 0);
+    assert.ok(Math.abs(G.dist(0, 179.5, 0, -179.5) - deg) < 1e-6);
 });
 
 /* A map object with no canvas: enough for tile choice, fitting and zoom. */

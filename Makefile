@@ -75,7 +75,7 @@ test-asan: npm
 test-tsan: npm
 	cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DMAREPLOT_WINDOW=OFF -DMAREPLOT_TSAN=ON
 	cmake --build build-tsan -j$(JOBS) --target mareplotd mareplot_unit_tests mareplot_blackbox_tests \
-	  chart_server nmea_replay
+	  mareplot-chartkit nmea_replay
 	cd build-tsan && TSAN_OPTIONS="halt_on_error=0 second_deadlock_stack=1" \
 	  ../tests/support/isolate.sh ctest --output-on-failure -R '^(unit|blackbox)$$'
 

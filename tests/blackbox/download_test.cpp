@@ -1,5 +1,5 @@
 // The pack download from outside: mareplotd fetches packs from the local
-// chart server (tools/chart_server) named in chartserver.key, through
+// chart server (mareplot-chartkit serve) named in chartserver.key, through
 // drops, bad replies, cancels and restarts; and /getcrc32/.
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -62,7 +62,7 @@ std::string crcHex(const std::string &data) {
     return hex;
 }
 
-// tools/chart_server on a free port, with the given switches.
+// mareplot-chartkit serve on a free port, with the given switches.
 class ChartServer {
   public:
     ChartServer(const std::string &dir, const std::vector<std::string> &switches) {
@@ -70,8 +70,8 @@ class ChartServer {
         logFile_ = dir + "/.requests";
         unlink(portFile_.c_str());
         unlink(logFile_.c_str());
-        std::vector<std::string> args = {CHART_SERVER_PATH, "--dir",      dir, "--port-file",
-                                         portFile_,         "--log",      logFile_};
+        std::vector<std::string> args = {CHARTKIT_PATH, "serve", "--dir", dir, "--port-file",
+                                         portFile_,     "--log",   logFile_};
         args.insert(args.end(), switches.begin(), switches.end());
         pid_ = fork();
         if (pid_ == 0) {
@@ -79,7 +79,7 @@ class ChartServer {
             for (std::string &a : args) argv.push_back(&a[0]);
             argv.push_back(nullptr);
             freopen("/dev/null", "w", stdout);
-            execv(CHART_SERVER_PATH, argv.data());
+            execv(CHARTKIT_PATH, argv.data());
             _exit(127);
         }
         for (int i = 0; i < 200 && !fileExists(portFile_); i++)

@@ -335,13 +335,13 @@ function crcHex(buf) {
 async function chartServer(dir, extra) {
     const fs = require('fs'), path = require('path');
     const { spawn } = require('child_process');
-    const bin = process.env.CHART_SERVER || path.resolve(__dirname, '../../build/tests/chart_server');
+    const bin = process.env.MAREPLOT_CHARTKIT || path.resolve(__dirname, '../../build/mareplot-chartkit');
     const portFile = path.join(dir, 'port' + Date.now());
-    const proc = spawn(bin, ['--dir', dir, '--port', '0', '--port-file', portFile].concat(extra || []), { stdio: 'ignore' });
+    const proc = spawn(bin, ['serve', '--dir', dir, '--port', '0', '--port-file', portFile].concat(extra || []), { stdio: 'ignore' });
     /* the server writes the file (whole, by a rename) once it listens */
     const end = Date.now() + 20000;
     while (!fs.existsSync(portFile)) {
-        if (Date.now() > end) throw new Error('chart_server wrote no port file');
+        if (Date.now() > end) throw new Error('the chart server wrote no port file');
         await new Promise((r) => setTimeout(r, 50));
     }
     return { port: Number(fs.readFileSync(portFile, 'utf8')), stop: () => proc.kill('SIGTERM') };

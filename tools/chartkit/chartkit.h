@@ -33,4 +33,45 @@ struct CkChartInfo {
 ** failure the user can cause is reported through this, once. */
 void ck_fail(const char *file, const char *reason);
 
+/* ---- the host's Mercator grid ---- */
+/* Grid units of a position in degrees, as the host and the client compute
+** them (toMerc); and the way back, for showing a chart list's boxes. */
+void ck_grid_of(double lon, double lat, int32_t *x, int32_t *y);
+void ck_deg_of_grid(double x, double y, double *lon, double *lat);
+
+/* ---- what a pack holds, as info prints it and serve lists it ---- */
+struct CkChartEntry {
+    std::string name;            /* "na" */
+    long scale;                  /* "sc" */
+    double west, south, east, north; /* box in degrees */
+};
+
+struct CkPackInfo {
+    long id;                     /* from the file name A<id>.marepack, -1 when it has none */
+    std::string name;            /* kit name row, else the first chart's name, else the file name */
+    long version;                /* the version row, 0 when absent */
+    std::vector<long> tilesPerZoom; /* index: zoom */
+    std::vector<CkChartEntry> charts;
+    long long bytes;
+    uint32_t crc32;
+};
+
+/* Reads the pack at path: its rows through SQLite, its size and CRC-32 from
+** the bytes. Returns 0, or -1 with a short reason (no file name). */
+int ck_pack_read(const char *path, CkPackInfo *info, std::string *reason);
+
+/* The JSON object info prints for a pack, one line, no newline. */
+std::string ck_pack_json(const CkPackInfo &info);
+
+/* Appends s to out as a JSON string, quotes included. */
+void ck_json_string(std::string *out, const std::string &s);
+
+/* The pack id in a file name "A<6 digits>.marepack" (a directory part is
+** allowed), or -1 when the name has another form. */
+long ck_pack_id_of_name(const char *path);
+
+/* The subcommands; argv[0] is the subcommand's name. Return the exit code. */
+int ck_make_main(int argc, char **argv);
+int ck_serve_main(int argc, char **argv);
+
 #endif

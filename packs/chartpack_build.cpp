@@ -317,6 +317,15 @@ static std::string htmlEscape(const std::string &in) {
     return out;
 }
 
+/* The credit of the tide data: the attribution each chosen station
+** carries (its source, licence and changes), or the database's own name
+** when no station asks for one (public-domain sources). */
+static std::string tideSources(const BuildData &d) {
+    std::string out;
+    for (const std::string &n : d.notices) out += (out.empty() ? "" : " ") + htmlEscape(n);
+    return out.empty() ? "Neaps tide database (https://github.com/openwatersio/tide-database)." : out;
+}
+
 /* Writes the kvt rows: /info, /history, chartlist, tides, avtiles,
 ** avtiles2, version. Returns 0 or -1. */
 static int writeDocuments(sqlite3 *db, const BuildData &d, const TileJob &job, int64_t version) {
@@ -350,6 +359,9 @@ static int writeDocuments(sqlite3 *db, const BuildData &d, const TileJob &job, i
         "no depths, no buoys, no lights. <b>Not for navigation.</b></p>";
     appendf(&info, "<p>Tide predictions for %d to %d; %zu places in the gazetteer.</p>", d.year - 1,
             d.year + 2, d.places.size());
+    info += "<p>Sources: land and coastline &copy; OpenStreetMap contributors, ODbL 1.0; "
+            "place names GeoNames, CC BY 4.0; tides: " +
+            tideSources(d) + "</p>";
 
     std::string hist =
         "<h3>Sources</h3>"
@@ -359,7 +371,7 @@ static int writeDocuments(sqlite3 *db, const BuildData &d, const TileJob &job, i
         "<p>Place names: GeoNames (www.geonames.org), licensed under CC BY 4.0, "
         "https://creativecommons.org/licenses/by/4.0/.</p>"
         "<p>Tides: predicted from harmonic constituents of the Neaps tide database. ";
-    for (const std::string &n : d.notices) hist += htmlEscape(n) + " ";
+    hist += tideSources(d) + " ";
     hist += "Tide levels are astronomical predictions: weather, surge and river flow are not included.</p>";
     appendf(&hist, "<p>Edition %s.</p>", ed);
 

@@ -265,8 +265,12 @@ TEST_F(BuiltPack, CreditsItsSources) {
     std::string info = text("SELECT v FROM kvt WHERE k='/info' AND l='**'");
     std::string history = text("SELECT v FROM kvt WHERE k='/history' AND l='**'");
     EXPECT_FALSE(info.empty());
-    for (const char *s : {"OpenStreetMap contributors", "ODbL", "GeoNames", "CC BY 4.0", "Neaps tide database"})
+    // both texts the client shows name the land, the places and the tides'
+    // sources, with the station data's own credit
+    for (const char *s : {"OpenStreetMap contributors", "ODbL", "GeoNames", "CC BY 4.0", "Neaps tide database", "TICON"}) {
         EXPECT_NE(std::string::npos, history.find(s)) << s;
+        EXPECT_NE(std::string::npos, info.find(s)) << s;
+    }
     std::string version = text("SELECT v FROM kvt WHERE k='version'");
     EXPECT_GT(atoll(version.c_str()), 1500000000LL);
 }

@@ -58,7 +58,7 @@ kelvor.ais = {
             k.I.i_nmea_source + "/" + encodeURIComponent(k.V.i_traffic_ais_ip || "") + "/" +
             encodeURIComponent(k.V.i_traffic_ais_port || "") + "/" + uid);
         if (r !== false && parseInt(r, 10) < 0) {
-            if (cpApp) cpApp.sizeDialog(document.getElementById("np_chartkit_ineterror"));
+            if (cpApp) cpApp.sizeDialog(kelvor.aux.el("np_chartkit_ineterror"));
             k.I.i_traffic_ais_source = 0;
             kelvor.settings.saveOnly();
         }
@@ -540,7 +540,7 @@ kelvor.ais = {
     /* "No" only pauses the sound; the klaxon timer plays again within a
     ** second until an alarm is switched off. */
     sartNo: function () {
-        var au = document.getElementById("klaxon");
+        var au = kelvor.aux.el("klaxon");
         if (au) au.pause();
     },
 
@@ -734,7 +734,7 @@ kelvor.ais = {
     /* Opens (or, with refresh, rewrites) the dialog of one target. */
     showStatus: function (id, refresh) {
         var a = kelvor.ais, e = a.ais_elem[id], k = kelvor.settings.k;
-        var dlg = document.getElementById("np_ais_status_dlg");
+        var dlg = kelvor.aux.el("np_ais_status_dlg");
         if (!e || !dlg) return;
         a.openShip = id;
         var rows = a.statusRows(e), h = "<h2>Ais Information</h2>";
@@ -817,7 +817,7 @@ function watchListPress(div) {
 */
 function fillAisList(aisuserid) {
     var a = kelvor.ais, s = kelvor.settings;
-    var div = document.getElementById("r_ais_list");
+    var div = kelvor.aux.el("r_ais_list");
     var nr = a._setBoat(1);
     var cand = [];
     for (var id in a.ais_elem) {

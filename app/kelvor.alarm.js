@@ -41,13 +41,7 @@ kelvor.alarmList = [];
     var ICON_HIDDEN = "img/blank.png", ICON_SHOWN = "img/icon-50-waypoint-big.png";
     var COLORS = [["#ff0000", "Red"], ["#0000ff", "Blue"], ["#00ff00", "Green"]];
 
-    function el(id) { return document.getElementById(id); }
-    function show(id, on) {
-        var e = el(id);
-        if (!e) return;
-        if (on) kelvor.aux.removeClass(e, "none");
-        else kelvor.aux.addClass(e, "none");
-    }
+    var aux = kelvor.aux, el = aux.el, show = aux.show;
 
     /* Plane-metre measure of p against a-b: ab, lr (offset as a fraction
     ** of the length, right of a->b positive), fb (0 at a, 1 at b). */

@@ -26,7 +26,7 @@ kelvor.boat = {
 };
 
 (function (b) {
-    var M = kelvor.marker, el = M._el, setText = M._setText, show = M._show;
+    var M = kelvor.marker, aux = kelvor.aux, el = aux.el, setText = aux.setText, show = aux.show;
     var RAD = kelvor.geo.RAD;
 
     b.theBoat = new M(0, 0);

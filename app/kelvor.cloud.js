@@ -25,7 +25,7 @@ kelvor.cloud = {
     },
 
     _show: function (html) {
-        var d = document.getElementById("cp_dialog_common");
+        var d = kelvor.aux.el("cp_dialog_common");
         if (d) d.innerHTML = html;
         cpApp.sizeDialog("np_dialog_common");
     },
@@ -105,7 +105,7 @@ kelvor.cloud = {
             var text = getSync(c._query("loadFromCloud", id));
             if (text === false) throw new Error("no reply");
             var parts = String(text).split("|---|");
-            var d = document.getElementById("cp_dialog_common");
+            var d = kelvor.aux.el("cp_dialog_common");
             if (d) d.innerHTML = parts[0];
             var doc = JSON.parse(parts[1]);
 

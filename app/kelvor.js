@@ -216,9 +216,27 @@ kelvor.ajax.prototype = {
 };
 
 (function (aux) {
+    /* The element of an id, or the element itself; null when the page has
+    ** no such id. */
     function el(e) {
         return typeof e === "string" ? document.getElementById(e) : e;
     }
+    aux.el = el;
+
+    /* Sets the markup of an element; an absent element is skipped. Text from
+    ** outside goes through aux.esc first. */
+    aux.setText = function (e, html) {
+        e = el(e);
+        if (e) e.innerHTML = html;
+    };
+
+    /* Shows or hides an element through the class "none". */
+    aux.show = function (e, on) {
+        e = el(e);
+        if (!e) return;
+        if (on) aux.removeClass(e, "none");
+        else aux.addClass(e, "none");
+    };
 
     /* The style of map labels: 12 px text, centred, black with a white rim
     ** (strokeText first, then fillText). */
@@ -228,6 +246,38 @@ kelvor.ajax.prototype = {
         ctx.lineWidth = 3;
         ctx.strokeStyle = "#fff";
         ctx.fillStyle = "#000";
+    };
+
+    /* The options of a colour select: [value, label] pairs. */
+    aux.colorOptions = function (colors) {
+        var h = "";
+        for (var i = 0; i < colors.length; i++) h += "<option value=\"" + colors[i][0] + "\">" + colors[i][1] + "</option>";
+        return h;
+    };
+
+    /* Fills the select `id` with the numbered names of items, the active one
+    ** selected; with none active, the prompt `first` heads the list. */
+    aux.fillList = function (id, items, active, first) {
+        var sel = el(id);
+        if (!sel) return;
+        var h = active ? "" : "<option value=\"-1\">" + first + "</option>";
+        for (var i = 0; i < items.length; i++) {
+            h += "<option value=\"" + i + "\"" + (items[i] === active ? " selected" : "") + ">" + (i + 1) + " - " +
+                aux.esc(items[i].name) + "</option>";
+        }
+        sel.innerHTML = h;
+    };
+
+    /* Strokes the points m (world metres) as one line on the map canvas of
+    ** a render pass, which carries the pass's scale and origin. */
+    aux.polyline = function (ctx, m) {
+        ctx.beginPath();
+        for (var i = 0; i < m.length; i++) {
+            var x = m[i].x * ctx.scm - ctx.cxzero, y = m[i].y * ctx.scm - ctx.cyzero;
+            if (i) ctx.lineTo(x, y);
+            else ctx.moveTo(x, y);
+        }
+        ctx.stroke();
     };
 
     /* Markup of one button of a module's menu bar: icon, label and the
@@ -361,17 +411,5 @@ kelvor.ajax.prototype = {
             else if (done) done();
         }
         window.requestAnimationFrame(step);
-    };
-
-    /* Distance of point p from the segment a-b, all as {x, y}; also gives
-    ** the foot of the perpendicular as `f` (clamped to the segment). */
-    aux.linedist = function (a, b, p) {
-        var dx = b.x - a.x, dy = b.y - a.y;
-        var l2 = dx * dx + dy * dy;
-        var t = l2 > 0 ? ((p.x - a.x) * dx + (p.y - a.y) * dy) / l2 : 0;
-        if (t < 0) t = 0;
-        if (t > 1) t = 1;
-        var fx = a.x + t * dx, fy = a.y + t * dy;
-        return { d: Math.sqrt((p.x - fx) * (p.x - fx) + (p.y - fy) * (p.y - fy)), t: t, f: { x: fx, y: fy } };
     };
 })(kelvor.aux);

@@ -39,7 +39,7 @@ kelvor.marepack = function () {
     /* 4. */
     this.setAuth();
     /* 5. */
-    this.map = new kelvor.vmap(document.getElementById("cp_map"), null, null, 0);
+    this.map = new kelvor.vmap(kelvor.aux.el("cp_map"), null, null, 0);
     this.map.setTurlType(3);
     /* 6. */
     kelvor.chartkit.loadChartKit(k.chartkit, false);
@@ -65,7 +65,7 @@ kelvor.marepack = function () {
 
     /* 10. */
     if (!k.userid || !k.usertoken) {
-        this.sizeDialog(document.getElementById("np_logreg"));
+        this.sizeDialog(kelvor.aux.el("np_logreg"));
         return;
     }
     kelvor.boat.start();
@@ -79,19 +79,19 @@ kelvor.marepack = function () {
     if (aux.isIos()) {
         var divs = document.querySelectorAll("div[onclick]");
         for (var d = 0; d < divs.length; d++) divs[d].addEventListener("touchstart", function () {}, { passive: true });
-        var ns = document.getElementById("i_nmea_source");
+        var ns = kelvor.aux.el("i_nmea_source");
         if (ns && ns.options.length) ns.remove(ns.options.length - 1);
     }
     if (aux.isIos() || aux.isAdroid()) {
-        this._show("btn_chartkit_iap", true);
+        kelvor.aux.show("btn_chartkit_iap", true);
     } else {
-        this._show("btn_chartkit_add", true);
-        this._show("np_feedback_1_rate_btn", false);
+        kelvor.aux.show("btn_chartkit_add", true);
+        kelvor.aux.show("np_feedback_1_rate_btn", false);
     }
 
     /* the full-screen switch is for hosts that watch "#fullscreen=" */
     if (aux.isIe()) {
-        this._show("i_screen_mode", true);
+        kelvor.aux.show("i_screen_mode", true);
         if (window.screen && screen.deviceXDPI > 150) {
             var st = document.createElement("style");
             st.textContent = "@-ms-viewport { width: 50%; }";
@@ -123,19 +123,19 @@ kelvor.marepack = function () {
     this.startFeedback();
 
     /* 14. */
-    this._show("t_debug_mode", k.userid >= 5 && k.userid <= 20);
+    kelvor.aux.show("t_debug_mode", k.userid >= 5 && k.userid <= 20);
     /* 15. */
     var cs = aux.getClientSize();
     if (Math.min(cs.w, cs.h) < 600) {
-        this._show("cp_map_zup", false);
-        this._show("cp_map_zdown", false);
+        kelvor.aux.show("cp_map_zup", false);
+        kelvor.aux.show("cp_map_zdown", false);
     }
     /* 16. */
     this.makeCheckBox();
     /* 17. */
     if (host.androidVersion < 22 || (aux.isIos() && Number(host.iosversion) < 11)) {
         k.C.i_opengl_mode = false;
-        this._show("td_opengl_mode", false);
+        kelvor.aux.show("td_opengl_mode", false);
     }
     /* 18. */
     document.addEventListener("contextmenu", function (e) {
@@ -147,15 +147,6 @@ kelvor.marepack = function () {
 };
 
 kelvor.marepack.prototype = {
-
-    _el: function (id) { return document.getElementById(id); },
-
-    _show: function (id, on) {
-        var e = this._el(id);
-        if (!e) return;
-        if (on) kelvor.aux.removeClass(e, "none");
-        else kelvor.aux.addClass(e, "none");
-    },
 
     /* The anonymous account: a local user id and token, so that all of the
     ** client works before any log-in. The id is negative, which no server
@@ -175,13 +166,13 @@ kelvor.marepack.prototype = {
     resize: function () {
         var cs = kelvor.aux.getClientSize();
         if (cs.w === this._lastSize.w && cs.h === this._lastSize.h) return;
-        var body = this._el("cp_body");
+        var body = kelvor.aux.el("cp_body");
         if (this.activeDialog) {
             body.style.width = cs.w + "px";
             body.style.height = cs.h + "px";
             this._layoutDialog(this.activeDialog, this.activeDialogMinWidth);
         } else {
-            var map = this._el("cp_map");
+            var map = kelvor.aux.el("cp_map");
             map.style.width = cs.w + "px";
             map.style.height = cs.h + "px";
             body.style.width = cs.w + "px";
@@ -204,7 +195,7 @@ kelvor.marepack.prototype = {
     showDashBoard: function (id) {
         var aux = kelvor.aux;
         for (var i = 0; i < this.DASHBOARDS.length; i++) {
-            var e = this._el(this.DASHBOARDS[i]);
+            var e = kelvor.aux.el(this.DASHBOARDS[i]);
             if (!e) continue;
             if (this.DASHBOARDS[i] === id) aux.addClass(e, "show_top");
             else aux.removeClass(e, "show_top");
@@ -217,20 +208,20 @@ kelvor.marepack.prototype = {
             this.map.scaleposX = -10;
             this.map.scaleposY = id === "*" ? 0 : 60;
         }
-        this._el("cp_map_zup").style.top = "220px";
-        this._el("cp_map_zdown").style.top = "270px";
+        kelvor.aux.el("cp_map_zup").style.top = "220px";
+        kelvor.aux.el("cp_map_zdown").style.top = "270px";
     },
 
     showMenuBar: function (id) {
         var aux = kelvor.aux;
         for (var i = 0; i < this.MENUBARS.length; i++) {
-            var e = this._el(this.MENUBARS[i]);
+            var e = kelvor.aux.el(this.MENUBARS[i]);
             if (!e) continue;
             if (this.MENUBARS[i] === id) aux.addClass(e, "show_bottom");
             else aux.removeClass(e, "show_bottom");
         }
         this.activeMenuBar = id;
-        this._show("cp_tool", id !== "cp_menu_main");
+        kelvor.aux.show("cp_tool", id !== "cp_menu_main");
         if (id !== "cp_boat_menu" && kelvor.boat && kelvor.boat.autoUpdate) kelvor.boat.cruiseMode(0);
         this.stopRetract();
     },
@@ -305,20 +296,20 @@ kelvor.marepack.prototype = {
     },
 
     startAxImage: function (on) {
-        this._show("ajaxloader", on);
+        kelvor.aux.show("ajaxloader", on);
     },
 
     yesno: function (text, yes, no) {
         this.myYesAction = yes || "";
         this.myNoAction = no || "";
-        this._el("np_chartkit_yesno_text").innerHTML = text;
-        this.sizeDialog(this._el("np_chartkit_yesno"));
+        kelvor.aux.el("np_chartkit_yesno_text").innerHTML = text;
+        this.sizeDialog(kelvor.aux.el("np_chartkit_yesno"));
     },
 
     confirm: function (text, yes) {
         this.myYesAction = yes || "";
-        this._el("np_chartkit_confirm_text").innerHTML = text;
-        this.sizeDialog(this._el("np_chartkit_confirm"));
+        kelvor.aux.el("np_chartkit_confirm_text").innerHTML = text;
+        this.sizeDialog(kelvor.aux.el("np_chartkit_confirm"));
     },
 
     /* Runs the stored action of the yes/no or confirm dialog. */
@@ -361,11 +352,11 @@ kelvor.marepack.prototype = {
         }
         frame.style.height = "inherit";
         frame.style.width = "inherit";
-        this._el("cp_body").style.overflow = "hidden";
+        kelvor.aux.el("cp_body").style.overflow = "hidden";
     },
 
     sizeDialog: function (frame, minWidth) {
-        if (typeof frame === "string") frame = this._el(frame);
+        if (typeof frame === "string") frame = kelvor.aux.el(frame);
         window.scrollTo(0, 0);
         this.helpBubbleOff();
         if (this.activeDialog) this.closeDlg();
@@ -379,7 +370,7 @@ kelvor.marepack.prototype = {
 
     closeDlg: function () {
         var self = this;
-        this._show("main_content_box", true);
+        kelvor.aux.show("main_content_box", true);
         if (this.activeDialog) kelvor.aux.addClass(this.activeDialog, "none");
         this.activeDialog = false;
         this._lastSize = { w: -1, h: -1 };
@@ -401,7 +392,7 @@ kelvor.marepack.prototype = {
     },
 
     _bubble: function (cls, html, right) {
-        var self = this, b = this._el("help_bubble");
+        var self = this, b = kelvor.aux.el("help_bubble");
         b.className = cls;
         b.style.right = (right || 0) + "px";
         b.children[0].innerHTML = html;
@@ -424,31 +415,31 @@ kelvor.marepack.prototype = {
             .split("{*DOWNLOAD*}").join(k.appupdate ? kelvor.aux.esc(k.appupdate.link) : "")
             .split("{*USERNAME*}").join(k.email ? kelvor.aux.esc(k.email) : "Guest");
         this._bubble("help_bubble_bottom", t, this.map && this.map.getWidth() > 550 ? 200 : 0);
-        this._show("info_txt_update", !!k.appupdate);
+        kelvor.aux.show("info_txt_update", !!k.appupdate);
     },
 
     mapBubbleShow: function () {
         var t = getSync("/getMapData//history");
-        this._el("cp_dialog_common").innerHTML = "<h2>" + "About Map" + "</h2>" + (t === false ? "No Data available" : t);
-        this.sizeDialog(this._el("np_dialog_common"));
+        kelvor.aux.el("cp_dialog_common").innerHTML = "<h2>" + "About Map" + "</h2>" + (t === false ? "No Data available" : t);
+        this.sizeDialog(kelvor.aux.el("np_dialog_common"));
     },
 
     helpBubbleOff: function () {
-        var b = this._el("help_bubble");
+        var b = kelvor.aux.el("help_bubble");
         if (b) b.className = "none";
     },
 
     infopos: function () {
         var self = this;
         /* in Settings the switch counts before Done has read it back */
-        var box = this._el("i_traffic_mrapp_report");
+        var box = kelvor.aux.el("i_traffic_mrapp_report");
         if (!(box ? box.checked : kelvor.settings.k.C.i_traffic_mrapp_report)) return;
         var back = this.activeDialog;
         var t = getSync(kelvor.settings.host.alang + "/info-pos.txt");
-        this._el("cp_dialog_common").innerHTML = (t === false ? "" : t) +
+        kelvor.aux.el("cp_dialog_common").innerHTML = (t === false ? "" : t) +
             "<div class=\"btn_row\"><button type=\"button\" id=\"btn_infopos_done\">Done</button></div>";
-        this.sizeDialog(this._el("np_dialog_common"));
-        this._el("btn_infopos_done").onclick = function () {
+        this.sizeDialog(kelvor.aux.el("np_dialog_common"));
+        kelvor.aux.el("btn_infopos_done").onclick = function () {
             if (back) self.sizeDialog(back);
             else self.closeDlg();
         };
@@ -458,15 +449,15 @@ kelvor.marepack.prototype = {
         var s = kelvor.settings;
         if (step === 1) {
             var t = getSync(s.host.alang + "/intro-wiz.txt");
-            this._el("np_wizzard_1_text").innerHTML = t === false ? "" : t;
-            this.sizeDialog(this._el("np_wizzard_1"));
+            kelvor.aux.el("np_wizzard_1_text").innerHTML = t === false ? "" : t;
+            this.sizeDialog(kelvor.aux.el("np_wizzard_1"));
         } else if (step === 2) {
             var p = getSync(s.host.alang + "/info-pos.txt");
-            this._el("np_wizzard_2_text").innerHTML = p === false ? "" : p;
-            this._el("i_wizzard_boat_name").value = s.k.V.i_settings_boat_name || "";
+            kelvor.aux.el("np_wizzard_2_text").innerHTML = p === false ? "" : p;
+            kelvor.aux.el("i_wizzard_boat_name").value = s.k.V.i_settings_boat_name || "";
             /* the speed in the chosen unit, as a number without the unit */
-            this._el("i_wizzard_boat_speed").value = String(s.fmtSpeed(Number(s.k.V.i_settings_boat_speed) || 0)).split(" ")[0];
-            this.sizeDialog(this._el("np_wizzard_2"));
+            kelvor.aux.el("i_wizzard_boat_speed").value = String(s.fmtSpeed(Number(s.k.V.i_settings_boat_speed) || 0)).split(" ")[0];
+            this.sizeDialog(kelvor.aux.el("np_wizzard_2"));
         } else if (step === 0) {
             this.wizardApply();
             s.k.wizzard = COREVERSION;
@@ -480,7 +471,7 @@ kelvor.marepack.prototype = {
     ** name or a speed that is not a positive number keeps the old value.
     ** The Settings inputs are filled again, since done() reads them back. */
     wizardApply: function () {
-        var s = kelvor.settings, name = this._el("i_wizzard_boat_name"), spd = this._el("i_wizzard_boat_speed");
+        var s = kelvor.settings, name = kelvor.aux.el("i_wizzard_boat_name"), spd = kelvor.aux.el("i_wizzard_boat_speed");
         var n = name ? name.value.replace(/^\s+|\s+$/g, "") : "";
         if (n !== "") s.k.V.i_settings_boat_name = n;
         var v = spd ? s.getSpeed(spd.value) : NaN;
@@ -508,35 +499,35 @@ kelvor.marepack.prototype = {
     feedback: function (step) {
         var k = kelvor.settings.k;
         if (step === 0) {
-            this.sizeDialog(this._el("np_feedback_1"));
+            this.sizeDialog(kelvor.aux.el("np_feedback_1"));
             return;
         }
         k.voted = k.vote;
         kelvor.settings.saveOnly();
         if (step === 3) {
             getAsync("/rateApp", function () {});
-            this.sizeDialog(this._el("np_feedback_5"));
+            this.sizeDialog(kelvor.aux.el("np_feedback_5"));
         } else if (step === 5) {
-            this.sizeDialog(this._el("np_feedback_5"));
+            this.sizeDialog(kelvor.aux.el("np_feedback_5"));
         } else {
-            this.sizeDialog(this._el("np_feedback_7"));
+            this.sizeDialog(kelvor.aux.el("np_feedback_7"));
         }
     },
 
     screenMode: function () {
         this._screenMode++;
-        var img = this._el("i_screen_mode");
+        var img = kelvor.aux.el("i_screen_mode");
         if (img) img.src = this._screenMode % 2 ? "img/icon-50-screen-window.png" : "img/icon-50-screen-full.png";
         window.location.href = "#fullscreen=" + this._screenMode;
     },
 
     screenMore: function (m) {
-        var col = this._el("right_menu_main"), w = m === 1 ? 300 : 50;
+        var col = kelvor.aux.el("right_menu_main"), w = m === 1 ? 300 : 50;
         col.style.width = w + "px";
         if (m === 1) kelvor.aux.addClass(col, "wide");
         else kelvor.aux.removeClass(col, "wide");
-        this._show("i_screen_less", m === 1);
-        this._show("i_screen_more", m !== 1);
+        kelvor.aux.show("i_screen_less", m === 1);
+        kelvor.aux.show("i_screen_more", m !== 1);
         if (this.map) {
             this.map.rightInset = w;
             this.map.update(true);
@@ -561,7 +552,7 @@ kelvor.marepack.prototype = {
         if (n > 0) {
             var ids = ["btn_chartkit_update", "fs_chart_kit_menu"];
             for (var i = 0; i < ids.length; i++) {
-                var e = this._el(ids[i]);
+                var e = kelvor.aux.el(ids[i]);
                 if (!e) continue;
                 var d = document.createElement("span");
                 d.className = "rednotify";
@@ -572,7 +563,7 @@ kelvor.marepack.prototype = {
     },
 
     showRedInfoDot: function () {
-        var e = this._el("fs_about_btn");
+        var e = kelvor.aux.el("fs_about_btn");
         if (!e || !kelvor.settings.k.appupdate) return;
         var d = document.createElement("span");
         d.className = "rednotify";
@@ -609,9 +600,9 @@ kelvor.marepack.prototype = {
 
     /* The account dialogs belong to the account system; these only open
     ** and close them. */
-    showLogin: function () { this.sizeDialog(this._el("np_login")); },
-    showRegister: function () { this.sizeDialog(this._el("np_register")); },
-    showPassword: function () { this.sizeDialog(this._el("np_password")); },
+    showLogin: function () { this.sizeDialog(kelvor.aux.el("np_login")); },
+    showRegister: function () { this.sizeDialog(kelvor.aux.el("np_register")); },
+    showPassword: function () { this.sizeDialog(kelvor.aux.el("np_password")); },
     logout: function () {
         var k = kelvor.settings.k;
         k.userid = false;
@@ -621,7 +612,7 @@ kelvor.marepack.prototype = {
         window.location.reload();
     },
 
-    ineterror: function () { this.sizeDialog(this._el("np_chartkit_ineterror")); },
+    ineterror: function () { this.sizeDialog(kelvor.aux.el("np_chartkit_ineterror")); },
 
     zoomIn: function () { this.map.scaleZoom2(1.25); },
     zoomOut: function () { this.map.scaleZoom2(0.75); },

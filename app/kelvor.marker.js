@@ -26,6 +26,7 @@ kelvor.marker = function (x, y, icon) {
 
 (function (M) {
     var G = kelvor.geo, RAD = G.RAD;
+    var aux = kelvor.aux, el = aux.el, setText = aux.setText, show = aux.show;
 
     M.markerList = [];
     M.markerListIcon = {};
@@ -111,18 +112,6 @@ kelvor.marker = function (x, y, icon) {
         if (this.note) o.note = this.note;
         return o;
     };
-
-    function el(id) { return typeof document !== "undefined" ? document.getElementById(id) : null; }
-    function setText(id, t) { var e = el(id); if (e) e.innerHTML = t; }
-    function show(id, on) {
-        var e = el(id);
-        if (!e) return;
-        if (on) kelvor.aux.removeClass(e, "none");
-        else kelvor.aux.addClass(e, "none");
-    }
-    M._el = el;
-    M._setText = setText;
-    M._show = show;
 
     M.fmtPos = function (p) {
         var s = kelvor.settings;

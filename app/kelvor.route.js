@@ -29,7 +29,7 @@ kelvor.route = function (name) {
 kelvor.routeList = [];
 
 (function (R) {
-    var M = kelvor.marker, el = M._el, setText = M._setText, show = M._show;
+    var M = kelvor.marker, aux = kelvor.aux, el = aux.el, setText = aux.setText, show = aux.show;
 
     R.activeRoute = false;
     R.modified = false;
@@ -354,7 +354,7 @@ kelvor.routeList = [];
             b("btn_route_share", "icon-50-cloud.png", "Share", "kelvor.route.share()", 1) +
             b("btn_route_waypoint_del", "icon-50-tool.png", "Delete", "kelvor.route.delWaypoint()", 1) +
             b("btn_route_del", "icon-50-tool.png", "Delete", "kelvor.route.del()", 1);
-        var opts = R._colorOptions(R.COLORS);
+        var opts = aux.colorOptions(R.COLORS);
         var d = el("cp_route_dash");
         if (d) {
             d.innerHTML = "<select id=\"i_route_list\" onchange=\"kelvor.route.showRoute(this.value)\"></select>" +
@@ -372,25 +372,6 @@ kelvor.routeList = [];
         }
     };
 
-    /* The options of a colour select: [value, label] pairs. */
-    R._colorOptions = function (colors) {
-        var h = "";
-        for (var i = 0; i < colors.length; i++) h += "<option value=\"" + colors[i][0] + "\">" + colors[i][1] + "</option>";
-        return h;
-    };
-
-    function list(id, items, active, first) {
-        var sel = el(id);
-        if (!sel) return;
-        var h = active ? "" : "<option value=\"-1\">" + first + "</option>";
-        for (var i = 0; i < items.length; i++) {
-            h += "<option value=\"" + i + "\"" + (items[i] === active ? " selected" : "") + ">" + (i + 1) + " - " +
-                kelvor.aux.esc(items[i].name) + "</option>";
-        }
-        sel.innerHTML = h;
-    }
-    R._list = list;
-
     R.menu = function () {
         R._ui();
         var r = R.activeRoute, wp = M.activeMarker && r && M.activeMarker.route === r ? M.activeMarker : false;
@@ -407,8 +388,8 @@ kelvor.routeList = [];
         show("btn_route_share", !!r);
         show("btn_route_visible", r && r.visible);
         show("btn_route_invisible", r && !r.visible);
-        list("i_route_list", kelvor.routeList, r, "Select Route");
-        list("i_waypoint_list", r ? r.m : [], wp, "Select Waypoint");
+        aux.fillList("i_route_list", kelvor.routeList, r, "Select Route");
+        aux.fillList("i_waypoint_list", r ? r.m : [], wp, "Select Waypoint");
         R.showActiveRoute();
         if (wp) R.showActiveLeg();
         cpApp.update();
@@ -556,16 +537,7 @@ kelvor.routeList = [];
 
     function sx(ctx, p) { return p.x * ctx.scm - ctx.cxzero; }
     function sy(ctx, p) { return p.y * ctx.scm - ctx.cyzero; }
-
-    function polyline(ctx, m) {
-        ctx.beginPath();
-        for (var i = 0; i < m.length; i++) {
-            if (i) ctx.lineTo(sx(ctx, m[i]), sy(ctx, m[i]));
-            else ctx.moveTo(sx(ctx, m[i]), sy(ctx, m[i]));
-        }
-        ctx.stroke();
-    }
-    R._polyline = polyline;
+    var polyline = aux.polyline;
 
     /* A filled arrow in the middle of the leg a to e, pointing to e. */
     R.arrow = function (ctx, e, a) {

@@ -20,7 +20,7 @@ kelvor.ruler = function (name) {
 kelvor.rulerList = [];
 
 (function (U) {
-    var M = kelvor.marker, R = kelvor.route, el = M._el, setText = M._setText, show = M._show;
+    var M = kelvor.marker, R = kelvor.route, aux = kelvor.aux, el = aux.el, setText = aux.setText, show = aux.show;
 
     U.activeRuler = false;
     U.modified = false;
@@ -161,7 +161,7 @@ kelvor.rulerList = [];
             b("btn_ruler_waypoint_note", "icon-50-log.png", "Note", "kelvor.ruler.noteWaypoint()", 1) +
             b("btn_ruler_share", "icon-50-cloud.png", "Share", "kelvor.ruler.share()", 1) +
             b("btn_ruler_del", "icon-50-tool.png", "Delete", "kelvor.ruler.del()", 1);
-        var opts = R._colorOptions(U.COLORS);
+        var opts = aux.colorOptions(U.COLORS);
         var d = el("cp_ruler_dash");
         if (d) {
             d.innerHTML = "<select id=\"i_ruler_list\" onchange=\"kelvor.ruler.showRuler(this.value)\"></select>" +
@@ -184,8 +184,8 @@ kelvor.rulerList = [];
         show("btn_ruler_waypoint_note", !!wp);
         show("btn_ruler_share", !!r);
         show("btn_ruler_del", r && !r.locked);
-        R._list("i_ruler_list", kelvor.rulerList, r, "Select Ruler");
-        R._list("i_ruler_point_list", r ? r.m : [], wp, "Select Point");
+        aux.fillList("i_ruler_list", kelvor.rulerList, r, "Select Ruler");
+        aux.fillList("i_ruler_point_list", r ? r.m : [], wp, "Select Point");
         if (r && r.m.length === 2) {
             var n = el("i_ruler_name");
             if (n) n.value = r.name;
@@ -263,14 +263,14 @@ kelvor.rulerList = [];
             ctx.lineWidth = 2;
             ctx.strokeStyle = r.color;
             ctx.fillStyle = r.color;
-            R._polyline(ctx, r.m);
+            aux.polyline(ctx, r.m);
             if (r !== act) continue;
             ctx.lineWidth = r.locked ? 15 : 30;
             ctx.strokeStyle = "rgba(0,128,255,0.3)";
-            R._polyline(ctx, r.m);
+            aux.polyline(ctx, r.m);
             ctx.lineWidth = 1;
             ctx.strokeStyle = r.color;
-            R._polyline(ctx, r.m);
+            aux.polyline(ctx, r.m);
             R.arrow(ctx, r.m[1], r.m[0]);
             var sel = M.activeMarker && M.activeMarker.ruler === r ? M.activeMarker : null;
             if (sel) {

@@ -245,11 +245,11 @@ kelvor.tides = {
     showTide: function () {
         var T = kelvor.tides;
         T.tidetime = new Date().gT();
-        T.showTideDiv(document.getElementById("tide_canvas"), T.tidetime, this.a);
+        T.showTideDiv(kelvor.aux.el("tide_canvas"), T.tidetime, this.a);
     },
 
     showTideDiv: function (canvas, time, st) {
-        var T = kelvor.tides, div = document.getElementById("np_tide_div");
+        var T = kelvor.tides, div = kelvor.aux.el("np_tide_div");
         if (!canvas || !div) return;
         kelvor.aux.removeClass(div, "none");
         canvas.width = Math.max(300, div.clientWidth || 600);
@@ -258,12 +258,12 @@ kelvor.tides = {
             T.drawTide(canvas, time, st);
         } catch (e) {
             T.hideTide();
-            if (e === "NoTideData") cpApp.sizeDialog(document.getElementById("np_tide_nodata"));
+            if (e === "NoTideData") cpApp.sizeDialog(kelvor.aux.el("np_tide_nodata"));
             else console.log("tides: " + (e && e.stack ? e.stack : e));
             return;
         }
-        document.getElementById("tide_info_txt").textContent = st.name || "";
-        document.getElementById("tide_info_bottom").textContent = "Tide data: " + (kelvor.tideSrc[st.src] || st.src || "");
+        kelvor.aux.el("tide_info_txt").textContent = st.name || "";
+        kelvor.aux.el("tide_info_bottom").textContent = "Tide data: " + (kelvor.tideSrc[st.src] || st.src || "");
         if (!T.hammer) T._gestures(canvas);
     },
 
@@ -274,7 +274,7 @@ kelvor.tides = {
     },
 
     hideTide: function () {
-        var div = document.getElementById("np_tide_div");
+        var div = kelvor.aux.el("np_tide_div");
         if (div) kelvor.aux.addClass(div, "none");
     },
 
@@ -318,7 +318,7 @@ kelvor.tides = {
         if (!T._icons[key]) {
             var img = T._icons[key] = new Image();
             img.onload = function () {
-                var div = document.getElementById("np_tide_div"), c = document.getElementById("tide_canvas");
+                var div = kelvor.aux.el("np_tide_div"), c = kelvor.aux.el("tide_canvas");
                 if (!div || !c || kelvor.aux.hasClass(div, "none") || !T.td) return;
                 try { T.drawTide(c, T.tidetime); } catch (e) { /* the rows are loaded; nothing to report */ }
             };

@@ -24,7 +24,7 @@ kelvor.track = {
 };
 
 (function (T) {
-    var M = kelvor.marker, el = M._el, setText = M._setText, show = M._show;
+    var M = kelvor.marker, aux = kelvor.aux, el = aux.el, setText = aux.setText, show = aux.show;
 
     function now() {
         return kelvor.boat && kelvor.boat.loctime ? kelvor.boat.loctime : new Date().gT();

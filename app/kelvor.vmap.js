@@ -14,7 +14,7 @@
 */
 
 kelvor.vmap = function (canvas, a, b, c) {
-    this.canvas = typeof canvas === "string" ? document.getElementById(canvas) : canvas;
+    this.canvas = kelvor.aux.el(canvas);
     this.MAXZOOM = 20;
     this.base = Math.pow(2, 25);
     this.cx = 0;
@@ -70,7 +70,7 @@ kelvor.vmap = function (canvas, a, b, c) {
     this.ctx = this.canvas.getContext("2d");
     this.buffer = document.createElement("canvas");
     this.bctx = this.buffer.getContext("2d");
-    this.canvas3d = document.getElementById("cp_map3d");
+    this.canvas3d = kelvor.aux.el("cp_map3d");
     this.ctx3d = null;
 
     var k = kelvor.settings.k;

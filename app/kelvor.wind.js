@@ -149,7 +149,7 @@ kelvor.wind = {
     windFinderOff: function () {
         kelvor.wind.play(0);
         if (cpApp && cpApp.map) cpApp.map.wftoken = false;
-        var d = document.getElementById("cp_windfinder_dash");
+        var d = kelvor.aux.el("cp_windfinder_dash");
         if (d) kelvor.aux.addClass(d, "none");
     },
 
@@ -164,26 +164,26 @@ kelvor.wind = {
         }
         var ids = ["i_chart_wind_source", "i_chart_stream_source"];
         for (var i = 0; i < ids.length; i++) {
-            var sel = document.getElementById(ids[i]);
+            var sel = kelvor.aux.el(ids[i]);
             if (sel) {
                 sel.innerHTML = opts;
                 sel.value = S[ids[i]] || "auto";
             }
         }
         var id = type === 2 ? "np_windFinderMenu2" : "np_windFinderMenu1";
-        var box = document.getElementById(id).children[0];
+        var box = kelvor.aux.el(id).children[0];
         box.innerHTML = "<h2>" + (type === 2 ? "Current" : "Wind") + "</h2><select id=\"i_wf_source\">" + opts +
             "</select><div class=\"btn_row\"><button type=\"button\" id=\"btn_wf_done\" " +
             "onclick=\"kelvor.wind.menuDone(" + (type === 2 ? 2 : 1) + ")\">Done</button></div>";
-        document.getElementById("i_wf_source").value = S[ids[type === 2 ? 1 : 0]] || "auto";
+        kelvor.aux.el("i_wf_source").value = S[ids[type === 2 ? 1 : 0]] || "auto";
         cpApp.sizeDialog(id);
     },
 
     menuDone: function (type) {
-        var v = document.getElementById("i_wf_source").value;
+        var v = kelvor.aux.el("i_wf_source").value;
         var id = type === 2 ? "i_chart_stream_source" : "i_chart_wind_source";
         kelvor.settings.k.S[id] = v;
-        var sel = document.getElementById(id);
+        var sel = kelvor.aux.el(id);
         if (sel) sel.value = v;
         kelvor.settings.done();
         kelvor.wind.windFinderOn(type);
@@ -218,7 +218,7 @@ kelvor.wind = {
     setData: function (src, isajax) {
         var W = kelvor.wind, C = kelvor.settings.k.C, e = W.list.data[src];
         W.src = src;
-        document.getElementById("np_wind_load_data").children[0].textContent = "Loading";
+        kelvor.aux.el("np_wind_load_data").children[0].textContent = "Loading";
         cpApp.sizeDialog("np_wind_load_data");
         var s = addslashes(e.src);
         postSync("/UexecSql", "DELETE FROM forcastgrids WHERE vt_created < " + Number(e.created) + " AND src='" + s + "'");
@@ -242,11 +242,11 @@ kelvor.wind = {
     },
 
     _progressBox: function (text) {
-        var box = document.getElementById("wind_load_server_progress");
+        var box = kelvor.aux.el("wind_load_server_progress");
         if (!box) {
-            var d = document.getElementById("np_wind_load_server").children[0];
+            var d = kelvor.aux.el("np_wind_load_server").children[0];
             d.innerHTML = "<div>Loading</div><div id=\"wind_load_server_progress\"></div>";
-            box = document.getElementById("wind_load_server_progress");
+            box = kelvor.aux.el("wind_load_server_progress");
         }
         box.textContent = text;
     },
@@ -310,7 +310,7 @@ kelvor.wind = {
             if (!rows || !rows.length) throw new Error("no forecast at or after " + t);
             var g = JSON.parse(rows[0][0]), vt = Number(rows[0][2]);
             W._vt = vt;
-            var sel = document.getElementById("np_html_wind_time");
+            var sel = kelvor.aux.el("np_html_wind_time");
             if (sel) sel.value = String(vt);
             var img = new Image();
             img.onload = function () {
@@ -481,7 +481,7 @@ kelvor.wind = {
                 "<img class=\"img50\" src=\"img/ic50-earth.png\" alt=\"\" onclick=\"kelvor.wind.windFinderMenu(kelvor.wind.mode)\">" +
                 "<span class=\"np_close_inline\" onclick=\"kelvor.wind.windFinderOff()\">&times;</span></div>";
         }
-        var dash = document.getElementById("cp_windfinder_dash");
+        var dash = kelvor.aux.el("cp_windfinder_dash");
         if (dash) {
             dash.innerHTML = h;
             kelvor.aux.removeClass(dash, "none");
@@ -490,7 +490,7 @@ kelvor.wind = {
 
     /* Moves the time selector by s entries, clamped, and loads that step. */
     windFinderStep: function (s) {
-        var W = kelvor.wind, sel = document.getElementById("np_html_wind_time");
+        var W = kelvor.wind, sel = kelvor.aux.el("np_html_wind_time");
         if (!sel || !sel.options.length) return;
         var i = Math.max(0, Math.min(sel.options.length - 1, sel.selectedIndex + Number(s || 0)));
         sel.selectedIndex = i;
@@ -503,7 +503,7 @@ kelvor.wind = {
         W._timer = null;
         if (!m) return;
         W._timer = window.setInterval(function () {
-            var sel = document.getElementById("np_html_wind_time");
+            var sel = kelvor.aux.el("np_html_wind_time");
             if (!sel || !sel.options.length) return;
             sel.selectedIndex = (sel.selectedIndex + 1) % sel.options.length;
             W.setFC(sel.options[sel.selectedIndex].value);

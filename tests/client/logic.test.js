@@ -260,7 +260,7 @@ function packHost(opts) {
 function withMap(ctx) {
     const v = bareMap(ctx, Math.pow(2, 16));
     v.clearImageList = function () { this.cleared = true; };
-    ctx.cpApp = { map: v, update() {}, showMenuBar(id) { this.menu = id; } };
+    ctx.cpApp = { map: v, update() {}, showMenuBar(id) { this.menu = id; }, showDashBoard(id) { this.dash = id; } };
     return v;
 }
 
@@ -367,8 +367,9 @@ test('a vote asks once no dialogue is open; an answer reaches the host and is no
     const app = Object.create(ctx.kelvor.marepack.prototype);
     const opened = [];
     Object.assign(app, { map: withMap(ctx), activeDialog: { id: 'np_settings_dlg' }, feedbackTimer: null,
-        showRedMapDot() {}, showRedInfoDot() {}, _el: (id) => ({ id }),
+        showRedMapDot() {}, showRedInfoDot() {},
         sizeDialog(e) { opened.push(e.id); this.activeDialog = e; } });
+    ctx.document.getElementById = (id) => ({ id });
     ctx.cpApp = app;
     const ck = ctx.kelvor.chartkit, k = ctx.kelvor.settings.k;
 

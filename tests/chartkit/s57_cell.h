@@ -1,0 +1,163 @@
+/*
+** s57_cell.h -- writes small ENC cells through GDAL's S57 writer for the
+** chart kit tests and the benchmark. The writer takes records as they lie
+** in the file: vector primitives (isolated nodes, connected nodes, edges)
+** first, then features that point at them, so the helpers below build
+** both: an area is one closed edge on one connected node, a line one edge
+** between two nodes, a point one isolated node.
+*/
+#ifndef MAREPLOT_TEST_S57_CELL_H
+#define MAREPLOT_TEST_S57_CELL_H
+
+#include <cpl_error.h>
+#include <cpl_string.h>
+#include <gdal.h>
+#include <ogr_api.h>
+
+#include <string>
+#include <vector>
+
+/* One attribute as acronym and value; a list attribute (COLOUR) takes
+** its values separated by commas. */
+struct S57Attr {
+    const char *name;
+    std::string value;
+};
+
+struct S57CellWriter {
+    GDALDatasetH ds = NULL;
+    int nextVector = 1;  /* RCID of the next vector record */
+    int nextFeature = 1; /* RCID and FIDN of the next feature record */
+    bool ok = true;      /* false once a record could not be written */
+
+    /* Creates the file. options: S57 creation options, NAME=VALUE. The
+    ** first ids of records let an update file go on from a base cell. */
+    bool create(const std::string &path, const std::vector<std::string> &options, int firstId = 1) {
+        GDALAllRegister();
+        GDALDriverH drv = GDALGetDriverByName("S57");
+        if (drv == NULL) return false;
+        char **opts = NULL;
+        for (const std::string &o : options) opts = CSLAddString(opts, o.c_str());
+        CPLPushErrorHandler(CPLQuietErrorHandler);
+        ds = GDALCreate(drv, path.c_str(), 0, 0, 0, GDT_Unknown, opts);
+        CPLPopErrorHandler();
+        CSLDestroy(opts);
+        nextVector = nextFeature = firstId;
+        return ds != NULL;
+    }
+
+    void close() {
+        if (ds != NULL) GDALClose(ds);
+        ds = NULL;
+    }
+
+    /* An isolated node (rcnm 110) or connected node (120). A node with
+    ** depths is a sounding group: one position per depth. */
+    int node(int rcnm, const std::vector<double> &lonLat, const std::vector<double> &depths = {}) {
+        OGRLayerH l = GDALDatasetGetLayerByName(ds, rcnm == 110 ? "IsolatedNode" : "ConnectedNode");
+        OGRFeatureH f = OGR_F_Create(OGR_L_GetLayerDefn(l));
+        int id = nextVector++;
+        OGR_F_SetFieldInteger(f, OGR_F_GetFieldIndex(f, "RCNM"), rcnm);
+        OGR_F_SetFieldInteger(f, OGR_F_GetFieldIndex(f, "RCID"), id);
+        OGRGeometryH g;
+        if (depths.empty()) {
+            g = OGR_G_CreateGeometry(wkbPoint);
+            OGR_G_SetPoint_2D(g, 0, lonLat[0], lonLat[1]);
+        } else {
+            g = OGR_G_CreateGeometry(wkbMultiPoint25D);
+            for (size_t i = 0; i < depths.size(); i++) {
+                OGRGeometryH p = OGR_G_CreateGeometry(wkbPoint25D);
+                OGR_G_SetPoint(p, 0, lonLat[2 * i], lonLat[2 * i + 1], depths[i]);
+                OGR_G_AddGeometryDirectly(g, p);
+            }
+        }
+        OGR_F_SetGeometryDirectly(f, g);
+        if (OGR_L_CreateFeature(l, f) != OGRERR_NONE) ok = false;
+        OGR_F_Destroy(f);
+        return id;
+    }
+
+    /* An edge along lonLat. A closed ring (first point repeated at the
+    ** end) hangs on one connected node at its start; a line on two. */
+    int edge(const std::vector<double> &lonLat) {
+        size_t n = lonLat.size() / 2;
+        int start = node(120, {lonLat[0], lonLat[1]});
+        bool closed = lonLat[0] == lonLat[2 * n - 2] && lonLat[1] == lonLat[2 * n - 1];
+        int end = closed ? start : node(120, {lonLat[2 * n - 2], lonLat[2 * n - 1]});
+        OGRLayerH l = GDALDatasetGetLayerByName(ds, "Edge");
+        OGRFeatureH f = OGR_F_Create(OGR_L_GetLayerDefn(l));
+        int id = nextVector++;
+        const struct {
+            const char *field;
+            int value;
+        } ints[] = {{"RCNM", 130},        {"RCID", id},        {"NAME_RCNM_0", 120}, {"NAME_RCID_0", start},
+                    {"ORNT_0", 255},      {"USAG_0", 255},     {"TOPI_0", 1},        {"MASK_0", 255},
+                    {"NAME_RCNM_1", 120}, {"NAME_RCID_1", end}, {"ORNT_1", 255},      {"USAG_1", 255},
+                    {"TOPI_1", 2},        {"MASK_1", 255}};
+        for (const auto &i : ints) OGR_F_SetFieldInteger(f, OGR_F_GetFieldIndex(f, i.field), i.value);
+        /* The edge's own vertices lie between its two nodes. */
+        OGRGeometryH g = OGR_G_CreateGeometry(wkbLineString);
+        for (size_t i = 1; i + 1 < n; i++) OGR_G_AddPoint_2D(g, lonLat[2 * i], lonLat[2 * i + 1]);
+        OGR_F_SetGeometryDirectly(f, g);
+        if (OGR_L_CreateFeature(l, f) != OGRERR_NONE) ok = false;
+        OGR_F_Destroy(f);
+        return id;
+    }
+
+    /* A feature of class `layer` (code objl) on spatial records: prim 1
+    ** on an isolated node, 2 and 3 on edges. */
+    void feature(const char *layer, int objl, int prim, int rcnm, int rcid, const std::vector<S57Attr> &attrs) {
+        OGRLayerH l = GDALDatasetGetLayerByName(ds, layer);
+        OGRFeatureH f = OGR_F_Create(OGR_L_GetLayerDefn(l));
+        int id = nextFeature++;
+        const struct {
+            const char *field;
+            int value;
+        } ints[] = {{"RCID", id}, {"PRIM", prim}, {"GRUP", prim == 3 ? 1 : 2}, {"OBJL", objl},
+                    {"AGEN", 540}, {"FIDN", id},    {"FIDS", 1}};
+        for (const auto &i : ints) OGR_F_SetFieldInteger(f, OGR_F_GetFieldIndex(f, i.field), i.value);
+        const struct {
+            const char *field;
+            int value;
+        } refs[] = {{"NAME_RCNM", rcnm}, {"NAME_RCID", rcid}, {"ORNT", prim == 1 ? 255 : 1},
+                    {"USAG", prim == 3 ? 1 : 255}, {"MASK", 255}};
+        for (const auto &r : refs) OGR_F_SetFieldIntegerList(f, OGR_F_GetFieldIndex(f, r.field), 1, &r.value);
+        for (const S57Attr &a : attrs) {
+            int i = OGR_F_GetFieldIndex(f, a.name);
+            if (i < 0) continue;
+            if (OGR_Fld_GetType(OGR_F_GetFieldDefnRef(f, i)) == OFTStringList) {
+                char **list = CSLTokenizeString2(a.value.c_str(), ",", 0);
+                OGR_F_SetFieldStringList(f, i, list);
+                CSLDestroy(list);
+            } else {
+                OGR_F_SetFieldString(f, i, a.value.c_str());
+            }
+        }
+        if (OGR_L_CreateFeature(l, f) != OGRERR_NONE) ok = false;
+        OGR_F_Destroy(f);
+    }
+
+    void area(const char *layer, int objl, const std::vector<double> &ring, const std::vector<S57Attr> &attrs) {
+        feature(layer, objl, 3, 130, edge(ring), attrs);
+    }
+    void line(const char *layer, int objl, const std::vector<double> &lonLat, const std::vector<S57Attr> &attrs) {
+        feature(layer, objl, 2, 130, edge(lonLat), attrs);
+    }
+    void point(const char *layer, int objl, double lon, double lat, const std::vector<S57Attr> &attrs) {
+        feature(layer, objl, 1, 110, node(110, {lon, lat}), attrs);
+    }
+    void soundings(const std::vector<double> &lonLat, const std::vector<double> &depths) {
+        feature("SOUNDG", 129, 1, 110, node(110, lonLat, depths), {});
+    }
+};
+
+/* A closed ring around a box, west-south first. */
+inline std::vector<double> s57Box(double west, double south, double east, double north) {
+    return {west, south, east, south, east, north, west, north, west, south};
+}
+
+/* Object class codes of the features the tests write. */
+enum { S57_OBJL_BOYLAT = 17, S57_OBJL_COALNE = 30, S57_OBJL_DEPARE = 42, S57_OBJL_DEPCNT = 43,
+       S57_OBJL_LNDARE = 71, S57_OBJL_LIGHTS = 75, S57_OBJL_SOUNDG = 129, S57_OBJL_M_COVR = 302 };
+
+#endif

@@ -1,0 +1,279 @@
+/*
+** s57_test.cpp -- ENC cells written by GDAL's S57 writer, read and drawn
+** by the chart kit's cell reader: the chart list entry, colours at known
+** places, the coverage and corner rule, update files, and bad inputs.
+*/
+#include <cairo.h>
+#include <gtest/gtest.h>
+#include <math.h>
+#include <stdio.h>
+#include <string.h>
+
+#include "chartkit/s57_cell.h"
+#include "packs/chartpack_render.h"
+#include "support/files.h"
+#include "tools/chartkit/chartkit_s57.h"
+#include "tools/chartkit/chartkit_s57_style.h"
+
+namespace {
+
+/* The test cell: a bay at 54.3 to 54.42 N, 10.0 to 10.2 E, deep water
+** with a shallow strip and land in the south-east corner. */
+const double kWest = 10.0, kSouth = 54.3, kEast = 10.2, kNorth = 54.42;
+const double kBuoyLon = 10.08, kBuoyLat = 54.38;     /* red lateral buoy */
+const double kNewBuoyLon = 10.04, kNewBuoyLat = 54.40; /* green one, added by the update */
+
+const std::vector<std::string> kBaseOptions = {"S57_CSCL=22000", "S57_AGEN=540", "S57_EDTN=3",
+                                               "S57_ISDT=20240501", "S57_SDAT=23"};
+
+bool writeBaseCell(const std::string &path) {
+    S57CellWriter w;
+    if (!w.create(path, kBaseOptions)) return false;
+    w.area("M_COVR", S57_OBJL_M_COVR, s57Box(kWest, kSouth, kEast, kNorth), {{"CATCOV", "1"}});
+    w.area("DEPARE", S57_OBJL_DEPARE, s57Box(kWest, kSouth, kEast, kNorth), {{"DRVAL1", "20"}, {"DRVAL2", "50"}});
+    w.area("DEPARE", S57_OBJL_DEPARE, s57Box(10.1, kSouth, kEast, 54.36), {{"DRVAL1", "2"}, {"DRVAL2", "5"}});
+    w.area("LNDARE", S57_OBJL_LNDARE, s57Box(10.15, kSouth, kEast, 54.33), {});
+    w.line("DEPCNT", S57_OBJL_DEPCNT, {10.1, kSouth, 10.1, 54.36, kEast, 54.36}, {{"VALDCO", "20"}});
+    w.line("COALNE", S57_OBJL_COALNE, {10.15, kSouth, 10.15, 54.33, kEast, 54.33}, {});
+    w.soundings({10.05, 54.35, 10.12, 54.32}, {23.4, 3.2});
+    w.point("LIGHTS", S57_OBJL_LIGHTS, 10.15, 54.33, {{"COLOUR", "3"}});
+    w.point("BOYLAT", S57_OBJL_BOYLAT, kBuoyLon, kBuoyLat, {{"COLOUR", "3"}});
+    w.close();
+    return w.ok;
+}
+
+/* The first update: one new green buoy. `edition` must match the base
+** cell's for the update to apply. */
+bool writeUpdate(const std::string &path, const char *edition) {
+    S57CellWriter w;
+    if (!w.create(path, {"S57_EXPP=2", std::string("S57_EDTN=") + edition, "S57_UPDN=1", "S57_CSCL=22000",
+                         "S57_ISDT=20240601", "S57_UADT=20240601"},
+                  100))
+        return false;
+    w.point("BOYLAT", S57_OBJL_BOYLAT, kNewBuoyLon, kNewBuoyLat, {{"COLOUR", "4"}});
+    w.close();
+    return w.ok;
+}
+
+/* A tile and a pixel in it, for a position at zoom z. */
+struct TilePixel {
+    int x, y, col, row;
+};
+
+TilePixel pixelAt(double lon, double lat, int z) {
+    double side = (double)(1 << z) * CP_TILE_SIZE;
+    double px = cp_mercX(lon) * side, py = cp_mercY(lat) * side;
+    TilePixel t;
+    t.x = (int)floor(px / CP_TILE_SIZE);
+    t.y = (int)floor(py / CP_TILE_SIZE);
+    t.col = (int)floor(px) - t.x * CP_TILE_SIZE;
+    t.row = (int)floor(py) - t.y * CP_TILE_SIZE;
+    return t;
+}
+
+struct PngReader {
+    const std::string *data;
+    size_t pos;
+};
+
+cairo_status_t readPng(void *closure, unsigned char *out, unsigned int length) {
+    PngReader *r = (PngReader *)closure;
+    if (r->pos + length > r->data->size()) return CAIRO_STATUS_READ_ERROR;
+    memcpy(out, r->data->data() + r->pos, length);
+    r->pos += length;
+    return CAIRO_STATUS_SUCCESS;
+}
+
+/* The pixel at col, row of a PNG as 0xAARRGGBB (premultiplied, as Cairo
+** holds it; opaque pixels are plain colours). 0 when it can't be read. */
+uint32_t pngPixel(const std::string &png, int col, int row) {
+    PngReader r = {&png, 0};
+    cairo_surface_t *s = cairo_image_surface_create_from_png_stream(readPng, &r);
+    uint32_t px = 0;
+    if (cairo_surface_status(s) == CAIRO_STATUS_SUCCESS) {
+        cairo_surface_t *img = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, CP_TILE_SIZE, CP_TILE_SIZE);
+        cairo_t *cr = cairo_create(img);
+        cairo_set_source_surface(cr, s, 0, 0);
+        cairo_set_operator(cr, CAIRO_OPERATOR_SOURCE);
+        cairo_paint(cr);
+        cairo_destroy(cr);
+        cairo_surface_flush(img);
+        memcpy(&px, cairo_image_surface_get_data(img) + row * cairo_image_surface_get_stride(img) + col * 4, 4);
+        cairo_surface_destroy(img);
+    }
+    cairo_surface_destroy(s);
+    return px;
+}
+
+uint32_t argb(const CkS57Pen &p) {
+    return 0xff000000u | (uint32_t)lround(p.r * 255) << 16 | (uint32_t)lround(p.g * 255) << 8 |
+           (uint32_t)lround(p.b * 255);
+}
+
+/* The colour drawn at a position, or 0 for a tile with nothing. */
+uint32_t colourAt(CkS57Cell *cell, double lon, double lat, int z) {
+    TilePixel t = pixelAt(lon, lat, z);
+    std::string png;
+    int corner;
+    if (ck_s57_draw_tile(cell, z, t.y, t.x, &png, &corner) != 0) return 0;
+    return pngPixel(png, t.col, t.row);
+}
+
+class S57Test : public ::testing::Test {
+protected:
+    std::string dir, path;
+    void SetUp() override {
+        dir = makeTempDir("mareplot-s57-");
+        path = dir + "/MP5BAY01.000";
+        ASSERT_TRUE(writeBaseCell(path));
+    }
+    void TearDown() override { removeTree(dir); }
+
+    CkS57Cell *open() {
+        std::string reason;
+        CkS57Cell *cell = ck_s57_open(path.c_str(), &reason);
+        EXPECT_TRUE(cell != NULL) << reason;
+        return cell;
+    }
+};
+
+TEST_F(S57Test, ChartListEntryComesFromTheCell) {
+    CkS57Cell *cell = open();
+    ASSERT_TRUE(cell != NULL);
+    CkChartInfo info;
+    ck_s57_info(cell, &info);
+    EXPECT_EQ(info.number, "MP5BAY01");
+    EXPECT_EQ(info.name, "MP5BAY01");
+    EXPECT_EQ(info.edition, "Edition 3, 01/05/2024");
+    EXPECT_EQ(info.scale, 22000);
+    EXPECT_EQ(info.depthUnit, "Meters");
+    EXPECT_EQ(info.soundingDatum, "Lowest Astronomical Tide");
+    EXPECT_NEAR(info.west, kWest, 1e-6);
+    EXPECT_NEAR(info.south, kSouth, 1e-6);
+    EXPECT_NEAR(info.east, kEast, 1e-6);
+    EXPECT_NEAR(info.north, kNorth, 1e-6);
+    std::vector<double> ring = s57Box(kWest, kSouth, kEast, kNorth);
+    ASSERT_EQ(info.outline.size(), ring.size());
+    for (size_t i = 0; i < ring.size(); i++) EXPECT_NEAR(info.outline[i], ring[i], 1e-6);
+    EXPECT_NE(info.credit.find("MP5BAY01"), std::string::npos) << info.credit;
+    EXPECT_NE(info.credit.find("540"), std::string::npos) << info.credit;
+
+    /* 1:22000 at 54 N is about zoom 14 (0.28 mm pixels), and four coarser. */
+    int zmin, zmax;
+    ck_s57_zooms(cell, &zmin, &zmax);
+    EXPECT_EQ(zmax, 14);
+    EXPECT_EQ(zmin, 10);
+    ck_s57_close(cell);
+}
+
+TEST_F(S57Test, ColoursAtKnownPlaces) {
+    CkS57Cell *cell = open();
+    ASSERT_TRUE(cell != NULL);
+    const CkS57Style &s = ck_s57Style;
+    ASSERT_NE(argb(s.depthBand[2]), argb(s.depthBand[5]));
+    const struct {
+        const char *what;
+        double lon, lat;
+        uint32_t want;
+    } cases[] = {
+        {"land", 10.18, 54.31, argb(s.land)},
+        {"deep water", 10.03, 54.33, argb(s.depthBand[5])},
+        {"shallow water, 2 to 5 m", 10.12, 54.345, argb(s.depthBand[2])},
+        {"red buoy", kBuoyLon, kBuoyLat, argb(s.colour[3])},
+        {"outside the coverage, in a tile that holds some", 10.21, 54.36, 0},
+    };
+    for (const auto &c : cases) EXPECT_EQ(colourAt(cell, c.lon, c.lat, 14), c.want) << c.what;
+    ck_s57_close(cell);
+}
+
+TEST_F(S57Test, TilesFollowTheCoverageAndTheCornerRule) {
+    CkS57Cell *cell = open();
+    ASSERT_TRUE(cell != NULL);
+    const struct {
+        const char *what;
+        double lon, lat;
+        int z, rc, corner;
+    } cases[] = {
+        {"inside the coverage", 10.05, 54.36, 14, 0, 1},
+        {"across the east edge", kEast, 54.36, 14, 0, 0},
+        {"the whole cell in one tile", 10.1, 54.36, 10, 0, 0},
+        {"far away", 0.0, 0.0, 14, 1, 0},
+        {"next to the cell", kEast + 0.03, 54.36, 14, 1, 0},
+    };
+    for (const auto &c : cases) {
+        TilePixel t = pixelAt(c.lon, c.lat, c.z);
+        std::string png;
+        int corner = -1;
+        EXPECT_EQ(ck_s57_draw_tile(cell, c.z, t.y, t.x, &png, &corner), c.rc) << c.what;
+        EXPECT_EQ(corner, c.corner) << c.what;
+        if (c.rc == 0) {
+            EXPECT_EQ(png.compare(1, 3, "PNG"), 0) << c.what;
+        }
+    }
+
+    /* A tile is drawn the same every time, from another reading too. */
+    TilePixel t = pixelAt(10.12, 54.33, 14);
+    std::string a, b;
+    int corner;
+    ASSERT_EQ(ck_s57_draw_tile(cell, 14, t.y, t.x, &a, &corner), 0);
+    CkS57Cell *again = open();
+    ASSERT_TRUE(again != NULL);
+    ASSERT_EQ(ck_s57_draw_tile(again, 14, t.y, t.x, &b, &corner), 0);
+    EXPECT_TRUE(a == b);
+    ck_s57_close(again);
+    ck_s57_close(cell);
+}
+
+TEST_F(S57Test, UpdateFileIsApplied) {
+    CkS57Cell *cell = open();
+    ASSERT_TRUE(cell != NULL);
+    EXPECT_EQ(colourAt(cell, kNewBuoyLon, kNewBuoyLat, 14), argb(ck_s57Style.depthBand[5]));
+    ck_s57_close(cell);
+
+    ASSERT_TRUE(writeUpdate(dir + "/MP5BAY01.001", "3"));
+    cell = open();
+    ASSERT_TRUE(cell != NULL);
+    EXPECT_EQ(colourAt(cell, kNewBuoyLon, kNewBuoyLat, 14), argb(ck_s57Style.colour[4]));
+    EXPECT_EQ(colourAt(cell, kBuoyLon, kBuoyLat, 14), argb(ck_s57Style.colour[3]));
+    CkChartInfo info;
+    ck_s57_info(cell, &info);
+    EXPECT_EQ(info.edition, "Edition 3, update 1, 01/06/2024");
+    ck_s57_close(cell);
+}
+
+TEST_F(S57Test, BadInputsAreRefusedWithAReason) {
+    std::string text = dir + "/NOTES.000", empty = dir + "/EMPTY01.000", cut = dir + "/CUT01.000";
+    std::string cutLate = dir + "/CUT02.000";
+    std::string stale = dir + "/STALE01.000";
+    writeFile(text, "These are my notes about the harbour, not a chart.\n");
+    S57CellWriter w;
+    ASSERT_TRUE(w.create(empty, kBaseOptions));
+    w.close();
+    std::string whole = readFile(path);
+    writeFile(cut, whole.substr(0, whole.size() / 2));
+    writeFile(cutLate, whole.substr(0, whole.size() - 40));
+    writeFile(stale, whole);
+    ASSERT_TRUE(writeUpdate(dir + "/STALE01.001", "2")); /* made for another edition */
+
+    const struct {
+        const char *what;
+        std::string file;
+        const char *reason;
+    } cases[] = {
+        {"missing file", dir + "/NONE01.000", "cannot read the file"},
+        {"text named .000", text, "not an S-57 cell"},
+        {"cell with no features", empty, "the cell holds no features"},
+        {"cell cut in half", cut, "the cell is truncated or damaged"},
+        {"cell cut in its last record", cutLate, "the cell is truncated or damaged"},
+        {"update for another edition", stale, "its update files don't apply to the cell"},
+    };
+    for (const auto &c : cases) {
+        std::string reason;
+        CkS57Cell *cell = ck_s57_open(c.file.c_str(), &reason);
+        EXPECT_TRUE(cell == NULL) << c.what;
+        EXPECT_EQ(reason, c.reason) << c.what;
+        ck_s57_close(cell);
+    }
+}
+
+} // namespace

@@ -109,6 +109,27 @@ static void fuzz_limit(sqlite3 *db) {
     sqlite3_progress_handler(db, 200000, fuzz_progress, NULL);
 }
 
+/* A handle that a target keeps from one input to the next is watched: any
+** statement prepared on it that does more than read (a write, a schema
+** change, a transaction, a pragma, an attach) sets *touched, and the target
+** replaces the handle before the next input. Every input then starts from
+** the same database and connection state, without the cost of opening the
+** database and reading its schema again after inputs that only read. */
+static int fuzz_watch(void *touched, int action, const char *a, const char *b, const char *c, const char *d) {
+    (void)a;
+    (void)b;
+    (void)c;
+    (void)d;
+    if (action != SQLITE_READ && action != SQLITE_SELECT && action != SQLITE_FUNCTION && action != SQLITE_RECURSIVE)
+        *(int *)touched = 1;
+    return SQLITE_OK;
+}
+
+static void fuzz_watch_db(sqlite3 *db, int *touched) {
+    *touched = 0;
+    if (db != NULL) sqlite3_set_authorizer(db, fuzz_watch, touched);
+}
+
 static int fuzz_exec(sqlite3 *db, const char *sql) { return sqlite3_exec(db, sql, NULL, NULL, NULL); }
 
 /* The trip database's tables as the host creates them. */
@@ -121,17 +142,33 @@ static void fuzz_trip_schema(sqlite3 *db) {
     fuzz_exec(db, "CREATE INDEX i_log_t ON log(t) ");
 }
 
-/* A fresh in-memory trip database with a few rows of each kind. */
+/* A fresh in-memory trip database with a few rows of each kind. The
+** tables and rows are made once; every later database is a copy of that
+** image, which spares the statements that build it on every input. */
 static sqlite3 *fuzz_trip_db(void) {
+    static unsigned char *image;
+    static sqlite3_int64 imageSize;
     sqlite3 *db = NULL;
+    if (image == NULL) {
+        if (sqlite3_open(":memory:", &db) != SQLITE_OK) abort();
+        fuzz_trip_schema(db);
+        fuzz_exec(db, "INSERT INTO kvt VALUES ('settings','{\"units\":1}',10,'**'),"
+                      "('route1','{\"n\":\"r\",\"p\":[[1,2],[3,4]]}',13,'**'),"
+                      "('alang','en',11,'**')");
+        fuzz_exec(db, "INSERT INTO log (ts,x,y,t,v) VALUES (100,7.5,54.1,1,' dpt=3.0'),"
+                      "(200,7.6,54.2,1,''),(300,999,999,2,'NMEA playback starts')");
+        image = sqlite3_serialize(db, "main", &imageSize, 0);
+        sqlite3_close(db);
+        if (image == NULL) abort();
+    }
     if (sqlite3_open(":memory:", &db) != SQLITE_OK) abort();
     fuzz_limit(db);
-    fuzz_trip_schema(db);
-    fuzz_exec(db, "INSERT INTO kvt VALUES ('settings','{\"units\":1}',10,'**'),"
-                  "('route1','{\"n\":\"r\",\"p\":[[1,2],[3,4]]}',13,'**'),"
-                  "('alang','en',11,'**')");
-    fuzz_exec(db, "INSERT INTO log (ts,x,y,t,v) VALUES (100,7.5,54.1,1,' dpt=3.0'),"
-                  "(200,7.6,54.2,1,''),(300,999,999,2,'NMEA playback starts')");
+    unsigned char *copy = (unsigned char *)sqlite3_malloc64((sqlite3_uint64)imageSize);
+    if (copy == NULL) abort();
+    memcpy(copy, image, (size_t)imageSize);
+    if (sqlite3_deserialize(db, "main", copy, imageSize, imageSize,
+                            SQLITE_DESERIALIZE_FREEONCLOSE | SQLITE_DESERIALIZE_RESIZEABLE) != SQLITE_OK)
+        abort();
     return db;
 }
 

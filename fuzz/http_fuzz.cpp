@@ -4,7 +4,7 @@
 ** socket pair into `connection`, the real request reader, which decodes
 ** each path and runs the GET and POST route lists on stores that are open:
 ** a small chart pack and application pack in the scratch directory and an
-** in-memory trip database made fresh for every input.
+** in-memory trip database, each as it was before any input.
 **
 ** The whole input is written and the writing side shut before
 ** `connection` runs, on the fuzzer's own thread; its replies wait unread
@@ -36,6 +36,9 @@ extern "C" int unlink(const char *path) {
     }
     return unlinkat(AT_FDCWD, path, 0);
 }
+
+static int tripTouched, chartTouched;
+static uint32_t chartGeneration;
 
 static jmp_buf connectionEnd;
 static bool inConnection;
@@ -85,10 +88,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     int sv[2];
 
     /* delchartdb may have removed a pack: it comes back for the next input */
-    if (!fuzz_exists("A000005.marepack")) fuzz_make_pack("A000005.marepack", 0);
+    int remade = 0;
+    if (!fuzz_exists("A000005.marepack")) remade = fuzz_make_pack("A000005.marepack", 0) == 0;
     if (!fuzz_exists("A000001.marepack")) fuzz_make_pack("A000001.marepack", 1);
-    mrApp.tripDb = fuzz_trip_db();
-    mr_db_swap(&mrApp.chartDb, fuzz_open_pack("A000005.marepack"));
+    /* The trip database and the chart pack stay open across inputs that
+    ** only read them; an input that changed either, or switched, closed or
+    ** deleted the pack, gets them anew for the next one. */
+    if (mrApp.tripDb == NULL || tripTouched) {
+        sqlite3_close(mrApp.tripDb);
+        mrApp.tripDb = fuzz_trip_db();
+        fuzz_watch_db(mrApp.tripDb, &tripTouched);
+    }
+    if (mrApp.chartDb == NULL || remade || chartTouched || chartGeneration != mr_chart_generation()) {
+        mr_db_swap(&mrApp.chartDb, fuzz_open_pack("A000005.marepack"));
+        fuzz_watch_db(mrApp.chartDb, &chartTouched);
+        chartGeneration = mr_chart_generation();
+    }
     MR_STORE(mrApp.running, 1);
     MR_STORE(mrApp.dlState, 2);
     MR_STORE(nmea_pause, 1);
@@ -113,7 +128,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     MR_BCOPY(mrApp.mlang, "de");
     MR_BCOPY(mrApp.skin, "Navy Blue");
     MR_STORE(mrApp.dlState, 0);
-    sqlite3_close(mrApp.tripDb);
-    mrApp.tripDb = NULL;
     return 0;
 }

@@ -226,12 +226,32 @@ kelvor.boat = {
         moveBar(0, "");
     };
 
-    /* The handler of each status reply. */
+    /* The handler of each status reply: position and fix state, track,
+    ** dashboard, cross-track bar, alarm monitor, waypoint progress, follow
+    ** mode and map centre, AIS targets, in that order. */
     b.updateDash2 = function (g) {
-        var k = kelvor.settings.k, s = kelvor.settings;
         if (!g.loctime) g.loctime = new Date().gT();
         b.loctime = g.loctime;
         b.gps = g;
+        b._takeFix(g);
+        b._showValues(g);
+        b.xteBar();
+        if (kelvor.alarm && kelvor.alarm.running && kelvor.alarm.monitor) kelvor.alarm.monitor(b.theBoat);
+        b.showDashVal("i_boat_rot", b.rotText(g.rot));
+        b._showProgress(g);
+        b._follow(g);
+        /* rows of a feed that is not delivering are not trusted: the list is
+        ** redrawn from the targets already known */
+        if (kelvor.ais.setAisData) {
+            kelvor.ais.setAisData(g.nmea_stat === 1 ? g : { ais: [], aisuserid: g.aisuserid });
+        }
+    };
+
+    /* Moves the boat to the reply's position, the track on, and shows the
+    ** fix state. A position off the chart counts as no fix at the default
+    ** place; without a fix the reply takes the boat's last position. */
+    b._takeFix = function (g) {
+        var k = kelvor.settings.k;
         if (!(g.lonX >= -180 && g.lonX <= 180 && g.latY >= -80 && g.latY <= 80)) {
             g.fix = 0;
             g.lonX = 10.1;
@@ -256,7 +276,11 @@ kelvor.boat = {
             g.lonX = M.getLonX(b.theBoat.x);
             g.latY = M.getLatY(b.theBoat.y);
         }
+    };
 
+    /* The dashboard's position, heading, course, speed, depth and wind. */
+    b._showValues = function (g) {
+        var s = kelvor.settings;
         b.showDashVal("i_boat_lat", s.fmtLat(Number(g.latY)));
         b.showDashVal("i_boat_lon", s.fmtLon(Number(g.lonX)));
         b.showDashVal("i_boat_hdg", Number(g.hdg) !== 511 ? s.fmtBrg(Number(g.hdg)) : null);
@@ -265,11 +289,12 @@ kelvor.boat = {
         b.showDashVal("i_boat_dpt", g.dpt > 0 ? s.fmtDeep(Number(g.dpt)) : null);
         b.showDashVal("i_boat_wspd", g.wspd > 0 ? s.fmtSpeed(Number(g.wspd)) : null);
         b.showDashVal("i_boat_wdir", g.wdir > 0 ? s.fmtBrg(Number(g.wdir)) : null);
+    };
 
-        b.xteBar();
-        if (kelvor.alarm && kelvor.alarm.running && kelvor.alarm.monitor) kelvor.alarm.monitor(b.theBoat);
-        b.showDashVal("i_boat_rot", b.rotText(g.rot));
-
+    /* Steps to the next waypoint when due and shows the way to the active
+    ** one, or dashes without one. Without a fix the boat's set speed counts. */
+    b._showProgress = function (g) {
+        var k = kelvor.settings.k, s = kelvor.settings;
         var ids = ["i_boat_brg", "i_boat_rng", "i_boat_ttg", "i_boat_dist", "i_boat_ete", "i_boat_eta"];
         if (b.activeWayPoint) b.checkNextWp();
         var wp = b.activeWayPoint;
@@ -285,8 +310,12 @@ kelvor.boat = {
         } else {
             for (var i = 0; i < ids.length; i++) setText(ids[i], "---");
         }
+    };
 
-        var map = cpApp.map;
+    /* In follow mode centres (and turns) the map on the boat; otherwise
+    ** the map stays north up where it is. */
+    b._follow = function (g) {
+        var k = kelvor.settings.k, map = cpApp.map;
         if (b.autoUpdate) {
             var h = Number(g.hdg) !== 511 ? Number(g.hdg) : Number(g.cog);
             b.avghdg = h;
@@ -300,12 +329,6 @@ kelvor.boat = {
             b.avghdg = Number(g.cog);
             map.rotation = 0;
             cpApp.update();
-        }
-
-        /* rows of a feed that is not delivering are not trusted: the list is
-        ** redrawn from the targets already known */
-        if (kelvor.ais.setAisData) {
-            kelvor.ais.setAisData(g.nmea_stat === 1 ? g : { ais: [], aisuserid: g.aisuserid });
         }
     };
 

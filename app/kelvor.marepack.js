@@ -7,100 +7,136 @@
 */
 
 kelvor.marepack = function () {
-    var self = this;
     cpApp = this;
-    this.map = null;
-    this.activeDialog = false;
-    this.activeDialogMinWidth = MRDLGWIDTH;
-    this.activeMenuBar = "";
-    this.avtiveDashBoard = "*";
-    this.modified = false;
-    this.setModifiedTimer = null;
-    this.onClose = null;
-    this.myYesAction = "";
-    this.myNoAction = "";
-    this.logRegCont = null;
-    this.editlocked = false;
-    this.infoPosDialogCheck = false;
-    this.feedbackTimer = null;
-    this._lastSize = { w: -1, h: -1 };
-    this._retractTimer = null;
-    this._bubbleTimer = null;
-    this._screenMode = 0;
-
-    var s = kelvor.settings, k = s.k, host = s.host;
-
-    /* 2. settings */
-    s.load();
-    k.runCount = (Number(k.runCount) || 0) + 1;
-    /* 3. the account: without one stored, the anonymous default of this
-    ** application, so that the map and the status run with no server */
-    if (!k.userid) this.defaultAccount(host.appname);
-    /* 4. */
-    this.setAuth();
-    /* 5. */
-    this.map = new kelvor.vmap(kelvor.aux.el("cp_map"), null, null, 0);
-    this.map.setTurlType(3);
-    /* 6. */
-    kelvor.chartkit.loadChartKit(k.chartkit, false);
-    /* 7. */
-    this.map.pinchX = 0;
-    this.map.pinchY = 0;
-    /* 8. the user's objects */
-    var mods = ["route", "ruler", "marker", "alarm"];
-    for (var i = 0; i < mods.length; i++) {
-        var t = getSync("/getValue/" + mods[i]);
-        kelvor[mods[i]].load(t === false ? "[]" : t);
-    }
-    /* 9. */
-    kelvor.ais.onoff();
-    kelvor.ais.setnmea();
-    s.setOther();
-    this.changeScreenSize(k.S.i_settings_screensize);
-    this.resize();
-    this.showMenuBar("cp_menu_main");
-    this.showDashBoard("*");
-    this.activeDialog = false;
-    window.setInterval(function () { self.resize(); }, 500);
-
-    /* 10. */
+    this._initFields();
+    var k = kelvor.settings.k;
+    this._loadSettings();
+    this._openMap();
+    this._loadObjects();
+    this._startFrame();
+    /* without an account: the log-in dialog, and no status timer; the map
+    ** keeps its first paint until the log-in reloads the page */
     if (!k.userid || !k.usertoken) {
         this.sizeDialog(kelvor.aux.el("np_logreg"));
         return;
     }
-    kelvor.boat.start();
-    kelvor.boat.log(3, "MrApp started");
-    this.map.setPosLatLon(k.map.latY, k.map.lonX, k.map.zoom);
-    this.update();
+    this._startBoat();
+    this._adaptToDevice();
+    if (k.wizzard !== COREVERSION || k.C.i_debug_mode) this._firstRun();
+    this._fillScreens();
+    this._trimControls();
+    this._guardContextMenu();
+};
 
-    /* 11. */
-    this.setAuth();
-    var aux = kelvor.aux;
-    if (aux.isIos()) {
-        var divs = document.querySelectorAll("div[onclick]");
-        for (var d = 0; d < divs.length; d++) divs[d].addEventListener("touchstart", function () {}, { passive: true });
-        var ns = kelvor.aux.el("i_nmea_source");
-        if (ns && ns.options.length) ns.remove(ns.options.length - 1);
-    }
-    if (aux.isIos() || aux.isAdroid()) {
-        kelvor.aux.show("btn_chartkit_iap", true);
-    } else {
-        kelvor.aux.show("btn_chartkit_add", true);
-        kelvor.aux.show("np_feedback_1_rate_btn", false);
-    }
+kelvor.marepack.prototype = {
 
-    /* the full-screen switch is for hosts that watch "#fullscreen=" */
-    if (aux.isIe()) {
-        kelvor.aux.show("i_screen_mode", true);
-        if (window.screen && screen.deviceXDPI > 150) {
-            var st = document.createElement("style");
-            st.textContent = "@-ms-viewport { width: 50%; }";
-            document.head.appendChild(st);
+    /* ---- start-up, in the order the constructor runs it ----------------- */
+
+    _initFields: function () {
+        this.map = null;
+        this.activeDialog = false;
+        this.activeDialogMinWidth = MRDLGWIDTH;
+        this.activeMenuBar = "";
+        this.avtiveDashBoard = "*";
+        this.modified = false;
+        this.setModifiedTimer = null;
+        this.onClose = null;
+        this.myYesAction = "";
+        this.myNoAction = "";
+        this.logRegCont = null;
+        this.editlocked = false;
+        this.infoPosDialogCheck = false;
+        this.feedbackTimer = null;
+        this._lastSize = { w: -1, h: -1 };
+        this._retractTimer = null;
+        this._bubbleTimer = null;
+        this._screenMode = 0;
+    },
+
+    /* The settings, and the account the requests carry: without one stored,
+    ** the anonymous default of this application, so that the map and the
+    ** status run with no server. */
+    _loadSettings: function () {
+        var s = kelvor.settings, k = s.k;
+        s.load();
+        k.runCount = (Number(k.runCount) || 0) + 1;
+        if (!k.userid) this.defaultAccount(s.host.appname);
+        this.setAuth();
+    },
+
+    /* The map view and the chart kit it shows. */
+    _openMap: function () {
+        this.map = new kelvor.vmap(kelvor.aux.el("cp_map"), null, null, 0);
+        this.map.setTurlType(3);
+        kelvor.chartkit.loadChartKit(kelvor.settings.k.chartkit, false);
+        this.map.pinchX = 0;
+        this.map.pinchY = 0;
+    },
+
+    /* The user's routes, rulers, markers and alarms, in that order. */
+    _loadObjects: function () {
+        var mods = ["route", "ruler", "marker", "alarm"];
+        for (var i = 0; i < mods.length; i++) {
+            var t = getSync("/getValue/" + mods[i]);
+            kelvor[mods[i]].load(t === false ? "[]" : t);
         }
-    }
+    },
 
-    /* 12. first run */
-    if (k.wizzard !== COREVERSION || k.C.i_debug_mode) {
+    /* Traffic input, the other settings, screen size and layout, the main
+    ** menu, and the resize timer. */
+    _startFrame: function () {
+        var self = this, k = kelvor.settings.k;
+        kelvor.ais.onoff();
+        kelvor.ais.setnmea();
+        kelvor.settings.setOther();
+        this.changeScreenSize(k.S.i_settings_screensize);
+        this.resize();
+        this.showMenuBar("cp_menu_main");
+        this.showDashBoard("*");
+        this.activeDialog = false;
+        window.setInterval(function () { self.resize(); }, 500);
+    },
+
+    /* The status timer, the start in the log, and the stored view. */
+    _startBoat: function () {
+        var k = kelvor.settings.k;
+        kelvor.boat.start();
+        kelvor.boat.log(3, "MrApp started");
+        this.map.setPosLatLon(k.map.latY, k.map.lonX, k.map.zoom);
+        this.update();
+    },
+
+    /* Touch handlers and the serial entry on iOS, the purchase or add
+    ** button by platform, and the full-screen switch for hosts that watch
+    ** "#fullscreen=". */
+    _adaptToDevice: function () {
+        var aux = kelvor.aux;
+        this.setAuth();
+        if (aux.isIos()) {
+            var divs = document.querySelectorAll("div[onclick]");
+            for (var d = 0; d < divs.length; d++) divs[d].addEventListener("touchstart", function () {}, { passive: true });
+            var ns = aux.el("i_nmea_source");
+            if (ns && ns.options.length) ns.remove(ns.options.length - 1);
+        }
+        if (aux.isIos() || aux.isAdroid()) {
+            aux.show("btn_chartkit_iap", true);
+        } else {
+            aux.show("btn_chartkit_add", true);
+            aux.show("np_feedback_1_rate_btn", false);
+        }
+        if (aux.isIe()) {
+            aux.show("i_screen_mode", true);
+            if (window.screen && screen.deviceXDPI > 150) {
+                var st = document.createElement("style");
+                st.textContent = "@-ms-viewport { width: 50%; }";
+                document.head.appendChild(st);
+            }
+        }
+    },
+
+    /* first run: preset the raster detail and open the wizard */
+    _firstRun: function () {
+        var s = kelvor.settings, k = s.k, host = s.host;
         var det = host.androidVersion < 21 ? 1 : 2;
         k.S.i_chart_raster_detail = det;
         k.S.i_chart_raster_detail2 = det;
@@ -113,40 +149,44 @@ kelvor.marepack = function () {
             k.V.i_traffic_ais_port2 = "10110";
         }
         this.showWizzard(1);
-    }
+    },
 
-    /* 13. */
-    s.show(false);
-    this.startAxImage(false);
-    kelvor.chartkit.checkForNewMaps();
-    this.showRedMapDot();
-    this.startFeedback();
+    /* The settings inputs, the wait image off, new charts and their badge,
+    ** the vote timer. */
+    _fillScreens: function () {
+        kelvor.settings.show(false);
+        this.startAxImage(false);
+        kelvor.chartkit.checkForNewMaps();
+        this.showRedMapDot();
+        this.startFeedback();
+    },
 
-    /* 14. */
-    kelvor.aux.show("t_debug_mode", k.userid >= 5 && k.userid <= 20);
-    /* 15. */
-    var cs = aux.getClientSize();
-    if (Math.min(cs.w, cs.h) < 600) {
-        kelvor.aux.show("cp_map_zup", false);
-        kelvor.aux.show("cp_map_zdown", false);
-    }
-    /* 16. */
-    this.makeCheckBox();
-    /* 17. */
-    if (host.androidVersion < 22 || (aux.isIos() && Number(host.iosversion) < 11)) {
-        k.C.i_opengl_mode = false;
-        kelvor.aux.show("td_opengl_mode", false);
-    }
-    /* 18. */
-    document.addEventListener("contextmenu", function (e) {
-        var ua = navigator.userAgent;
-        if (e.target && e.target.tagName === "INPUT") return;
-        if (/Chrome/.test(ua) && /Windows/.test(ua)) return;
-        e.preventDefault();
-    });
-};
+    /* The debug switch for test accounts, no zoom buttons on small
+    ** screens, the styled switches, and no WebGL on old systems. */
+    _trimControls: function () {
+        var aux = kelvor.aux, s = kelvor.settings, k = s.k, host = s.host;
+        aux.show("t_debug_mode", k.userid >= 5 && k.userid <= 20);
+        var cs = aux.getClientSize();
+        if (Math.min(cs.w, cs.h) < 600) {
+            aux.show("cp_map_zup", false);
+            aux.show("cp_map_zdown", false);
+        }
+        this.makeCheckBox();
+        if (host.androidVersion < 22 || (aux.isIos() && Number(host.iosversion) < 11)) {
+            k.C.i_opengl_mode = false;
+            aux.show("td_opengl_mode", false);
+        }
+    },
 
-kelvor.marepack.prototype = {
+    /* No context menu, except on inputs and in Chrome on Windows. */
+    _guardContextMenu: function () {
+        document.addEventListener("contextmenu", function (e) {
+            var ua = navigator.userAgent;
+            if (e.target && e.target.tagName === "INPUT") return;
+            if (/Chrome/.test(ua) && /Windows/.test(ua)) return;
+            e.preventDefault();
+        });
+    },
 
     /* The anonymous account: a local user id and token, so that all of the
     ** client works before any log-in. The id is negative, which no server

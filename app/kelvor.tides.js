@@ -329,24 +329,44 @@ kelvor.tides = {
 
     /* Draws the panel for a time; without a station the last one again. */
     drawTide: function (canvas, time, st) {
-        var T = kelvor.tides, s = kelvor.settings;
+        var T = kelvor.tides;
         if (st) T.load(st);
-        st = T.td;
-        if (!st) return;
+        if (!T.td) return;
+        var f = T._frame(canvas, time, T.td);
+        T._drawDays(f);
+        T._drawLevelAxes(f);
+        var cv = T._drawCurve(f);
+        T._drawExtremes(f, cv);
+        T._drawNow(f, cv.pts, time);
+        T.lastCurve = cv;
+    },
+
+    /* The panel's geometry for a station and a time at its centre: the
+    ** time span, the level window and the two scales; clears the panel. */
+    _frame: function (canvas, time, st) {
+        var T = kelvor.tides;
         var ctx = canvas.getContext("2d"), w = canvas.width, h = canvas.height;
         var startTime = time - w / 2 * T.SECPX, endTime = time + w / 2 * T.SECPX + 86400;
         var win = T.levelWindow(T.lmin, T.lmax, st);
         var scale = (h - 40) / ((win.lmax - win.lmin) || 1);
-        function l2y(l) { return h - ((l - win.lmin) * scale + 20); }
-        function t2x(t) { return (t - startTime) / T.SECPX; }
-        var lat = Number(st.lat) || 0, lon = Number(st.lon) || 0;
-
         ctx.setTransform(1, 0, 0, 1, 0, 0);
         ctx.fillStyle = "#ddd";
         ctx.fillRect(0, 0, w, h);
         ctx.font = "12px sans-serif";
         ctx.textAlign = "center";
-        var day = new Date(startTime * 1000);
+        return {
+            ctx: ctx, w: w, h: h, st: st, win: win, startTime: startTime, endTime: endTime,
+            lat: Number(st.lat) || 0, lon: Number(st.lon) || 0,
+            l2y: function (l) { return h - ((l - win.lmin) * scale + 20); },
+            t2x: function (t) { return (t - startTime) / T.SECPX; }
+        };
+    },
+
+    /* Up to four days: daylight, the date with sunrise and sunset, the
+    ** moon's phase and the two-hour grid. */
+    _drawDays: function (f) {
+        var T = kelvor.tides, ctx = f.ctx, h = f.h, t2x = f.t2x, lat = f.lat, lon = f.lon, endTime = f.endTime;
+        var day = new Date(f.startTime * 1000);
         day.setHours(0, 0, 0, 0);
         for (var d = 0; d < 4 && day.getTime() / 1000 < endTime; d++) {
             var noon = new Date(day.getTime() + 12 * 3600000), x0 = t2x(day.getTime() / 1000);
@@ -391,6 +411,12 @@ kelvor.tides = {
             }
             day = next;
         }
+    },
+
+    /* The date line, the floor of the window, and the top, mean and datum
+    ** levels with their labels. */
+    _drawLevelAxes: function (f) {
+        var s = kelvor.settings, ctx = f.ctx, w = f.w, l2y = f.l2y, win = f.win, st = f.st;
         ctx.strokeStyle = "#000";
         ctx.beginPath();
         ctx.moveTo(0, 20);
@@ -409,8 +435,13 @@ kelvor.tides = {
         ctx.stroke();
         ctx.fillText(s.fmtDeep(win.mean / 100), 4, l2y(win.mean) - 3);
         ctx.fillText(String(st.datum || ""), 4, l2y(0) - 3);
+    },
 
-        var cv = T.buildCurve(T.C, st, startTime, endTime, T.shape, T.shapeTop, T.cnt);
+    /* The level curve over the panel's span, smoothed when the station
+    ** gives few points. Returns the curve of buildCurve. */
+    _drawCurve: function (f) {
+        var T = kelvor.tides, ctx = f.ctx, l2y = f.l2y, t2x = f.t2x;
+        var cv = T.buildCurve(T.C, f.st, f.startTime, f.endTime, T.shape, T.shapeTop, T.cnt);
         var pts = cv.pts, px = [];
         for (var i = 0; i + 1 < pts.length; i += 2) px.push(t2x(pts[i]), l2y(pts[i + 1]));
         if (T.cnt > 0) {
@@ -425,7 +456,13 @@ kelvor.tides = {
             else ctx.lineTo(px[j], px[j + 1]);
         }
         ctx.stroke();
+        return cv;
+    },
 
+    /* High and low waters near the panel: a tick, the level and the time,
+    ** the level below the tick in the upper half and above it in the lower. */
+    _drawExtremes: function (f, cv) {
+        var T = kelvor.tides, s = kelvor.settings, ctx = f.ctx, w = f.w, h = f.h, l2y = f.l2y, t2x = f.t2x;
         ctx.textAlign = "center";
         ctx.lineWidth = 3;
         for (var e = 0; e < cv.hl.length; e++) {
@@ -447,7 +484,11 @@ kelvor.tides = {
             ctx.strokeText(tt, ex, yt);
             ctx.fillText(tt, ex, yt);
         }
+    },
 
+    /* The centre line with the level and the clock time of `time`. */
+    _drawNow: function (f, pts, time) {
+        var T = kelvor.tides, s = kelvor.settings, ctx = f.ctx, w = f.w, h = f.h;
         var cx = w / 2, lc = T.levelAt(pts, time);
         ctx.strokeStyle = "#3a3";
         ctx.lineWidth = 1;
@@ -463,7 +504,6 @@ kelvor.tides = {
         ctx.fillText(lc === null ? "---" : s.fmtDeep(lc / 100), cx - 76, 41);
         ctx.textAlign = "right";
         ctx.fillText(T.hm(time), cx + 76, 41);
-        T.lastCurve = cv;
     },
 
     /* ---- the chart symbol ---------------------------------------------- */

@@ -413,13 +413,33 @@ kelvor.vmap.prototype = {
         this.force = true;
     },
 
+    /* One paint: the view's bounds, the chart under it, the overlays and
+    ** the scale bar. */
     render: function () {
         var t0 = window.performance ? performance.now() : 0;
         var mm = this.calcMiMa();
         if (!mm) return;
         if (mm.resized) this._setSizes();
-        var ctx = this.ctx, k = kelvor.settings.k, self = this;
+        var ctx = this.ctx, k = kelvor.settings.k;
+        this._setTransforms();
+        this._publishView(ctx, k);
+        ctx.setTransform(1, 0, 0, 1, 0, 0);
+        ctx.clearRect(0, 0, this.sx, this.sy);
+        this._drawChart(ctx);
+        ctx.setTransform(1, 0, 0, 1, 0, 0);
+        ctx.translate(this.hx, this.hy);
+        ctx.rotate(this.rotation);
+        this._renderOverlays(ctx, k);
+        ctx.setTransform(1, 0, 0, 1, 0, 0);
+        this.renderScale(ctx);
+        this._rendered = true;
+        this._renderCount++;
+        this._timePass(t0);
+    },
 
+    /* Fixes the pass's origin and the inverse transforms that turn screen
+    ** points into map pixels, with and without the rotation. */
+    _setTransforms: function () {
         this.cxzero = this.cx;
         this.cyzero = this.cy;
         var tx = Math.floor(-this.cx + this.hx), ty = Math.floor(-this.cy + this.hy);
@@ -427,7 +447,12 @@ kelvor.vmap.prototype = {
         this.imtrNoRot = m.inverse();
         m.rotate(-this.rotation);
         this.imtr = m.inverse();
+    },
 
+    /* Stores the view in the settings and hands the pass's geometry to the
+    ** overlay modules on the canvas context they draw with. */
+    _publishView: function (ctx, k) {
+        var self = this;
         var ll = this.getLatLon(this.cy, this.cx);
         k.map.lonX = ll.lon;
         k.map.latY = ll.lat;
@@ -450,11 +475,12 @@ kelvor.vmap.prototype = {
         ctx.rotation = this.rotation;
         ctx.base = this.base;
         ctx.selObject = this.selObject;
+    },
 
-        ctx.setTransform(1, 0, 0, 1, 0, 0);
-        ctx.clearRect(0, 0, this.sx, this.sy);
+    /* The chart itself: on WebGL every pass, on the 2D canvas a scaled copy
+    ** during a gesture, a new composition after a move, or the buffer. */
+    _drawChart: function (ctx) {
         var moved = this.cx !== this.lastCx || this.cy !== this.lastCy || this.base !== this.lastSf;
-
         if (this.ctx3d) {
             var gl = this.ctx3d;
             this.init3d();
@@ -482,27 +508,21 @@ kelvor.vmap.prototype = {
         } else {
             ctx.drawImage(this.buffer, 0, 0);
         }
-
         if (this.ctx3d && kelvor.chartkit.vectorMap && kelvor.chartkit.vectorMap.prepare) {
             kelvor.chartkit.vectorMap.prepare(this.ctx3d, ctx);
         }
         if (this.lastMouseB === 99) this.lastMouseB = 0;
+    },
 
-        ctx.setTransform(1, 0, 0, 1, 0, 0);
-        ctx.translate(this.hx, this.hy);
-        ctx.rotate(this.rotation);
-        this._renderOverlays(ctx, k);
-        ctx.setTransform(1, 0, 0, 1, 0, 0);
-        this.renderScale(ctx);
-        this._rendered = true;
-        this._renderCount++;
-        if (window.performance) {
-            var t1 = performance.now();
-            if (this.passTimes.length >= 256) this.passTimes.shift();
-            this.passTimes.push(t1 - t0);
-            if (!this.firstCompleteAt && this.tileList.length && this.queueWait === 0 && this.lastCx === this.cx) {
-                this.firstCompleteAt = t1;
-            }
+    /* Keeps the pass durations, and the time of the first pass that had
+    ** every tile of the view, for the benchmark. */
+    _timePass: function (t0) {
+        if (!window.performance) return;
+        var t1 = performance.now();
+        if (this.passTimes.length >= 256) this.passTimes.shift();
+        this.passTimes.push(t1 - t0);
+        if (!this.firstCompleteAt && this.tileList.length && this.queueWait === 0 && this.lastCx === this.cx) {
+            this.firstCompleteAt = t1;
         }
     },
 
@@ -851,62 +871,80 @@ kelvor.vmap.prototype = {
         return so.o;
     },
 
+    /* One pointer event of the gesture recogniser: a press, a release, a
+    ** two-finger pinch or a one-finger drag. */
     _onInput: function (ev) {
         var n = ev.pointers ? ev.pointers.length : 1;
         var pt = this._local(ev.center.x, ev.center.y);
-        var so = this.selObject;
-        if (ev.isFirst) {
-            this.lastMouseX = pt.x;
-            this.lastMouseY = pt.y;
-            this.lastMouseB = 1;
-            this.mouseMoved = false;
-            this.lastScale = 1;
-            this.lastPointerCount = n;
-            this._gestureStart = pt;
-            this._pinch = false;
-            this.checkIcon(pt.x, pt.y);
-            if (so.o && so.o.onDown) so.o.onDown(this.ctx);
-            return;
-        }
-        if (ev.isFinal) {
-            this.lastMouseB = 0;
-            if (!this.mouseMoved) {
-                if (!so.o) this.checkIcon(pt.x, pt.y);
-                if (so.o && so.o.onUp) {
-                    var w = this._toMap(pt.x, pt.y);
-                    so.o.onUp(this.ctx, w.x / this.scm, w.y / this.scm);
-                }
-            }
-            so.o = false;
-            this.lastPointerCount = 0;
-            this.update(false);
-            return;
-        }
+        if (ev.isFirst) return this._onInputDown(pt, n);
+        if (ev.isFinal) return this._onInputUp(pt);
         if (this.lastMouseB !== 1) return;
-        var dx = pt.x - this.lastMouseX, dy = pt.y - this.lastMouseY;
-        if (n >= 2) {
-            var f = ev.scale / this.lastScale;
-            if (!this._pinch || this.lastPointerCount !== n) {
-                this._pinch = true;
-            } else if ((Math.abs(dx) < 20 || Math.abs(dy) < 20) && f > 0.5 && f < 5) {
-                this._panBy(dx, dy);
-                this.lastMouseX = pt.x;
-                this.lastMouseY = pt.y;
-                this.onZoom(pt.x, pt.y, f);
-                this.lastMouseB = 1;
-                this.mouseMoved = true;
-                this._endFollow();
-                this.lastScale = ev.scale;
-                return;
-            } else {
-                return;
+        if (n >= 2) return this._onPinch(ev, pt, n);
+        this._onDrag(pt, n);
+    },
+
+    /* A press: remember where, and offer it to the object under it. */
+    _onInputDown: function (pt, n) {
+        var so = this.selObject;
+        this.lastMouseX = pt.x;
+        this.lastMouseY = pt.y;
+        this.lastMouseB = 1;
+        this.mouseMoved = false;
+        this.lastScale = 1;
+        this.lastPointerCount = n;
+        this._gestureStart = pt;
+        this._pinch = false;
+        this.checkIcon(pt.x, pt.y);
+        if (so.o && so.o.onDown) so.o.onDown(this.ctx);
+    },
+
+    /* A release: a press that did not move is a tap on the object. */
+    _onInputUp: function (pt) {
+        var so = this.selObject;
+        this.lastMouseB = 0;
+        if (!this.mouseMoved) {
+            if (!so.o) this.checkIcon(pt.x, pt.y);
+            if (so.o && so.o.onUp) {
+                var w = this._toMap(pt.x, pt.y);
+                so.o.onUp(this.ctx, w.x / this.scm, w.y / this.scm);
             }
-            this.lastScale = ev.scale;
+        }
+        so.o = false;
+        this.lastPointerCount = 0;
+        this.update(false);
+    },
+
+    /* Two or more fingers: the first event of a pinch only takes the
+    ** measure; later ones pan and zoom together, unless the step is a jump. */
+    _onPinch: function (ev, pt, n) {
+        var dx = pt.x - this.lastMouseX, dy = pt.y - this.lastMouseY;
+        var f = ev.scale / this.lastScale;
+        if (!this._pinch || this.lastPointerCount !== n) {
+            this._pinch = true;
+        } else if ((Math.abs(dx) < 20 || Math.abs(dy) < 20) && f > 0.5 && f < 5) {
+            this._panBy(dx, dy);
             this.lastMouseX = pt.x;
             this.lastMouseY = pt.y;
-            this.lastPointerCount = n;
+            this.onZoom(pt.x, pt.y, f);
+            this.lastMouseB = 1;
+            this.mouseMoved = true;
+            this._endFollow();
+            this.lastScale = ev.scale;
+            return;
+        } else {
             return;
         }
+        this.lastScale = ev.scale;
+        this.lastMouseX = pt.x;
+        this.lastMouseY = pt.y;
+        this.lastPointerCount = n;
+    },
+
+    /* One finger: past a 20 pixel slop it moves the pressed object, or
+    ** else pans the map. */
+    _onDrag: function (pt, n) {
+        var so = this.selObject;
+        var dx = pt.x - this.lastMouseX, dy = pt.y - this.lastMouseY;
         var g = this._gestureStart || pt;
         if (!this.mouseMoved && Math.abs(pt.x - g.x) < 20 && Math.abs(pt.y - g.y) < 20) return;
         this.lastMouseX = pt.x;

@@ -9,6 +9,7 @@
 
 #include <cairo.h>
 #include <algorithm>
+#include <unordered_map>
 #include <cpl_conv.h>
 #include <cpl_error.h>
 #include <cpl_vsi.h>
@@ -105,8 +106,15 @@ struct S57Feature {
     int colours;
 };
 
+/* One sounding on the unit square, depth in metres (negative: drying). */
+struct S57Sounding {
+    double x, y, depth;
+};
+
 struct CkS57Cell {
-    std::vector<S57Feature> features; /* in drawing order */
+    std::vector<S57Feature> features; /* in drawing order, soundings apart */
+    std::vector<S57Sounding> soundings; /* shallowest first */
+    std::vector<std::vector<unsigned char>> soundingShown; /* per zoom, made when first drawn */
     std::vector<S57Feature> cover;    /* coverage areas: outside them tiles stay clear */
     double cx1, cy1, cx2, cy2;        /* box of the coverage on the unit square */
     CkChartInfo info;
@@ -451,9 +459,22 @@ CkS57Cell *ck_s57_open(const char *path, std::string *reason) {
         return NULL;
     }
 
-    /* Drawing order: by kind, keeping the cell's order within a kind. */
+    /* Drawing order: by kind, keeping the cell's order within a kind.
+    ** Soundings leave the features: each zoom thins them on its own. */
     std::stable_sort(cell->features.begin(), cell->features.end(),
                      [](const S57Feature &a, const S57Feature &c) { return a.kind < c.kind; });
+    for (const S57Feature &f : cell->features) {
+        if (f.kind != S57_SOUNDING) continue;
+        const std::vector<double> &p = f.parts[0];
+        for (size_t i = 0; i + 1 < p.size() && i / 2 < f.depth.size(); i += 2)
+            cell->soundings.push_back({p[i], p[i + 1], f.depth[i / 2]});
+    }
+    cell->features.erase(std::remove_if(cell->features.begin(), cell->features.end(),
+                                        [](const S57Feature &f) { return f.kind == S57_SOUNDING; }),
+                         cell->features.end());
+    std::stable_sort(cell->soundings.begin(), cell->soundings.end(),
+                     [](const S57Sounding &a, const S57Sounding &c) { return a.depth < c.depth; });
+    cell->soundingShown.resize(31);
 
     CkChartInfo &in = cell->info;
     in.west = b.west;
@@ -647,20 +668,66 @@ static void s57_drawSounding(cairo_t *cr, double depth, double px, double py) {
     }
 }
 
+/* Which soundings zoom z shows: shallowest first, each one whose figure
+** would not crowd one already kept. Decided once for the whole level, so
+** a figure across a tile edge is drawn, or left out, on both tiles. */
+static const std::vector<unsigned char> &s57_soundingsShown(CkS57Cell *cell, int z) {
+    std::vector<unsigned char> &shown = cell->soundingShown[z];
+    if (shown.size() == cell->soundings.size()) return shown;
+    const CkS57Style &s = ck_s57Style;
+    const double scale = (double)(1 << z) * CP_TILE_SIZE;
+    const double w = s.soundingSize * 2.4, h = s.soundingSize * 1.4; /* room a figure needs */
+    std::unordered_map<long long, std::vector<size_t>> grid; /* kept figures by w-sized cell */
+    shown.assign(cell->soundings.size(), 0);
+    for (size_t i = 0; i < cell->soundings.size(); i++) {
+        double px = cell->soundings[i].x * scale, py = cell->soundings[i].y * scale;
+        long long gx = (long long)floor(px / w), gy = (long long)floor(py / w);
+        int free = 1;
+        for (long long dx = -1; dx <= 1 && free; dx++)
+            for (long long dy = -1; dy <= 1 && free; dy++) {
+                auto it = grid.find(((gx + dx) << 32) ^ (gy + dy));
+                if (it == grid.end()) continue;
+                for (size_t k : it->second) {
+                    const S57Sounding &o = cell->soundings[k];
+                    if (fabs(o.x * scale - px) < w && fabs(o.y * scale - py) < h) {
+                        free = 0;
+                        break;
+                    }
+                }
+            }
+        if (!free) continue;
+        shown[i] = 1;
+        grid[(gx << 32) ^ gy].push_back(i);
+    }
+    return shown;
+}
+
+/* Draws the soundings of the tile's level that reach into it. They show
+** only on the finest zooms, where the figures have room. */
+static void s57_drawSoundings(cairo_t *cr, CkS57Cell *cell, const S57Frame &fr, int z) {
+    const CkS57Style &s = ck_s57Style;
+    if (z < cell->zmax - s.soundingMinZoomBelowMax || z >= (int)cell->soundingShown.size()) return;
+    const std::vector<unsigned char> &shown = s57_soundingsShown(cell, z);
+    for (size_t i = 0; i < cell->soundings.size(); i++) {
+        const S57Sounding &d = cell->soundings[i];
+        double px = d.x * fr.scale - fr.ox, py = d.y * fr.scale - fr.oy;
+        if (!shown[i] || px < -s.margin || py < -s.margin || px > CP_TILE_SIZE + s.margin ||
+            py > CP_TILE_SIZE + s.margin)
+            continue;
+        s57_drawSounding(cr, d.depth, px, py);
+    }
+}
+
 /* Draws one feature that reaches into the tile. */
-static void s57_drawFeature(cairo_t *cr, const S57Feature &f, const S57Frame &fr, int z, int zmax) {
+static void s57_drawFeature(cairo_t *cr, const S57Feature &f, const S57Frame &fr) {
     const CkS57Style &s = ck_s57Style;
     if (f.prim == 1) {
         const std::vector<double> &p = f.parts[0];
-        if (f.kind == S57_SOUNDING && z < zmax - s.soundingMinZoomBelowMax) return;
         for (size_t i = 0; i + 1 < p.size(); i += 2) {
             double px = p[i] * fr.scale - fr.ox, py = p[i + 1] * fr.scale - fr.oy;
             if (px < -s.margin || py < -s.margin || px > CP_TILE_SIZE + s.margin || py > CP_TILE_SIZE + s.margin)
                 continue;
             switch (f.kind) {
-            case S57_SOUNDING:
-                if (i / 2 < f.depth.size()) s57_drawSounding(cr, f.depth[i / 2], px, py);
-                break;
             case S57_LIGHT: s57_drawLight(cr, f, px, py); break;
             case S57_BUOY: s57_drawBuoy(cr, f, px, py); break;
             case S57_BEACON: s57_drawBeacon(cr, f, px, py); break;
@@ -746,10 +813,17 @@ int ck_s57_draw_tile(CkS57Cell *cell, int z, int y, int x, std::string *png, int
     s57_source(cr, s.water);
     cairo_paint(cr);
 
+    /* Areas and lines, the soundings, then the symbols over them. */
+    int soundingsDrawn = 0;
     for (const S57Feature &f : cell->features) {
+        if (!soundingsDrawn && f.kind > S57_SOUNDING) {
+            s57_drawSoundings(cr, cell, fr, z);
+            soundingsDrawn = 1;
+        }
         if (f.x2 < mx1 || f.x1 > mx2 || f.y2 < my1 || f.y1 > my2) continue;
-        s57_drawFeature(cr, f, fr, z, cell->zmax);
+        s57_drawFeature(cr, f, fr);
     }
+    if (!soundingsDrawn) s57_drawSoundings(cr, cell, fr, z);
 
     cairo_destroy(cr);
     cairo_surface_flush(surface);

@@ -36,7 +36,6 @@ void rateApp(void) {
 
 /* Prefix test with the exact length of the literal. */
 #define PREFIX(path, lit) (strncmp((path), (lit), sizeof(lit) - 1) == 0)
-#define REST(path, lit) ((path) + sizeof(lit) - 1)
 
 /* 64-bit FNV-1a, the mixing step of the licence answers below. */
 static unsigned long long fnv1a(unsigned long long h, const char *s) {
@@ -61,13 +60,15 @@ static void route_getAuth(ResponseBuffer *out, const char *text) {
 
 /* The in-app purchase hook: there is no store on this platform; it answers
 ** an empty JSON object. */
-static void route_inAppPurchase(ResponseBuffer *out) {
+static void route_inAppPurchase(ResponseBuffer *out, const char *rest) {
+    (void)rest;
     buffReset(out);
     buffAddChar(out, "{}");
     buffSendHttp(out, NULL, 5, 0);
 }
 
-static void route_hostversion(ResponseBuffer *out) {
+static void route_hostversion(ResponseBuffer *out, const char *rest) {
+    (void)rest;
     buffReset(out);
     buffAddChar(out, "{\"hostversion\":\"");
     buffAddChar(out, MR_HOST_VERSION);
@@ -103,31 +104,31 @@ static void download_thread(void *unused) {
 ** starts at once only one starts a thread, and a stop that comes as the
 ** thread ends leaves the state at 0 instead of setting a 3 that nothing
 ** would ever clear. */
-static void route_download(ResponseBuffer *out, const char *path) {
+static void route_download(ResponseBuffer *out, const char *rest) {
     char json[160];
     int32_t state = MR_LOAD(mrApp.dlState);
     int32_t shown;
-    size_t len = strlen(path);
-    char b10 = len > 10 ? path[10] : 0;
-    char b11 = len > 11 ? path[11] : 0;
+    size_t len = strlen(rest);
+    char first = rest[0];
+    char second = len > 1 ? rest[1] : 0;
     int started = 0;
 
     if (state == 0) {
         /* arguments that do not fit dlArgs start nothing: a cut text could
         ** name another pack or size */
-        int fits = len - 10 < sizeof(mrApp.dlArgs);
-        if (b10 != '*' && fits && MR_CAS(mrApp.dlState, &state, 1)) {
-            memcpy(mrApp.dlArgs, path + 10, len - 10 + 1);
+        int fits = len < sizeof(mrApp.dlArgs);
+        if (first != '*' && fits && MR_CAS(mrApp.dlState, &state, 1)) {
+            memcpy(mrApp.dlArgs, rest, len + 1);
             _beginthread(download_thread, 0, NULL);
             started = 1;
         }
     } else if (state > 0) {
-        if (b11 == '*') {
+        if (second == '*') {
             while (state > 0 && !MR_CAS(mrApp.dlState, &state, 3)) {
             }
         }
     } else {
-        if (b11 == '*') MR_STORE(mrApp.dlState, 0);
+        if (second == '*') MR_STORE(mrApp.dlState, 0);
     }
     shown = started ? 1 : MR_LOAD(mrApp.dlState);
     buffReset(out);
@@ -169,91 +170,197 @@ int readFromFileSystem(ResponseBuffer *out, const char *name) {
     return 0;
 }
 
-static void route_app(ResponseBuffer *out, const char *path) {
+/* /app/: the client's own files, from the application pack, or from disk
+** when there is none. The pack's keys hold the whole path, "/app/"
+** included, and rest always lies in the decoded path right behind that
+** prefix, so the key starts just before rest. */
+static void route_app(ResponseBuffer *out, const char *rest) {
+    const char *path = rest - (sizeof("/app/") - 1);
     /* a glance outside the guard: the download may be replacing appDb */
     if (MR_LOAD(mrApp.appDb) == NULL) {
-        readFromFileSystem(out, REST(path, "/app/"));
+        readFromFileSystem(out, rest);
         return;
     }
     /* appDb can be replaced meanwhile; the guarded form reads it again */
     getValueAt(out, path, &mrApp.appDb, PREFIX(path, "/app/img") ? mrApp.skin : mrApp.alang);
 }
 
-void route_get(ResponseBuffer *out, const char *path) {
-    if (PREFIX(path, "/getTileI/")) {
-        getTileI(out, REST(path, "/getTileI/"));
-    } else if (PREFIX(path, "/getTile/")) {
-        getTile(out, REST(path, "/getTile/"));
-    } else if (PREFIX(path, "/getSetState/")) {
-        getSetState(out, REST(path, "/getSetState/"));
-        buffSendHttp(out, NULL, 11, 0);
-    } else if (PREFIX(path, "/gazetteer/")) {
-        gazetteer(out, REST(path, "/gazetteer/"));
-    } else if (PREFIX(path, "/hostversion")) {
-        route_hostversion(out);
-    } else if (PREFIX(path, "/getValue/")) {
-        getValue(out, REST(path, "/getValue/"), mrApp.tripDb, "**");
-    } else if (PREFIX(path, "/getMapData/")) {
-        getValueAt(out, REST(path, "/getMapData/"), &mrApp.chartDb, mrApp.mlang);
-    } else if (PREFIX(path, "/getMapDataA/")) {
-        getValueAAt(out, REST(path, "/getMapDataA/"), &mrApp.chartDb, mrApp.mlang);
-    } else if (PREFIX(path, "/getAuth/")) {
-        route_getAuth(out, REST(path, "/getAuth/"));
-    } else if (PREFIX(path, "/getcrc32/")) {
-        getCrc32(out, REST(path, "/getcrc32/"));
-    } else if (PREFIX(path, "/download/")) {
-        route_download(out, path);
-    } else if (PREFIX(path, "/app/")) {
-        route_app(out, path);
-    } else if (PREFIX(path, "/quit!")) {
-        MR_STORE(mrApp.running, 0);
-    } else if (PREFIX(path, "/setNmeaMode/")) {
-        setNmeaMode(REST(path, "/setNmeaMode/"));
-        buffReset(out);
-        buffAddChar(out, "0");
-        buffSendHttp(out, NULL, 11, 0);
-    } else if (PREFIX(path, "/UexecSql/")) {
-        execSql(out, REST(path, "/UexecSql/"), mrApp.tripDb, NULL, 0);
-    } else if (PREFIX(path, "/rateApp")) {
-        rateApp();
-        buffReset(out);
-        buffSendHttp(out, NULL, 4, 0);
-    } else if (PREFIX(path, "/MexecSql/")) {
-        execSqlAt(out, REST(path, "/MexecSql/"), &mrApp.chartDb, NULL, 0);
-    } else if (PREFIX(path, "/kvt/")) {
-        getValue(out, REST(path, "/kvt/"), mrApp.tripDb, mrApp.mlang);
-    } else if (PREFIX(path, "/inAppPurchase/")) {
-        route_inAppPurchase(out);
-    } else {
-        getValueAt(out, path, &mrApp.chartDb, mrApp.mlang);
-    }
+/* Adapters: each row's handler takes (out, rest); these bind the database,
+** the language or the reply that a route adds to its handler. */
+static void route_getTileI(ResponseBuffer *out, const char *rest) { getTileI(out, rest); }
+static void route_getTile(ResponseBuffer *out, const char *rest) { getTile(out, rest); }
+static void route_gazetteer(ResponseBuffer *out, const char *rest) { gazetteer(out, rest); }
+static void route_getcrc32(ResponseBuffer *out, const char *rest) { getCrc32(out, rest); }
+
+static void route_getSetState(ResponseBuffer *out, const char *rest) {
+    getSetState(out, rest);
+    buffSendHttp(out, NULL, 11, 0);
 }
 
-void route_post(ResponseBuffer *out, const char *path, const char *body, int n) {
-    if (PREFIX(path, "/setValue/")) {
-        buffReset(out);
-        int r = setValue(out, REST(path, "/setValue/"), body, n, 12, mrApp.tripDb);
-        buffAddChar(out, r == 0 ? "OK" : "ERR");
-        buffSendHttp(out, NULL, 0, 0);
-    } else if (PREFIX(path, "/UexecSql")) {
-        execSql(out, body, mrApp.tripDb, NULL, 0);
-    } else if (PREFIX(path, "/execSql3")) {
-        execSql(out, body, mrApp.tripDb, NULL, 0);
-    } else if (PREFIX(path, "/UPexecSql/")) {
-        execSql(out, REST(path, "/UPexecSql/"), mrApp.tripDb, body, n);
-    } else if (PREFIX(path, "/MexecSql")) {
-        execSqlAt(out, body, &mrApp.chartDb, NULL, 0);
-    } else if (PREFIX(path, "/getSetHostStat/")) {
-        getSetHostStat(out, REST(path, "/getSetHostStat/"), body, n);
-    } else if (PREFIX(path, "/postShare/")) {
-        buffReset(out);
-        buffAddChar(out, "0");
-        buffSendHttp(out, NULL, 11, 0);
-        postShare(REST(path, "/postShare/"), body);
-    } else if (PREFIX(path, "/inAppPurchase/")) {
-        route_inAppPurchase(out);
-    } else {
-        buffReset(out);
-        buffSendHttp(out, "404 NOPE", 11, 0);
+static void route_getValue(ResponseBuffer *out, const char *rest) {
+    getValue(out, rest, mrApp.tripDb, "**");
+}
+
+static void route_getMapData(ResponseBuffer *out, const char *rest) {
+    getValueAt(out, rest, &mrApp.chartDb, mrApp.mlang);
+}
+
+static void route_getMapDataA(ResponseBuffer *out, const char *rest) {
+    getValueAAt(out, rest, &mrApp.chartDb, mrApp.mlang);
+}
+
+/* /quit! ends the listener and the connections; nothing is sent. */
+static void route_quit(ResponseBuffer *out, const char *rest) {
+    (void)out;
+    (void)rest;
+    MR_STORE(mrApp.running, 0);
+}
+
+static void route_setNmeaMode(ResponseBuffer *out, const char *rest) {
+    setNmeaMode(rest);
+    buffReset(out);
+    buffAddChar(out, "0");
+    buffSendHttp(out, NULL, 11, 0);
+}
+
+static void route_get_UexecSql(ResponseBuffer *out, const char *rest) {
+    execSql(out, rest, mrApp.tripDb, NULL, 0);
+}
+
+static void route_rateApp(ResponseBuffer *out, const char *rest) {
+    (void)rest;
+    rateApp();
+    buffReset(out);
+    buffSendHttp(out, NULL, 4, 0);
+}
+
+static void route_get_MexecSql(ResponseBuffer *out, const char *rest) {
+    execSqlAt(out, rest, &mrApp.chartDb, NULL, 0);
+}
+
+static void route_kvt(ResponseBuffer *out, const char *rest) {
+    getValue(out, rest, mrApp.tripDb, mrApp.mlang);
+}
+
+/* The chart server's address in chartserver.key, which Settings set. */
+static void route_setChartServer(ResponseBuffer *out, const char *rest) { setChartServer(out, rest); }
+
+static void route_getChartServer(ResponseBuffer *out, const char *rest) {
+    (void)rest;
+    getChartServer(out);
+}
+
+/* A row of a route list: the prefix, its length for the exact-length
+** strncmp, and the handler. */
+#define ROUTE(lit, fn) {lit, sizeof(lit) - 1, fn}
+
+static const struct {
+    const char *prefix;
+    size_t length;
+    void (*handle)(ResponseBuffer *out, const char *rest);
+} getRoutes[] = {
+    ROUTE("/getTileI/", route_getTileI), /* before /getTile/, which it is not */
+    ROUTE("/getTile/", route_getTile),
+    ROUTE("/getSetState/", route_getSetState),
+    ROUTE("/gazetteer/", route_gazetteer),
+    ROUTE("/hostversion", route_hostversion),
+    ROUTE("/getValue/", route_getValue),
+    ROUTE("/getMapData/", route_getMapData),
+    ROUTE("/getMapDataA/", route_getMapDataA),
+    ROUTE("/getAuth/", route_getAuth),
+    ROUTE("/getcrc32/", route_getcrc32),
+    ROUTE("/download/", route_download),
+    ROUTE("/app/", route_app),
+    ROUTE("/quit!", route_quit),
+    ROUTE("/setNmeaMode/", route_setNmeaMode),
+    ROUTE("/UexecSql/", route_get_UexecSql),
+    ROUTE("/rateApp", route_rateApp),
+    ROUTE("/MexecSql/", route_get_MexecSql),
+    ROUTE("/kvt/", route_kvt),
+    ROUTE("/inAppPurchase/", route_inAppPurchase),
+    ROUTE("/setChartServer/", route_setChartServer),
+    ROUTE("/getChartServer", route_getChartServer),
+};
+
+void route_get(ResponseBuffer *out, const char *path) {
+    for (size_t i = 0; i < sizeof(getRoutes) / sizeof(getRoutes[0]); i++) {
+        if (strncmp(path, getRoutes[i].prefix, getRoutes[i].length) == 0) {
+            getRoutes[i].handle(out, path + getRoutes[i].length);
+            return;
+        }
     }
+    /* any other path is a key of the chart pack */
+    getValueAt(out, path, &mrApp.chartDb, mrApp.mlang);
+}
+
+static void route_setValue(ResponseBuffer *out, const char *rest, const char *body, int n) {
+    buffReset(out);
+    int r = setValue(out, rest, body, n, 12, mrApp.tripDb);
+    buffAddChar(out, r == 0 ? "OK" : "ERR");
+    buffSendHttp(out, NULL, 0, 0);
+}
+
+/* /UexecSql and /execSql3: the body is the statement; the rest is ignored. */
+static void route_post_execSql(ResponseBuffer *out, const char *rest, const char *body, int n) {
+    (void)rest;
+    (void)n;
+    execSql(out, body, mrApp.tripDb, NULL, 0);
+}
+
+/* /UPexecSql/: the rest is the statement, the body its bound parameter. */
+static void route_UPexecSql(ResponseBuffer *out, const char *rest, const char *body, int n) {
+    execSql(out, rest, mrApp.tripDb, body, n);
+}
+
+static void route_post_MexecSql(ResponseBuffer *out, const char *rest, const char *body, int n) {
+    (void)rest;
+    (void)n;
+    execSqlAt(out, body, &mrApp.chartDb, NULL, 0);
+}
+
+static void route_getSetHostStat(ResponseBuffer *out, const char *rest, const char *body, int n) {
+    getSetHostStat(out, rest, body, n);
+}
+
+/* /postShare/: the answer goes out first, since the share may open a
+** window on the desktop and take its time. */
+static void route_postShare(ResponseBuffer *out, const char *rest, const char *body, int n) {
+    (void)n;
+    buffReset(out);
+    buffAddChar(out, "0");
+    buffSendHttp(out, NULL, 11, 0);
+    postShare(rest, body);
+}
+
+static void route_post_inAppPurchase(ResponseBuffer *out, const char *rest, const char *body,
+                                     int n) {
+    (void)body;
+    (void)n;
+    route_inAppPurchase(out, rest);
+}
+
+static const struct {
+    const char *prefix;
+    size_t length;
+    void (*handle)(ResponseBuffer *out, const char *rest, const char *body, int n);
+} postRoutes[] = {
+    ROUTE("/setValue/", route_setValue),
+    ROUTE("/UexecSql", route_post_execSql),
+    ROUTE("/execSql3", route_post_execSql),
+    ROUTE("/UPexecSql/", route_UPexecSql),
+    ROUTE("/MexecSql", route_post_MexecSql),
+    ROUTE("/getSetHostStat/", route_getSetHostStat),
+    ROUTE("/postShare/", route_postShare),
+    ROUTE("/inAppPurchase/", route_post_inAppPurchase),
+};
+
+void route_post(ResponseBuffer *out, const char *path, const char *body, int n) {
+    for (size_t i = 0; i < sizeof(postRoutes) / sizeof(postRoutes[0]); i++) {
+        if (strncmp(path, postRoutes[i].prefix, postRoutes[i].length) == 0) {
+            postRoutes[i].handle(out, path + postRoutes[i].length, body, n);
+            return;
+        }
+    }
+    buffReset(out);
+    buffSendHttp(out, "404 NOPE", 11, 0);
 }

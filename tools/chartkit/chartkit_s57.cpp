@@ -390,6 +390,13 @@ static int s57_looksLikeCell(const char *path) {
     return 0;
 }
 
+/* GDAL's messages while a cell is read: none reaches the user, and the
+** failures among them (a record cut short, a field that can't be read)
+** are counted, since the driver goes on and returns what it could read. */
+static void CPL_STDCALL s57_countFailures(CPLErr level, CPLErrorNum, const char *) {
+    if (level >= CE_Failure) (*(int *)CPLGetErrorHandlerUserData())++;
+}
+
 CkS57Cell *ck_s57_open(const char *path, std::string *reason) {
     static int registered = 0;
     if (!registered) {
@@ -403,8 +410,8 @@ CkS57Cell *ck_s57_open(const char *path, std::string *reason) {
     }
     fclose(probe);
 
-    CPLPushErrorHandler(CPLQuietErrorHandler);
-    CPLErrorReset();
+    int failures = 0;
+    CPLPushErrorHandlerEx(s57_countFailures, &failures);
     const char *const drivers[] = {"S57", NULL};
     const char *const options[] = {"UPDATES=APPLY", "SPLIT_MULTIPOINT=OFF", "ADD_SOUNDG_DEPTH=OFF",
                                    "RETURN_PRIMITIVES=OFF", "RETURN_LINKAGES=OFF", "RECODE_BY_DSSI=ON", NULL};
@@ -444,7 +451,7 @@ CkS57Cell *ck_s57_open(const char *path, std::string *reason) {
         b = coverBounds;
     }
     s57_readDsid(ds, path, &cell->info);
-    int damaged = CPLGetLastErrorType() == CE_Failure;
+    int damaged = failures > 0;
     GDALClose(ds);
     CPLPopErrorHandler();
 

@@ -317,7 +317,7 @@ static std::string s57_agencyName(long code) {
 
 /* Fills the chart list entry from the cell's DSID record. */
 static void s57_readDsid(GDALDatasetH ds, const char *path, CkChartInfo *info) {
-    std::string dsnm, edtn, updn, isdt, comt;
+    std::string dsnm, edtn, updn, isdt;
     long agen = 0, sdat = 0, duni = 0;
     info->scale = 0;
     OGRLayerH l = GDALDatasetGetLayerByName(ds, "DSID");
@@ -327,7 +327,6 @@ static void s57_readDsid(GDALDatasetH ds, const char *path, CkChartInfo *info) {
         edtn = s57_text(h, "DSID_EDTN");
         updn = s57_text(h, "DSID_UPDN");
         isdt = s57_text(h, "DSID_ISDT");
-        comt = s57_text(h, "DSID_COMT");
         agen = atol(s57_text(h, "DSID_AGEN").c_str());
         info->scale = atol(s57_text(h, "DSPM_CSCL").c_str());
         sdat = atol(s57_text(h, "DSPM_SDAT").c_str());
@@ -337,7 +336,9 @@ static void s57_readDsid(GDALDatasetH ds, const char *path, CkChartInfo *info) {
     if (dsnm.empty()) dsnm = CPLGetFilename(path);
     size_t dot = dsnm.rfind('.');
     info->number = dot == std::string::npos ? dsnm : dsnm.substr(0, dot);
-    info->name = comt.empty() ? info->number : comt;
+    /* A cell carries no title of its own (DSID's comment is free text
+    ** about the file), so the chart is named by its cell number. */
+    info->name = info->number;
     if (info->scale < 0) info->scale = 0;
 
     info->edition = "--";

@@ -5,6 +5,7 @@
 */
 #include <cairo.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <math.h>
 #include <stdio.h>
 #include <string.h>
@@ -155,8 +156,7 @@ TEST_F(S57Test, ChartListEntryComesFromTheCell) {
     std::vector<double> ring = s57Box(kWest, kSouth, kEast, kNorth);
     ASSERT_EQ(info.outline.size(), ring.size());
     for (size_t i = 0; i < ring.size(); i++) EXPECT_NEAR(info.outline[i], ring[i], 1e-6);
-    EXPECT_NE(info.credit.find("MP5BAY01"), std::string::npos) << info.credit;
-    EXPECT_NE(info.credit.find("540"), std::string::npos) << info.credit;
+    EXPECT_EQ(info.credit, "ENC by Hydrographic Office, UK (producer code 540)");
 
     /* 1:22000 at 54 N is about zoom 14 (0.28 mm pixels), and four coarser. */
     int zmin, zmax;
@@ -274,6 +274,23 @@ TEST_F(S57Test, BadInputsAreRefusedWithAReason) {
         EXPECT_EQ(reason, c.reason) << c.what;
         ck_s57_close(cell);
     }
+}
+
+TEST_F(S57Test, MakeTakesTheCompilationScaleIntoTheChartList) {
+    std::string out = dir + "/A001234.marepack";
+    std::string cmd = std::string(CHARTKIT_PATH) + " make --id 1234 --name Bay --out '" + out + "' '" + path +
+                      "' >/dev/null 2>&1";
+    ASSERT_EQ(system(cmd.c_str()), 0);
+    sqlite3 *db = NULL;
+    ASSERT_EQ(sqlite3_open_v2(out.c_str(), &db, SQLITE_OPEN_READONLY, NULL), SQLITE_OK);
+    sqlite3_stmt *st = NULL;
+    ASSERT_EQ(sqlite3_prepare_v2(db, "SELECT v FROM kvt WHERE k='chartlist'", -1, &st, NULL), SQLITE_OK);
+    ASSERT_EQ(sqlite3_step(st), SQLITE_ROW);
+    std::string list((const char *)sqlite3_column_blob(st, 0), sqlite3_column_bytes(st, 0));
+    sqlite3_finalize(st);
+    sqlite3_close(db);
+    EXPECT_NE(list.find("\"nu\":\"MP5BAY01\""), std::string::npos) << list;
+    EXPECT_NE(list.find("\"sc\":22000"), std::string::npos) << list;
 }
 
 } // namespace

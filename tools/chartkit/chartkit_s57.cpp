@@ -354,7 +354,7 @@ static void s57_readDsid(GDALDatasetH ds, const char *path, CkChartInfo *info) {
     std::string agency = s57_agencyName(agen);
     char code[32];
     snprintf(code, sizeof(code), "%ld", agen);
-    info->credit = "ENC cell " + info->number + ": " + (agency.empty() ? "" : agency + ", ") + "producer code " + code;
+    info->credit = "ENC by " + (agency.empty() ? "" : agency + " ") + "(producer code " + code + ")";
 }
 
 /* The zooms whose scale suits the compilation scale: the finest is the one

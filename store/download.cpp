@@ -15,7 +15,9 @@
 ** the data directory, as "host" or "host:port" ("[v6addr]:port" for an
 ** IPv6 literal with a port). Without it the host is a name under the
 ** reserved ".invalid" domain, which never resolves, so an unconfigured host
-** sends no traffic anywhere.
+** sends no traffic anywhere. The client's Settings write and read that
+** file through /setChartServer/ and /getChartServer, which take only a
+** plain address.
 */
 #include <errno.h>
 #include <fcntl.h>
@@ -36,19 +38,20 @@
 #define DL_RESUME_BLOCK 8192
 #define DL_RETRIES 5
 #define DL_LOOKUP_TRIES 20
+/* room for the server's "host[:port]", its end included */
+#define DL_HOST_SIZE 256
 
 /* ---- configuration ---- */
 
-/* Fills host (size bytes) with the chart server's "host" or "host:port"
-** from keyDir + "chartserver.key" (first line, surrounding blanks and the
-** line end removed), or with the built-in ".invalid" host when the file is
-** missing or blank. Returns 0, or -1 with host empty when the line does not
-** fit: a cut name would be another server. */
-int download_server_host(char *host, unsigned size) {
+/* Fills value (size bytes) with the first line of keyDir +
+** "chartserver.key", surrounding blanks and the line end removed; empty
+** when the file is missing or blank. Returns 0, or -1 with value empty
+** when the line does not fit: a cut name would be another server. */
+int download_server_key(char *value, unsigned size) {
     char line[1024];
     char *p, *end;
     if (size == 0) return -1;
-    host[0] = 0;
+    value[0] = 0;
     line[0] = 0;
     mrc_read_regkey("chartserver", line, sizeof(line));
     /* a line that fills the whole read without its line end is longer still */
@@ -58,10 +61,117 @@ int download_server_host(char *host, unsigned size) {
     end = p + strlen(p);
     while (end > p && (end[-1] == '\n' || end[-1] == '\r' || end[-1] == ' ' || end[-1] == '\t'))
         *--end = 0;
-    if (!*p) p = (char *)DL_DEFAULT_HOST;
     if (strlen(p) >= size) return -1;
-    memcpy(host, p, strlen(p) + 1);
+    memcpy(value, p, strlen(p) + 1);
     return 0;
+}
+
+/* Fills host (size bytes) with the chart server's "host" or "host:port"
+** from chartserver.key, or with the built-in ".invalid" host when the file
+** is missing or blank. Returns 0, or -1 with host empty when the line does
+** not fit. */
+int download_server_host(char *host, unsigned size) {
+    if (download_server_key(host, size) != 0) return -1;
+    if (host[0]) return 0;
+    if (strlen(DL_DEFAULT_HOST) >= size) return -1;
+    memcpy(host, DL_DEFAULT_HOST, strlen(DL_DEFAULT_HOST) + 1);
+    return 0;
+}
+
+/* 1 when the n bytes at s are a host name or IPv4 address: labels of
+** letters, digits and "-", 1 to 63 bytes each, joined by single dots. */
+static int server_name_valid(const char *s, size_t n) {
+    size_t label = 0;
+    if (n == 0) return 0;
+    for (size_t i = 0; i < n; i++) {
+        char c = s[i];
+        if (c == '.') {
+            if (label == 0) return 0;
+            label = 0;
+        } else if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-') {
+            if (++label > 63) return 0;
+        } else {
+            return 0;
+        }
+    }
+    return label > 0;
+}
+
+/* 1 when the n bytes at s can be an IPv6 literal: hexadecimal digits,
+** colons (two at least) and the dots of an embedded IPv4 address. */
+static int server_v6_valid(const char *s, size_t n) {
+    int colons = 0;
+    for (size_t i = 0; i < n; i++) {
+        char c = s[i];
+        if (c == ':') colons++;
+        else if (!((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F') || c == '.'))
+            return 0;
+    }
+    return colons >= 2;
+}
+
+/* 1 when address is a chart server address the download can use: "host",
+** "host:port", "[v6]" or "[v6]:port", with a port of 1 to 65535, and
+** short enough for the download's host field. Anything else, a path or a
+** scheme among it, is refused. */
+int download_server_valid(const char *address) {
+    size_t len = strlen(address);
+    const char *port;
+    if (len == 0 || len >= DL_HOST_SIZE) return 0;
+    if (address[0] == '[') {
+        const char *close = strchr(address, ']');
+        if (close == NULL || !server_v6_valid(address + 1, (size_t)(close - address - 1))) return 0;
+        if (close[1] == 0) return 1;
+        if (close[1] != ':') return 0;
+        port = close + 2;
+    } else {
+        const char *colon = strchr(address, ':');
+        if (!server_name_valid(address, colon ? (size_t)(colon - address) : len)) return 0;
+        if (colon == NULL) return 1;
+        port = colon + 1;
+    }
+    long value = 0;
+    size_t digits = strlen(port);
+    if (digits == 0 || digits > 5) return 0;
+    for (size_t i = 0; i < digits; i++) {
+        if (port[i] < '0' || port[i] > '9') return 0;
+        value = value * 10 + (port[i] - '0');
+    }
+    return value >= 1 && value <= 65535;
+}
+
+/* Stores the chart server's address in chartserver.key; an empty address
+** removes the file, so downloads go nowhere again. Returns 0, or -1 for
+** an address that is refused or could not be written (the read-back
+** differs). */
+int download_set_server(const char *address) {
+    char path[512], back[DL_HOST_SIZE];
+    if (address[0] == 0) {
+        mr_bprintf(path, sizeof(path), "%schartserver.key", mrApp.keyDir);
+        return unlink(path) == 0 || errno == ENOENT ? 0 : -1;
+    }
+    if (!download_server_valid(address)) return -1;
+    mrc_write_regkey("chartserver", address);
+    if (download_server_key(back, sizeof(back)) != 0 || strcmp(back, address) != 0) return -1;
+    return 0;
+}
+
+/* Route /setChartServer/<address>: "OK" when stored (or removed, for an
+** empty address), "ERR" otherwise. */
+void setChartServer(ResponseBuffer *out, const char *address) {
+    buffReset(out);
+    buffAddChar(out, download_set_server(address) == 0 ? "OK" : "ERR");
+    buffSendHttp(out, NULL, 0, 0);
+}
+
+/* Route /getChartServer: the address in chartserver.key as it stands, or
+** nothing when none is set (the built-in host is not shown). */
+void getChartServer(ResponseBuffer *out) {
+    char value[1024];
+    if (download_server_key(value, sizeof(value)) != 0) value[0] = 0;
+    buffReset(out);
+    buffAddChar(out, value);
+    buffSendHttp(out, NULL, 0, 0);
 }
 
 /* Splits "host", "host:port", "[v6]" or "[v6]:port" into name and service.
@@ -210,7 +320,7 @@ static int download_write(int fd, const char *p, int n) {
 ** Ends with dlState 0. */
 void download(void) {
     ResponseBuffer buf;
-    char args[sizeof(mrApp.dlArgs)], host[256], tempPath[512], path[160];
+    char args[sizeof(mrApp.dlArgs)], host[DL_HOST_SIZE], tempPath[512], path[160];
     int id = 0, version = 0, size = 0, fileFd = -1, retries = DL_RETRIES;
     unsigned expected = 0;
     uint32_t crc = 0xFFFFFFFFu;

@@ -70,10 +70,10 @@ void mr_db_swap(struct sqlite3 **slot, struct sqlite3 *db);
 /* Finalizes every statement still prepared on db and closes it; NULL does
 ** nothing. Only under the write side. */
 void mr_db_close(struct sqlite3 *db);
-/* Changes whenever chartDb is closed. A statement kept on chartDb from one
-** request to the next belongs to the generation it was prepared in and
-** must be dropped, unused and unfinalized, once the generation has moved
-** on: the close finalized it. Read it under the read side. */
+/* Changes whenever chartDb is opened or closed. Whatever a thread keeps
+** of the chart pack from one request to the next (the tile lookup's own
+** handle) belongs to the generation it was made in and is renewed once the
+** generation has moved on. Read together with chartDb under the read side. */
 uint32_t mr_chart_generation(void);
 
 /* ---- saved state and the database set ---- */
@@ -125,5 +125,16 @@ int http_get(const char *host, const char *path, ResponseBuffer *b);
 ** host that never resolves. Returns 0, or -1 (host empty) when the key
 ** file's line does not fit size bytes. */
 int download_server_host(char *host, unsigned size);
+/* The address as chartserver.key holds it, empty when none is set.
+** Returns 0, or -1 (value empty) when it does not fit size bytes. */
+int download_server_key(char *value, unsigned size);
+/* 1 when address is "host", "host:port", "[v6]" or "[v6]:port" and fits
+** the download's host field. */
+int download_server_valid(const char *address);
+/* Writes chartserver.key (an empty address removes it). Returns 0 or -1. */
+int download_set_server(const char *address);
+/* Routes /setChartServer/<address> ("OK" or "ERR") and /getChartServer. */
+void setChartServer(ResponseBuffer *out, const char *address);
+void getChartServer(ResponseBuffer *out);
 
 #endif

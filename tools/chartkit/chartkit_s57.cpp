@@ -398,77 +398,49 @@ static void CPL_STDCALL s57_countFailures(CPLErr level, CPLErrorNum, const char 
     if (level >= CE_Failure) (*(int *)CPLGetErrorHandlerUserData())++;
 }
 
-CkS57Cell *ck_s57_open(const char *path, std::string *reason) {
-    static int registered = 0;
-    if (!registered) {
-        GDALAllRegister();
-        registered = 1;
-    }
-    FILE *probe = fopen(path, "rb");
-    if (probe == NULL) {
-        *reason = "cannot read the file";
-        return NULL;
-    }
-    fclose(probe);
-
-    int failures = 0;
-    CPLPushErrorHandlerEx(s57_countFailures, &failures);
+/* Opens the cell with its updates through the S57 driver alone. On
+** failure tells why in *reason: updates that don't fit the cell (the
+** driver then refuses the cell itself), a cell cut short, or no cell. */
+static GDALDatasetH s57_openDataset(const char *path, std::string *reason) {
     const char *const drivers[] = {"S57", NULL};
     const char *const options[] = {"UPDATES=APPLY", "SPLIT_MULTIPOINT=OFF", "ADD_SOUNDG_DEPTH=OFF",
                                    "RETURN_PRIMITIVES=OFF", "RETURN_LINKAGES=OFF", "RECODE_BY_DSSI=ON", NULL};
     GDALDatasetH ds = GDALOpenEx(path, GDAL_OF_VECTOR | GDAL_OF_READONLY, drivers, options, NULL);
-    if (ds == NULL) {
-        /* The driver refuses a base cell whose update files don't fit it
-        ** (another edition, a gap); say so rather than blame the cell. */
-        const char *const noUpdates[] = {"UPDATES=IGNORE", NULL};
-        GDALDatasetH base = GDALOpenEx(path, GDAL_OF_VECTOR | GDAL_OF_READONLY, drivers, noUpdates, NULL);
-        if (base != NULL) {
-            *reason = "its update files don't apply to the cell";
-            GDALClose(base);
-        } else {
-            *reason = s57_looksLikeCell(path) ? "the cell is truncated or damaged" : "not an S-57 cell";
-        }
-        CPLPopErrorHandler();
-        return NULL;
+    if (ds != NULL) return ds;
+    const char *const noUpdates[] = {"UPDATES=IGNORE", NULL};
+    GDALDatasetH base = GDALOpenEx(path, GDAL_OF_VECTOR | GDAL_OF_READONLY, drivers, noUpdates, NULL);
+    if (base != NULL) {
+        *reason = "its update files don't apply to the cell";
+        GDALClose(base);
+    } else {
+        *reason = s57_looksLikeCell(path) ? "the cell is truncated or damaged" : "not an S-57 cell";
     }
+    return NULL;
+}
 
-    CkS57Cell *cell = new CkS57Cell();
-    S57Bounds b = {0, 0, 0, 0, 0};
-    std::vector<double> outline;
-    double outlineSize = -1;
+/* Reads the drawn classes, the coverage and the DSID record into the
+** cell. Returns the number of features of all classes in the cell. */
+static long s57_readFeatures(GDALDatasetH ds, const char *path, CkS57Cell *cell, S57Bounds *b) {
     long total = 0;
     for (int i = 0; i < GDALDatasetGetLayerCount(ds); i++) {
         OGRLayerH l = GDALDatasetGetLayer(ds, i);
         if (strcmp(OGR_L_GetName(l), "DSID") != 0) total += (long)OGR_L_GetFeatureCount(l, TRUE);
     }
+    double outlineSize = -1;
     for (const auto &c : s57_classes) {
         OGRLayerH l = GDALDatasetGetLayerByName(ds, c.layer);
-        if (l != NULL) s57_readLayer(l, c.kind, 0, cell, &b, &outline, &outlineSize);
+        if (l != NULL) s57_readLayer(l, c.kind, 0, cell, b, &cell->info.outline, &outlineSize);
     }
     OGRLayerH cover = GDALDatasetGetLayerByName(ds, "M_COVR");
-    if (cover != NULL) {
-        S57Bounds coverBounds = b; /* the coverage counts to the data's bounds too */
-        s57_readLayer(cover, S57_LAND, 1, cell, &coverBounds, &outline, &outlineSize);
-        b = coverBounds;
-    }
+    if (cover != NULL) s57_readLayer(cover, S57_LAND, 1, cell, b, &cell->info.outline, &outlineSize);
     s57_readDsid(ds, path, &cell->info);
-    int damaged = failures > 0;
-    GDALClose(ds);
-    CPLPopErrorHandler();
+    return total;
+}
 
-    if (damaged) {
-        *reason = "the cell is truncated or damaged";
-        delete cell;
-        return NULL;
-    }
-    if (total == 0 || !b.any) {
-        *reason = "the cell holds no features";
-        delete cell;
-        return NULL;
-    }
-
-    /* Drawing order: by kind, keeping the cell's order within a kind.
-    ** Soundings leave the features: each zoom thins them on its own. */
+/* Puts the features in drawing order (by kind, the cell's order within a
+** kind), takes the soundings apart (each zoom thins them on its own),
+** settles the coverage, the bounds and the zooms. */
+static void s57_arrange(CkS57Cell *cell, const S57Bounds &b) {
     std::stable_sort(cell->features.begin(), cell->features.end(),
                      [](const S57Feature &a, const S57Feature &c) { return a.kind < c.kind; });
     for (const S57Feature &f : cell->features) {
@@ -489,7 +461,6 @@ CkS57Cell *ck_s57_open(const char *path, std::string *reason) {
     in.south = b.south;
     in.east = b.east;
     in.north = b.north;
-    in.outline = outline;
     if (cell->cover.empty()) {
         /* No coverage record: the data's box stands for it. */
         S57Feature f;
@@ -509,7 +480,49 @@ CkS57Cell *ck_s57_open(const char *path, std::string *reason) {
         cell->cy2 = fmax(cell->cy2, f.y2);
     }
     s57_pickZooms(cell);
+}
+
+CkS57Cell *ck_s57_open(const char *path, std::string *reason) {
+    static int registered = 0;
+    if (!registered) {
+        GDALAllRegister();
+        registered = 1;
+    }
+    FILE *probe = fopen(path, "rb");
+    if (probe == NULL) {
+        *reason = "cannot read the file";
+        return NULL;
+    }
+    fclose(probe);
+
+    CkS57Cell *cell = NULL;
+    S57Bounds b = {0, 0, 0, 0, 0};
+    long total = 0;
+    int failures = 0;
+    CPLPushErrorHandlerEx(s57_countFailures, &failures);
+    GDALDatasetH ds = s57_openDataset(path, reason);
+    if (ds != NULL) {
+        cell = new CkS57Cell();
+        total = s57_readFeatures(ds, path, cell, &b);
+        GDALClose(ds);
+    }
+    CPLPopErrorHandler();
+    if (cell == NULL) return NULL;
+
+    if (failures > 0) {
+        *reason = "the cell is truncated or damaged";
+        goto fail;
+    }
+    if (total == 0 || !b.any) {
+        *reason = "the cell holds no features";
+        goto fail;
+    }
+    s57_arrange(cell, b);
     return cell;
+
+fail:
+    delete cell;
+    return NULL;
 }
 
 void ck_s57_close(CkS57Cell *cell) { delete cell; }
@@ -787,6 +800,31 @@ static cairo_status_t s57_pngToString(void *closure, const unsigned char *data, 
     return CAIRO_STATUS_SUCCESS;
 }
 
+/* Reads the drawn tile: 1 when no pixel shows anything, else its corner
+** flag and PNG and 0; -1 when Cairo failed. */
+static int s57_finishTile(cairo_surface_t *surface, std::string *png, int *cornerOpaque) {
+    cairo_surface_flush(surface);
+    if (cairo_surface_status(surface) != CAIRO_STATUS_SUCCESS) return -1;
+    const unsigned char *d = cairo_image_surface_get_data(surface);
+    int stride = cairo_image_surface_get_stride(surface);
+    int any = 0;
+    for (int row = 0; row < CP_TILE_SIZE && !any; row++) {
+        const uint32_t *line = (const uint32_t *)(d + row * stride); /* Cairo's rows are 4-byte aligned */
+        for (int col = 0; col < CP_TILE_SIZE && !any; col++) any = (line[col] >> 24) != 0;
+    }
+    if (!any) return 1;
+    const int last = CP_TILE_SIZE - 1;
+    const int corners[4][2] = {{0, 0}, {last, 0}, {0, last}, {last, last}};
+    *cornerOpaque = 1;
+    for (const auto &c : corners) {
+        uint32_t px;
+        memcpy(&px, d + c[1] * stride + c[0] * 4, 4);
+        if ((px >> 24) != 255) *cornerOpaque = 0;
+    }
+    png->clear();
+    return cairo_surface_write_to_png_stream(surface, s57_pngToString, png) == CAIRO_STATUS_SUCCESS ? 0 : -1;
+}
+
 int ck_s57_draw_tile(CkS57Cell *cell, int z, int y, int x, std::string *png, int *cornerOpaque) {
     const CkS57Style &s = ck_s57Style;
     *cornerOpaque = 0;
@@ -817,7 +855,6 @@ int ck_s57_draw_tile(CkS57Cell *cell, int z, int y, int x, std::string *png, int
         if (!(f.x2 < mx1 || f.x1 > mx2 || f.y2 < my1 || f.y1 > my2)) s57_path(cr, f, fr, 1);
     cairo_set_fill_rule(cr, CAIRO_FILL_RULE_EVEN_ODD);
     cairo_clip(cr);
-    cairo_set_fill_rule(cr, CAIRO_FILL_RULE_EVEN_ODD);
     s57_source(cr, s.water);
     cairo_paint(cr);
 
@@ -832,40 +869,9 @@ int ck_s57_draw_tile(CkS57Cell *cell, int z, int y, int x, std::string *png, int
         s57_drawFeature(cr, f, fr);
     }
     if (!soundingsDrawn) s57_drawSoundings(cr, cell, fr, z);
-
     cairo_destroy(cr);
-    cairo_surface_flush(surface);
-    int rc = -1;
-    if (cairo_surface_status(surface) == CAIRO_STATUS_SUCCESS) {
-        const unsigned char *d = cairo_image_surface_get_data(surface);
-        int stride = cairo_image_surface_get_stride(surface);
-        int any = 0;
-        for (int row = 0; row < CP_TILE_SIZE && !any; row++) {
-            const unsigned char *line = d + row * stride;
-            for (int col = 0; col < CP_TILE_SIZE; col++) {
-                uint32_t px;
-                memcpy(&px, line + col * 4, 4);
-                if (px >> 24) {
-                    any = 1;
-                    break;
-                }
-            }
-        }
-        if (!any) {
-            rc = 1;
-        } else {
-            const int last = CP_TILE_SIZE - 1;
-            const int corners[4][2] = {{0, 0}, {last, 0}, {0, last}, {last, last}};
-            *cornerOpaque = 1;
-            for (const auto &c : corners) {
-                uint32_t px;
-                memcpy(&px, d + c[1] * stride + c[0] * 4, 4);
-                if ((px >> 24) != 255) *cornerOpaque = 0;
-            }
-            png->clear();
-            if (cairo_surface_write_to_png_stream(surface, s57_pngToString, png) == CAIRO_STATUS_SUCCESS) rc = 0;
-        }
-    }
+
+    int rc = s57_finishTile(surface, png, cornerOpaque);
     cairo_surface_destroy(surface);
     return rc;
 }

@@ -11,6 +11,7 @@
 */
 
 kelvor.ais = {
+    SHIPTYPE: null,
     ais_elem: {},
     /* lists of an older form of the module; kept for clear() */
     aisList: [],
@@ -194,7 +195,7 @@ kelvor.ais = {
         } catch (ex) {
             console.log("ais: " + (ex && ex.stack ? ex.stack : ex));
         }
-        fillAisList(gps ? gps.aisuserid : 0);
+        kelvor.ais.fillAisList(gps ? gps.aisuserid : 0);
     },
 
     /* Targets of the remote position service: an array or a map of
@@ -267,7 +268,9 @@ kelvor.ais = {
     },
 
     shipType: function (t) {
-        var v = kelvor.ais.SHIPTYPE[t - 20];
+        var a = kelvor.ais;
+        if (!a.SHIPTYPE) a.SHIPTYPE = a._shipTypeTable();
+        var v = a.SHIPTYPE[t - 20];
         return v === undefined ? String(t) : v;
     },
 
@@ -755,105 +758,105 @@ kelvor.ais = {
             cpApp.sizeDialog(dlg);
             cpApp.onClose = function () { kelvor.ais.openShip = false; };
         }
+    },
+
+    /* Ship type texts for types 20 to 100, built from groups of ten. */
+    _shipTypeTable: function () {
+        function group(head, last) {
+            var g = [head + "all ships of this type", head + "Hazardous category A", head + "Hazardous category B",
+                head + "Hazardous category C", head + "Hazardous category D"];
+            for (var i = 5; i < 9; i++) g.push(head + "Reserved for future use");
+            g.push(last || head + "Reserved for future use");
+            return g;
+        }
+        var t = group("Wing in ground (WIG), ");
+        t = t.concat(["Fishing", "Towing", "Towing: length exceeds 200m or breadth exceeds 25m", "Dredging or underwater ops",
+            "Diving ops", "Military ops", "Sailing", "Pleasure Craft", "Reserved", "Reserved"]);
+        t = t.concat(group("High speed craft (HSC), ", "High speed craft (HSC), No additional information"));
+        t = t.concat(["Pilot Vessel", "Search and Rescue vessel", "Tug", "Port Tender", "Anti-pollution equipment",
+            "Law Enforcement", "Spare - Local Vessel", "Spare - Local Vessel", "Medical Transport",
+            "Noncombatant ship according to RR Resolution No.60"]);
+        t = t.concat(group("Passenger, "), group("Cargo, "), group("Tanker, "),
+            group("Other Type, ", "Other Type, no additional information"));
+        t.push("Pleasure Craft, MrAppUser");
+        return t;
+    },
+
+    /*
+    ** Presses on the target list. The list is rebuilt every second, so an
+    ** entry's element may be replaced under a resting pointer: a press and its
+    ** release are matched by the vessel's MMSI, not by element, and a press
+    ** holds the rebuild until it is let go, so the entries do not move under
+    ** it. Releasing on the entry pressed centres the chart on that vessel.
+    */
+    _watchListPress: function (div) {
+        var a = kelvor.ais;
+        function mmsiAt(ev) {
+            var e = ev.target && ev.target.closest ? ev.target.closest(".ais_entry[data-mmsi]") : null;
+            return e ? e.getAttribute("data-mmsi") : null;
+        }
+        div._pressWatch = true;
+        div.addEventListener("pointerdown", function (ev) {
+            a._listHeld = true;
+            a._listPress = ev.button === 0 ? mmsiAt(ev) : null;
+        });
+        div.addEventListener("pointerup", function (ev) {
+            var id = mmsiAt(ev);
+            if (id !== null && id === a._listPress) a.goAis(id);
+        });
+        /* on the way back up, so after the list's own pointerup */
+        function release() {
+            a._listHeld = false;
+            a._listPress = null;
+        }
+        document.addEventListener("pointerup", release);
+        document.addEventListener("pointercancel", release);
+    },
+
+    /*
+    ** The target list of the right column: the nearest 30 shown targets with
+    ** their CPA texts. Fairway markers list only with a CPA.
+    */
+    fillAisList: function (aisuserid) {
+        var a = kelvor.ais, s = kelvor.settings;
+        var div = kelvor.aux.el("r_ais_list");
+        var nr = a._setBoat(1);
+        var cand = [];
+        for (var id in a.ais_elem) {
+            var e = a.ais_elem[id];
+            if (e.msgid === 4 || !e.lat || !e.lon || e.X === undefined) continue;
+            if (aisuserid && e.user === aisuserid) continue;
+            if (!(a.classShown(e) || e.msgid === 201)) continue;
+            a._brgRng(e);
+            if (!e.rng || !e.brg) continue;
+            cand.push(e);
+        }
+        cand.sort(function (p, q) { return p.rng - q.rng; });
+        if (cand.length > 30) cand.length = 30;
+        var d = new Date();
+        var h = "<h5>" + "AIS Targets" + "<span class=\"ais_clock\" style=\"float:right\">" +
+            (d.getHours() < 10 ? "0" : "") + d.getHours() + ":" + (d.getMinutes() < 10 ? "0" : "") + d.getMinutes() +
+            "</span></h5>";
+        for (var i = 0; i < cand.length; i++) {
+            var t = cand[i];
+            if (nr) {
+                var c = nr.cpa(t.X, t.Y, t.sog || 0, t.cog || 0);
+                t.CPA = c.CPA;
+                if (t.showEncounter) t.cpa = c.CPA ? c : false;
+            }
+            if (t.msgid === 201) {
+                if (!t.CPA) continue;
+                h += "<div class=\"ais_entry ais_rte\"><b>" + kelvor.aux.esc(t.name) + "</b> TCPA: " +
+                    String(t.CPA).split("&nbsp;/&nbsp;")[1] + "</div>";
+                continue;
+            }
+            h += "<div class=\"ais_entry\" data-mmsi=\"" + kelvor.aux.esc(t.user) + "\"><b>" +
+                kelvor.aux.esc(t.name) + "</b><br>SOG: " + t.SOG + " COG: " + t.COG + "<br>BRG: " + s.fmtBrg(t.brg) + " RNG: " +
+                s.fmtDist(t.rng) + "<br>CPA: <span class=\"ais_cpa\">" + (t.CPA || "---") + "</span></div>";
+        }
+        a.aisListSorted = cand;
+        if (!div) return;
+        if (!div._pressWatch) a._watchListPress(div);
+        if (!a._listHeld) div.innerHTML = h;
     }
 };
-
-/* Ship type texts for types 20 to 100, built from groups of ten. */
-kelvor.ais.SHIPTYPE = (function () {
-    function group(head, last) {
-        var g = [head + "all ships of this type", head + "Hazardous category A", head + "Hazardous category B",
-            head + "Hazardous category C", head + "Hazardous category D"];
-        for (var i = 5; i < 9; i++) g.push(head + "Reserved for future use");
-        g.push(last || head + "Reserved for future use");
-        return g;
-    }
-    var t = group("Wing in ground (WIG), ");
-    t = t.concat(["Fishing", "Towing", "Towing: length exceeds 200m or breadth exceeds 25m", "Dredging or underwater ops",
-        "Diving ops", "Military ops", "Sailing", "Pleasure Craft", "Reserved", "Reserved"]);
-    t = t.concat(group("High speed craft (HSC), ", "High speed craft (HSC), No additional information"));
-    t = t.concat(["Pilot Vessel", "Search and Rescue vessel", "Tug", "Port Tender", "Anti-pollution equipment",
-        "Law Enforcement", "Spare - Local Vessel", "Spare - Local Vessel", "Medical Transport",
-        "Noncombatant ship according to RR Resolution No.60"]);
-    t = t.concat(group("Passenger, "), group("Cargo, "), group("Tanker, "),
-        group("Other Type, ", "Other Type, no additional information"));
-    t.push("Pleasure Craft, MrAppUser");
-    return t;
-})();
-
-/*
-** Presses on the target list. The list is rebuilt every second, so an
-** entry's element may be replaced under a resting pointer: a press and its
-** release are matched by the vessel's MMSI, not by element, and a press
-** holds the rebuild until it is let go, so the entries do not move under
-** it. Releasing on the entry pressed centres the chart on that vessel.
-*/
-function watchListPress(div) {
-    var a = kelvor.ais;
-    function mmsiAt(ev) {
-        var e = ev.target && ev.target.closest ? ev.target.closest(".ais_entry[data-mmsi]") : null;
-        return e ? e.getAttribute("data-mmsi") : null;
-    }
-    div._pressWatch = true;
-    div.addEventListener("pointerdown", function (ev) {
-        a._listHeld = true;
-        a._listPress = ev.button === 0 ? mmsiAt(ev) : null;
-    });
-    div.addEventListener("pointerup", function (ev) {
-        var id = mmsiAt(ev);
-        if (id !== null && id === a._listPress) a.goAis(id);
-    });
-    /* on the way back up, so after the list's own pointerup */
-    function release() {
-        a._listHeld = false;
-        a._listPress = null;
-    }
-    document.addEventListener("pointerup", release);
-    document.addEventListener("pointercancel", release);
-}
-
-/*
-** The target list of the right column: the nearest 30 shown targets with
-** their CPA texts. Fairway markers list only with a CPA.
-*/
-function fillAisList(aisuserid) {
-    var a = kelvor.ais, s = kelvor.settings;
-    var div = kelvor.aux.el("r_ais_list");
-    var nr = a._setBoat(1);
-    var cand = [];
-    for (var id in a.ais_elem) {
-        var e = a.ais_elem[id];
-        if (e.msgid === 4 || !e.lat || !e.lon || e.X === undefined) continue;
-        if (aisuserid && e.user === aisuserid) continue;
-        if (!(a.classShown(e) || e.msgid === 201)) continue;
-        a._brgRng(e);
-        if (!e.rng || !e.brg) continue;
-        cand.push(e);
-    }
-    cand.sort(function (p, q) { return p.rng - q.rng; });
-    if (cand.length > 30) cand.length = 30;
-    var d = new Date();
-    var h = "<h5>" + "AIS Targets" + "<span class=\"ais_clock\" style=\"float:right\">" +
-        (d.getHours() < 10 ? "0" : "") + d.getHours() + ":" + (d.getMinutes() < 10 ? "0" : "") + d.getMinutes() +
-        "</span></h5>";
-    for (var i = 0; i < cand.length; i++) {
-        var t = cand[i];
-        if (nr) {
-            var c = nr.cpa(t.X, t.Y, t.sog || 0, t.cog || 0);
-            t.CPA = c.CPA;
-            if (t.showEncounter) t.cpa = c.CPA ? c : false;
-        }
-        if (t.msgid === 201) {
-            if (!t.CPA) continue;
-            h += "<div class=\"ais_entry ais_rte\"><b>" + kelvor.aux.esc(t.name) + "</b> TCPA: " +
-                String(t.CPA).split("&nbsp;/&nbsp;")[1] + "</div>";
-            continue;
-        }
-        h += "<div class=\"ais_entry\" data-mmsi=\"" + kelvor.aux.esc(t.user) + "\"><b>" +
-            kelvor.aux.esc(t.name) + "</b><br>SOG: " + t.SOG + " COG: " + t.COG + "<br>BRG: " + s.fmtBrg(t.brg) + " RNG: " +
-            s.fmtDist(t.rng) + "<br>CPA: <span class=\"ais_cpa\">" + (t.CPA || "---") + "</span></div>";
-    }
-    a.aisListSorted = cand;
-    if (!div) return;
-    if (!div._pressWatch) watchListPress(div);
-    if (!a._listHeld) div.innerHTML = h;
-}

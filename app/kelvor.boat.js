@@ -9,7 +9,6 @@
 */
 
 kelvor.boat = {
-    theBoat: null,
     gps: { lonX: null, latY: null, loctime: new Date().gT() },
     loctime: 0,
     activeWayPoint: false,
@@ -22,74 +21,77 @@ kelvor.boat = {
     step: 0,
     ticks: 0,
     nearList: [],
-    _timer: null
-};
-
-(function (b) {
-    var M = kelvor.marker, aux = kelvor.aux, el = aux.el, setText = aux.setText, show = aux.show;
-    var RAD = kelvor.geo.RAD;
-
-    b.theBoat = new M(0, 0);
-    b.theBoat.noauto = true;
-    b.theBoat.name = "Boat";
+    _timer: null,
 
     /* The boat symbol can be held and moved by hand; the next status with
     ** a fix puts it back. Nothing goes to the host. */
-    b.theBoat.onDown = function () {
-        b.boatMove = true;
-        cpApp.unSelect();
-        b.menu(true);
-    };
-    b.theBoat.onMove = function (ctx, dx, dy) {
-        this.x += dx;
-        this.y += dy;
-        if (cpApp && cpApp.map) cpApp.map.paintByTimer();
-    };
-    b.theBoat.onUp = function () {
-        b.boatMove = false;
-        if (cpApp) cpApp.update();
-    };
+    theBoat: Object.assign(new kelvor.marker(0, 0), {
+        noauto: true,
+        name: "Boat",
+        onDown: function () {
+            var b = kelvor.boat;
+            b.boatMove = true;
+            cpApp.unSelect();
+            b.menu(true);
+        },
+        onMove: function (ctx, dx, dy) {
+            this.x += dx;
+            this.y += dy;
+            if (cpApp && cpApp.map) cpApp.map.paintByTimer();
+        },
+        onUp: function () {
+            var b = kelvor.boat;
+            b.boatMove = false;
+            if (cpApp) cpApp.update();
+        }
+    }),
 
-    function placeBoat(lon, lat) {
+    _placeBoat: function (lon, lat) {
+        var b = kelvor.boat, M = kelvor.marker;
         var k = kelvor.settings.k;
         b.theBoat.x = M.getXpos(lon);
         b.theBoat.y = M.getYpos(lat);
         k.boat.lonX = lon;
         k.boat.latY = lat;
-    }
+    },
 
-    b.start = function () {
+    start: function () {
+        var b = kelvor.boat, M = kelvor.marker;
         var k = kelvor.settings.k;
         kelvor.track.clearTrack();
         b.theBoat.x = M.getXpos(Number(k.boat.lonX));
         b.theBoat.y = M.getYpos(Number(k.boat.latY));
         b._ui();
         b.resume();
-    };
+    },
 
-    b.pause = function () {
+    pause: function () {
+        var b = kelvor.boat;
         b.paused = true;
         if (b._timer) window.clearInterval(b._timer);
         b._timer = null;
-    };
+    },
 
-    b.resume = function () {
+    resume: function () {
+        var b = kelvor.boat;
         b.paused = false;
         if (!b._timer) b._timer = window.setInterval(b.tick, 1000);
-    };
+    },
 
     /* One status exchange; skipped while tiles are awaited or a finger is
     ** down, unless the boat itself is being dragged. */
-    b.tick = function () {
+    tick: function () {
+        var b = kelvor.boat;
         var k = kelvor.settings.k;
         if (cpApp.map.busy() && !b.boatMove) return;
         b.ticks++;
         var url = "/getSetHostStat/" + k.S.i_settings_track_interval + "/" + k.S.i_settings_track_distance + "/" +
             (k.C.i_track_on ? 1 : 0) + "/" + kelvor.track.lastTrackTimeStamp;
         postAsync(url, b.updateDash, "*");
-    };
+    },
 
-    b.updateDash = function (text) {
+    updateDash: function (text) {
+        var b = kelvor.boat;
         if (text === false) return;
         var g;
         try {
@@ -99,10 +101,10 @@ kelvor.boat = {
             return;
         }
         b.updateDash2(g);
-    };
+    },
 
     /* Text and alarm colour of a fix value; intern is i_gps_intern. */
-    b.fixText = function (fix, intern) {
+    fixText: function (fix, intern) {
         fix = Number(fix);
         if (fix === 999) return { t: "NO FIX", red: true };
         if (fix === 998) return { t: "NO NMEA", red: true };
@@ -112,11 +114,12 @@ kelvor.boat = {
         if (fix > 0) return { t: fix + " Sat.", red: fix > 900 };
         if (fix < 0) return { t: kelvor.settings.fmtDist(Math.abs(fix)), red: fix < -50 };
         return { t: Number(intern) === 1 ? "NO FIX" : "GPS OFF", red: true };
-    };
+    },
 
     /* Shows a value in its dashboard cell and in the right column's copy;
     ** null hides both. */
-    b.showDashVal = function (id, text) {
+    showDashVal: function (id, text) {
+        var el = kelvor.aux.el, show = kelvor.aux.show;
         var on = text !== null && text !== undefined;
         var e = el(id), e2 = el(id + "2");
         if (e) {
@@ -127,31 +130,31 @@ kelvor.boat = {
             e2.innerHTML = on ? text : "---";
             if (e2.parentNode) show(e2.parentNode, on);
         }
-    };
+    },
 
     /* Rate of turn from its AIS code: degrees a minute, or null. */
-    b.rotText = function (r) {
+    rotText: function (r) {
         r = Number(r);
         if (r === -128 || !isFinite(r)) return null;
         var v = (r / 4.733) * Math.abs(r / 4.733);
         return (Math.abs(r) === 127 ? ">" : "") + v.toFixed(1) + "\u00b0/min";
-    };
+    },
 
     /* Date, hour and minute, or local time by the frame counter. */
-    b.fmtTime = function (d, step) {
+    fmtTime: function (d, step) {
         if (!d) return "Never";
         function p2(n) { return (n < 10 ? "0" : "") + n; }
         if (step & 1) return d.getFullYear() + "-" + p2(d.getMonth() + 1) + "-" + p2(d.getDate());
         if (step & 16) return p2(d.getUTCHours()) + ":" + p2(d.getUTCMinutes()) + " UTC";
         return p2(d.getHours()) + ":" + p2(d.getMinutes());
-    };
+    },
 
     /*
     ** Range, bearing and times to the waypoint wp from boat p: ttg from the
     ** range, ete from the range plus the remaining legs, eta the date of
     ** arrival or false when the speed is 0.
     */
-    b.progress = function (p, wp, spd, now) {
+    progress: function (p, wp, spd, now) {
         var rng = p.geoDist(wp), dist = rng;
         if (wp.route) {
             var m = wp.route.m;
@@ -162,14 +165,15 @@ kelvor.boat = {
             rng: rng, brg: p.brg(wp), dist: dist, ttg: ttg, ete: ete,
             eta: ete > 0 ? new Date((now + ete) * 1000) : false
         };
-    };
+    },
 
     /*
     ** The view centre and rotation of a follow mode. mode is the radio's
     ** text; h the heading in degrees; sr the look-ahead in world metres.
     ** rot null leaves the rotation as it is.
     */
-    b.followCenter = function (mode, x, y, h, activeBrg, hasWp, sr) {
+    followCenter: function (mode, x, y, h, activeBrg, hasWp, sr) {
+        var RAD = kelvor.geo.RAD;
         function ahead(a) { return { x: x + Math.sin(a * RAD) * sr, y: y - Math.cos(a * RAD) * sr }; }
         var c;
         if (mode === "2") {
@@ -185,25 +189,27 @@ kelvor.boat = {
             c = { x: x, y: y, rot: 0 };
         }
         return c;
-    };
+    },
 
     /* Offset in pixels of the cross-track bar: 80 pixels per limit. */
-    b.xteOffset = function (lr, limit, clamp) {
+    xteOffset: function (lr, limit, clamp) {
         var d = Math.round(lr / limit * 80);
         if (!isFinite(d)) d = 0;
         return Math.max(-clamp, Math.min(clamp, d));
-    };
+    },
 
-    function moveBar(d, text) {
+    _moveBar: function (d, text) {
+        var el = kelvor.aux.el;
         var s = el("r_dist_outer_ship"), x = el("r_dist_xte");
         if (s) s.style.marginLeft = d + "px";
         if (x) {
             x.style.marginLeft = d + "px";
             x.innerHTML = text;
         }
-    }
+    },
 
-    b.xteBar = function () {
+    xteBar: function () {
+        var b = kelvor.boat, M = kelvor.marker, setText = kelvor.aux.setText;
         var k = kelvor.settings.k, s = kelvor.settings, max = Number(k.S.i_settings_xte_max);
         setText("r_dist_max_left", s.fmtDist(max));
         setText("r_dist_max_right", s.fmtDist(max));
@@ -214,22 +220,23 @@ kelvor.boat = {
             var ld = M.linedist(a.x, a.y, wp.x, wp.y, p.x, p.y);
             /* the latitude number goes into the cosine as it stands */
             var lr = ld.lr * ld.ab * Math.cos(k.boat.latY);
-            moveBar(b.xteOffset(lr, mXte, 110), s.fmtDist(Math.abs(lr)));
+            b._moveBar(b.xteOffset(lr, mXte, 110), s.fmtDist(Math.abs(lr)));
             return;
         }
         var nr = kelvor.chartkit && kelvor.chartkit.navrte;
         if (!wp && nr && nr.b) {
             var d = b.xteOffset(-nr.b.lr * nr.b.ab * nr.b.dir, max, 120);
-            moveBar(d, String(d));
+            b._moveBar(d, String(d));
             return;
         }
-        moveBar(0, "");
-    };
+        b._moveBar(0, "");
+    },
 
     /* The handler of each status reply: position and fix state, track,
     ** dashboard, cross-track bar, alarm monitor, waypoint progress, follow
     ** mode and map centre, AIS targets, in that order. */
-    b.updateDash2 = function (g) {
+    updateDash2: function (g) {
+        var b = kelvor.boat;
         if (!g.loctime) g.loctime = new Date().gT();
         b.loctime = g.loctime;
         b.gps = g;
@@ -245,23 +252,24 @@ kelvor.boat = {
         if (kelvor.ais.setAisData) {
             kelvor.ais.setAisData(g.nmea_stat === 1 ? g : { ais: [], aisuserid: g.aisuserid });
         }
-    };
+    },
 
     /* Moves the boat to the reply's position, the track on, and shows the
     ** fix state. A position off the chart counts as no fix at the default
     ** place; without a fix the reply takes the boat's last position. */
-    b._takeFix = function (g) {
+    _takeFix: function (g) {
+        var b = kelvor.boat, M = kelvor.marker, el = kelvor.aux.el, show = kelvor.aux.show;
         var k = kelvor.settings.k;
         if (!(g.lonX >= -180 && g.lonX <= 180 && g.latY >= -80 && g.latY <= 80)) {
             g.fix = 0;
             g.lonX = 10.1;
             g.latY = 54.52;
             g.sog = 0;
-            placeBoat(g.lonX, g.latY);
+            b._placeBoat(g.lonX, g.latY);
         }
         kelvor.track.updateTrack(g.track);
         var ft = b.fixText(g.fix, k.I.i_gps_intern), fe = el("i_boat_gps_fix");
-        if (g.fix !== 0) placeBoat(Number(g.lonX), Number(g.latY));
+        if (g.fix !== 0) b._placeBoat(Number(g.lonX), Number(g.latY));
         if (fe) {
             fe.innerHTML = ft.t;
             fe.style.backgroundColor = ft.red ? "red" : "";
@@ -276,10 +284,11 @@ kelvor.boat = {
             g.lonX = M.getLonX(b.theBoat.x);
             g.latY = M.getLatY(b.theBoat.y);
         }
-    };
+    },
 
     /* The dashboard's position, heading, course, speed, depth and wind. */
-    b._showValues = function (g) {
+    _showValues: function (g) {
+        var b = kelvor.boat;
         var s = kelvor.settings;
         b.showDashVal("i_boat_lat", s.fmtLat(Number(g.latY)));
         b.showDashVal("i_boat_lon", s.fmtLon(Number(g.lonX)));
@@ -289,11 +298,12 @@ kelvor.boat = {
         b.showDashVal("i_boat_dpt", g.dpt > 0 ? s.fmtDeep(Number(g.dpt)) : null);
         b.showDashVal("i_boat_wspd", g.wspd > 0 ? s.fmtSpeed(Number(g.wspd)) : null);
         b.showDashVal("i_boat_wdir", g.wdir > 0 ? s.fmtBrg(Number(g.wdir)) : null);
-    };
+    },
 
     /* Steps to the next waypoint when due and shows the way to the active
     ** one, or dashes without one. Without a fix the boat's set speed counts. */
-    b._showProgress = function (g) {
+    _showProgress: function (g) {
+        var b = kelvor.boat, setText = kelvor.aux.setText;
         var k = kelvor.settings.k, s = kelvor.settings;
         var ids = ["i_boat_brg", "i_boat_rng", "i_boat_ttg", "i_boat_dist", "i_boat_ete", "i_boat_eta"];
         if (b.activeWayPoint) b.checkNextWp();
@@ -310,11 +320,12 @@ kelvor.boat = {
         } else {
             for (var i = 0; i < ids.length; i++) setText(ids[i], "---");
         }
-    };
+    },
 
     /* In follow mode centres (and turns) the map on the boat; otherwise
     ** the map stays north up where it is. */
-    b._follow = function (g) {
+    _follow: function (g) {
+        var b = kelvor.boat, RAD = kelvor.geo.RAD;
         var k = kelvor.settings.k, map = cpApp.map;
         if (b.autoUpdate) {
             var h = Number(g.hdg) !== 511 ? Number(g.hdg) : Number(g.cog);
@@ -330,12 +341,12 @@ kelvor.boat = {
             map.rotation = 0;
             cpApp.update();
         }
-    };
+    },
 
-    b.getGPS = function () { return b.gps; };
-
+    getGPS: function () { return kelvor.boat.gps; },
     /* One log row; the position is the last fix, or 999, 999 without one. */
-    b.log = function (t, msg) {
+    log: function (t, msg) {
+        var b = kelvor.boat;
         var g = b.gps, x = 999, y = 999;
         if (g && g.fix && g.lonX !== null && isFinite(g.lonX) && isFinite(g.latY)) {
             x = Number(g.lonX);
@@ -343,13 +354,13 @@ kelvor.boat = {
         }
         postAsync("/UexecSql", null, "INSERT INTO log (ts,x,y,t,v) VALUES(" + new Date().gT() + "," + x + "," + y +
             "," + Number(t) + ",X'" + kelvor.aux.hexscape(msg) + "')");
-    };
+    },
 
     /* ---- route steering ------------------------------------------------ */
 
-    function showStop() { show("i_boat_stop_route", !!b.activeWayPoint); }
-
-    b.activateRoute = function (r) {
+    _showStop: function () { kelvor.aux.show("i_boat_stop_route", !!kelvor.boat.activeWayPoint); },
+    activateRoute: function (r) {
+        var b = kelvor.boat;
         var p = b.theBoat, best = 0, bd = Infinity;
         if (!r || !r.m.length) return;
         for (var i = 0; i < r.m.length; i++) {
@@ -363,10 +374,11 @@ kelvor.boat = {
         b.log(5, "Route activated: " + r.name);
         cpApp.unSelect();
         b.activeWayPoint = r.m[best];
-        showStop();
-    };
+        b._showStop();
+    },
 
-    b.setActiveWaypoint = function (wp) {
+    setActiveWaypoint: function (wp) {
+        var b = kelvor.boat;
         if (!wp) {
             b.activeWayPoint = false;
             b.activeBrg = 0;
@@ -374,12 +386,13 @@ kelvor.boat = {
             b.log(5, "Route activated: " + (wp.route ? wp.route.name : wp.name));
             b.activeWayPoint = wp;
         }
-        showStop();
-    };
+        b._showStop();
+    },
 
     /* Steps to the next waypoint once the boat has passed the active one
     ** abeam: the next is then nearer to the boat than to the active one. */
-    b.checkNextWp = function () {
+    checkNextWp: function () {
+        var b = kelvor.boat;
         var wp = b.activeWayPoint, p = b.theBoat;
         if (!wp || !wp.route) return;
         var m = wp.route.m, i = m.indexOf(wp);
@@ -397,12 +410,13 @@ kelvor.boat = {
                 b.log(5, "Destination reached: " + wp.name);
                 b.activeWayPoint = false;
                 b.activeBrg = 0;
-                showStop();
+                b._showStop();
             }
         }
-    };
+    },
 
-    b.waypointNext = function () {
+    waypointNext: function () {
+        var b = kelvor.boat;
         var wp = b.activeWayPoint;
         if (!wp || !wp.route) return;
         var m = wp.route.m, i = m.indexOf(wp);
@@ -410,20 +424,22 @@ kelvor.boat = {
         b.activeWayPoint = m[i + 1];
         b.activeBrg = wp.brg(m[i + 1]);
         b.log(5, "Waypoint activated: " + m[i + 1].name);
-    };
+    },
 
-    b.stopRoute = function () {
+    stopRoute: function () {
+        var b = kelvor.boat, show = kelvor.aux.show;
         var wp = b.activeWayPoint;
         show("i_boat_stop_route", false);
         if (!wp) return;
         b.activeWayPoint = false;
         b.activeBrg = 0;
         b.log(5, "Route aborted: " + (wp.route ? wp.route.name : wp.name));
-    };
+    },
 
     /* ---- menu, follow and the chart ------------------------------------ */
 
-    b._ui = function () {
+    _ui: function () {
+        var el = kelvor.aux.el;
         var bar = el("cp_boat_menu");
         if (!bar || el("i_boat_auto")) return;
         var btn = kelvor.aux.menuButton;
@@ -451,22 +467,25 @@ kelvor.boat = {
             }
             d.innerHTML += h;
         }
-    };
+    },
 
-    b.setFollowMode = function (v) {
+    setFollowMode: function (v) {
+        var b = kelvor.boat;
         kelvor.settings.k.R.i_chart_follow_mode = String(v);
         kelvor.settings.saveOnly();
         b.cruiseMode(1);
-    };
+    },
 
-    b.cruiseMode = function (e) {
+    cruiseMode: function (e) {
+        var b = kelvor.boat, el = kelvor.aux.el;
         b.autoUpdate = e === 2 ? !b.autoUpdate : !!e;
         var img = el("i_boat_auto");
         if (img) img.src = b.autoUpdate ? "img/auge_activ.png" : "img/auge_inactiv.png";
         if (b.autoUpdate && b.gps && b.gps.lonX !== null) b.updateDash2(b.gps);
-    };
+    },
 
-    b.menu = function (noauto) {
+    menu: function (noauto) {
+        var b = kelvor.boat, el = kelvor.aux.el;
         b._ui();
         cpApp.showMenuBar("cp_boat_menu");
         cpApp.showDashBoard("cp_boat_dash");
@@ -478,39 +497,41 @@ kelvor.boat = {
         } else {
             b.cruiseMode(0);
         }
-        showStop();
+        b._showStop();
         kelvor.track.clearTrack();
-    };
+    },
 
-    b.showBestChart = function () { kelvor.chartkit.showBestChart(b.theBoat.x, b.theBoat.y); };
-
+    showBestChart: function () { kelvor.chartkit.showBestChart(kelvor.boat.theBoat.x, kelvor.boat.theBoat.y); },
     /* Moves the stored boat position to the map centre; kept for a
     ** simulator that is not part of this build. */
-    b.setSimSpeed = function (c) {
+    setSimSpeed: function (c) {
+        var b = kelvor.boat, M = kelvor.marker;
         if (c !== -1) return;
         var p = cpApp.map.getPosWorldMerc(), k = kelvor.settings.k;
         k.boat.lonX = M.getLonX(p.x);
         k.boat.latY = M.getLatY(p.y);
         b.pause();
         b.start();
-    };
+    },
 
-    b.share = function () {
+    share: function () {
+        var b = kelvor.boat, M = kelvor.marker;
         var k = kelvor.settings.k, name = k.V.i_settings_boat_name;
         M.shareObj(JSON.stringify({
             type: "b", pkt: { name: name, m: [b.theBoat] },
             title: "Position " + name + " " + new Date().toISOString().substring(0, 16).replace("T", " ")
         }), "Position share");
-    };
+    },
 
     /* ---- near me ------------------------------------------------------- */
 
     /* Orders near entries: by q descending, then distance ascending. */
-    b.sortNear = function (list) {
+    sortNear: function (list) {
         return list.sort(function (a, c) { return (c.q - a.q) || (a.d - c.d); });
-    };
+    },
 
-    b.nearMe = function () {
+    nearMe: function () {
+        var b = kelvor.boat, M = kelvor.marker, setText = kelvor.aux.setText;
         var p = b.theBoat, list = [], R = 50000;
         try {
             var g = JSON.parse(getSync("/gazetteer/" + Math.round(p.x) + "/" + Math.round(p.y) + "/" + R) || "[]");
@@ -526,7 +547,7 @@ kelvor.boat = {
             list[i].d = p.geoDist(q);
             list[i].brgText = s.fmtBrg(p.geoBrg(q));
             if (list[i].q === undefined) list[i].q = 1;
-            if (!list[i].onUp) list[i].onUp = showPlace;
+            if (!list[i].onUp) list[i].onUp = b._showPlace;
         }
         b.nearList = b.sortNear(list);
         var h = "<h2>" + "Near Me" + "</h2>";
@@ -544,35 +565,38 @@ kelvor.boat = {
         }
         setText("np_table_list_content", h);
         cpApp.sizeDialog("np_table_list", 720);
-    };
+    },
 
     /* A place of the gazetteer: its name over its class, in words. */
-    function showPlace() {
+    _showPlace: function () {
         var fc = kelvor.featurcodes || {};
         kelvor.chartkit.showMrk.call({ n: this.n, txt: fc[this.c] || this.c });
-    }
+    },
 
     /* The list closes before the entry opens, which may open a dialogue
     ** of its own. */
-    b.goNearMe = function (i) {
+    goNearMe: function (i) {
+        var b = kelvor.boat;
         var e = b.nearList[i];
         if (!e) return;
         kelvor.chartkit.showBestChart(Number(e.x), Number(e.y));
         cpApp.closeDlg();
         if (e.onUp) e.onUp();
-    };
+    },
 
     /* ---- drawing ------------------------------------------------------- */
 
-    b.find = function (so) {
+    find: function (so) {
+        var b = kelvor.boat;
         var d = b.theBoat.dist(so.p);
         if (d < so.d) {
             so.d = d;
             so.o = b.theBoat;
         }
-    };
+    },
 
-    b.render = function (ctx) {
+    render: function (ctx) {
+        var b = kelvor.boat, M = kelvor.marker, RAD = kelvor.geo.RAD;
         var g = b.gps, k = kelvor.settings.k;
         b.step++;
         if (!ctx.meterpixel) return;
@@ -634,5 +658,5 @@ kelvor.boat = {
             var img = M.getIcon("img/icon-50-marker-selected-move.png");
             if (img && img.complete && img.naturalWidth) ctx.drawImage(img, x - 25, y - 25);
         }
-    };
-})(kelvor.boat);
+    }
+};

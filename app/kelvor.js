@@ -19,8 +19,7 @@ var MRDLGWIDTH = 420;
 var XHDRAUTH = [0, "void", ""];
 
 var kelvor = {
-    g: null,
-    aux: {}
+    g: null
 };
 
 /*
@@ -41,6 +40,7 @@ kelvor.geo = {
         var r = lat * kelvor.geo.RAD;
         return (1 - Math.log(Math.tan(r) + 1 / Math.cos(r)) / Math.PI) / 2 * (B || MERC_SPHERE_BASE);
     },
+
     y2lat: function (y, B) {
         var n = Math.PI - 2 * Math.PI * y / (B || MERC_SPHERE_BASE);
         return Math.atan(0.5 * (Math.exp(n) - Math.exp(-n))) / kelvor.geo.RAD;
@@ -65,21 +65,13 @@ function addslashes(s) {
     return String(s).replace(/[\\"']/g, "\\$&").replace(/\u0000/g, "\\0");
 }
 
-function _kelvorAuthHeader(xhr) {
-    try {
-        xhr.setRequestHeader("Accept", XHDRAUTH[0] + "/" + XHDRAUTH[1]);
-    } catch (e) {
-        /* a header the engine refuses must not stop the request */
-    }
-}
-
 /* Blocking GET. Returns the body, or false unless the status is 200 (a
 ** refused connection counts as a failure too). */
 function getSync(url) {
     try {
         var xhr = new XMLHttpRequest();
         xhr.open("GET", url, false);
-        _kelvorAuthHeader(xhr);
+        kelvor.ajax._authHeader(xhr);
         xhr.send(null);
         return xhr.status === 200 ? xhr.responseText : false;
     } catch (e) {
@@ -93,7 +85,7 @@ function postSync(url, data, type) {
     try {
         var xhr = new XMLHttpRequest();
         xhr.open("POST", url, false);
-        _kelvorAuthHeader(xhr);
+        kelvor.ajax._authHeader(xhr);
         xhr.setRequestHeader("Content-Type", type || "text/plain; charset=UTF8");
         xhr.send(data);
         return xhr.status === 200 ? xhr.responseText : false;
@@ -102,27 +94,15 @@ function postSync(url, data, type) {
     }
 }
 
-function _kelvorAsync(xhr, done, context) {
-    xhr.onreadystatechange = function () {
-        if (xhr.readyState !== 4) return;
-        if (xhr.status === 200) {
-            /* an empty body on 200 calls nothing */
-            if (xhr.responseText && done) done(xhr.responseText, context);
-        } else if (done) {
-            done(false, context);
-        }
-    };
-}
-
 /* Asynchronous GET: done(body, context) on 200 with a body, done(false,
 ** context) on any other status; progress, if given, sees progress events. */
 function getAsync(url, done, context, progress) {
     var xhr = new XMLHttpRequest();
     try {
         xhr.open("GET", url, true);
-        _kelvorAuthHeader(xhr);
+        kelvor.ajax._authHeader(xhr);
         if (progress) xhr.onprogress = progress;
-        _kelvorAsync(xhr, done, context);
+        kelvor.ajax._answer(xhr, done, context);
         xhr.send(null);
     } catch (e) {
         if (done) done(false, context);
@@ -135,9 +115,9 @@ function postAsync(url, done, data, type, context) {
     var xhr = new XMLHttpRequest();
     try {
         xhr.open("POST", url, true);
-        _kelvorAuthHeader(xhr);
+        kelvor.ajax._authHeader(xhr);
         xhr.setRequestHeader("Content-Type", type || "text/plain; charset=UTF8");
-        _kelvorAsync(xhr, done, context);
+        kelvor.ajax._answer(xhr, done, context);
         xhr.send(data);
     } catch (e) {
         if (done) done(false, context);
@@ -161,6 +141,7 @@ kelvor.ajax.prototype = {
         }
         this._xhr = null;
     },
+
     /* call(method, url, data, type, done): the general form of all others */
     call: function (method, url, data, type, done) {
         var self = this;
@@ -169,7 +150,7 @@ kelvor.ajax.prototype = {
         this._xhr = xhr;
         try {
             xhr.open(method, url, true);
-            _kelvorAuthHeader(xhr);
+            kelvor.ajax._authHeader(xhr);
             if (method === "POST") xhr.setRequestHeader("Content-Type", type || APPURLENC);
             xhr.onreadystatechange = function () {
                 if (xhr.readyState !== 4 || self._xhr !== xhr) return;
@@ -182,12 +163,15 @@ kelvor.ajax.prototype = {
             if (done) done(false);
         }
     },
+
     setdiv: function (div) {
         this.div = typeof div === "string" ? document.getElementById(div) : div;
     },
+
     setinner: function (html) {
         if (this.div) this.div.innerHTML = html;
     },
+
     /* fetch url and place the reply into the element */
     rundiv: function (url, div) {
         var self = this;
@@ -196,12 +180,14 @@ kelvor.ajax.prototype = {
             if (r !== false) self.setinner(r);
         });
     },
+
     /* fetch url and run the reply as script */
     eval: function (url) {
         this.call("GET", url, null, null, function (r) {
             if (r !== false) (0, window.eval)(r);
         });
     },
+
     getsync: function (url) { this._abort(); return getSync(url); },
     postsync: function (url, data, type) { this._abort(); return postSync(url, data, type); },
     getasync: function (url, done) { this.call("GET", url, null, null, done); },
@@ -209,56 +195,82 @@ kelvor.ajax.prototype = {
     postform: function (url, form, done) {
         this.call("POST", url, kelvor.aux.obj2form(kelvor.aux.form2obj(form)), APPURLENC, done);
     },
+
     getform: function (url, form, done) {
         var q = kelvor.aux.obj2form(kelvor.aux.form2obj(form));
         this.call("GET", url + (url.indexOf("?") < 0 ? "?" : "&") + q, null, null, done);
     }
 };
 
-(function (aux) {
+/* The account header of every request. */
+kelvor.ajax._authHeader = function (xhr) {
+    try {
+        xhr.setRequestHeader("Accept", XHDRAUTH[0] + "/" + XHDRAUTH[1]);
+    } catch (e) {
+        /* a header the engine refuses must not stop the request */
+    }
+};
+
+/* Calls done(body, context) once an asynchronous request ends: false
+** unless the status is 200, nothing for an empty body on 200. */
+kelvor.ajax._answer = function (xhr, done, context) {
+    xhr.onreadystatechange = function () {
+        if (xhr.readyState !== 4) return;
+        if (xhr.status === 200) {
+            /* an empty body on 200 calls nothing */
+            if (xhr.responseText && done) done(xhr.responseText, context);
+        } else if (done) {
+            done(false, context);
+        }
+    };
+};
+
+kelvor.aux = {
     /* The element of an id, or the element itself; null when the page has
     ** no such id. */
-    function el(e) {
+    el: function (e) {
         return typeof e === "string" ? document.getElementById(e) : e;
-    }
-    aux.el = el;
+    },
 
     /* Sets the markup of an element; an absent element is skipped. Text from
     ** outside goes through aux.esc first. */
-    aux.setText = function (e, html) {
-        e = el(e);
+    setText: function (e, html) {
+        var aux = kelvor.aux;
+        e = aux.el(e);
         if (e) e.innerHTML = html;
-    };
+    },
 
     /* Shows or hides an element through the class "none". */
-    aux.show = function (e, on) {
-        e = el(e);
+    show: function (e, on) {
+        var aux = kelvor.aux;
+        e = aux.el(e);
         if (!e) return;
         if (on) aux.removeClass(e, "none");
         else aux.addClass(e, "none");
-    };
+    },
 
     /* The style of map labels: 12 px text, centred, black with a white rim
     ** (strokeText first, then fillText). */
-    aux.labelStyle = function (ctx) {
+    labelStyle: function (ctx) {
         ctx.font = "12px sans-serif";
         ctx.textAlign = "center";
         ctx.lineWidth = 3;
         ctx.strokeStyle = "#fff";
         ctx.fillStyle = "#000";
-    };
+    },
 
     /* The options of a colour select: [value, label] pairs. */
-    aux.colorOptions = function (colors) {
+    colorOptions: function (colors) {
         var h = "";
         for (var i = 0; i < colors.length; i++) h += "<option value=\"" + colors[i][0] + "\">" + colors[i][1] + "</option>";
         return h;
-    };
+    },
 
     /* Fills the select `id` with the numbered names of items, the active one
     ** selected; with none active, the prompt `first` heads the list. */
-    aux.fillList = function (id, items, active, first) {
-        var sel = el(id);
+    fillList: function (id, items, active, first) {
+        var aux = kelvor.aux;
+        var sel = aux.el(id);
         if (!sel) return;
         var h = active ? "" : "<option value=\"-1\">" + first + "</option>";
         for (var i = 0; i < items.length; i++) {
@@ -266,11 +278,11 @@ kelvor.ajax.prototype = {
                 aux.esc(items[i].name) + "</option>";
         }
         sel.innerHTML = h;
-    };
+    },
 
     /* Strokes the points m (world metres) as one line on the map canvas of
     ** a render pass, which carries the pass's scale and origin. */
-    aux.polyline = function (ctx, m) {
+    polyline: function (ctx, m) {
         ctx.beginPath();
         for (var i = 0; i < m.length; i++) {
             var x = m[i].x * ctx.scm - ctx.cxzero, y = m[i].y * ctx.scm - ctx.cyzero;
@@ -278,52 +290,55 @@ kelvor.ajax.prototype = {
             else ctx.moveTo(x, y);
         }
         ctx.stroke();
-    };
+    },
 
     /* Markup of one button of a module's menu bar: icon, label and the
     ** call it makes; hide starts it hidden. */
-    aux.menuButton = function (id, img, label, act, hide) {
+    menuButton: function (id, img, label, act, hide) {
         return "<div id=\"" + id + "\" class=\"menu_btn" + (hide ? " none" : "") + "\" onclick=\"" + act +
             "\"><img class=\"img50\" src=\"img/" + img + "\" alt=\"\"><span>" + label + "</span></div>";
-    };
+    },
 
-    aux.getClientSize = function () {
+    getClientSize: function () {
         return { w: window.innerWidth, h: window.innerHeight };
-    };
+    },
 
-    aux.hasClass = function (e, cls) {
-        e = el(e);
+    hasClass: function (e, cls) {
+        var aux = kelvor.aux;
+        e = aux.el(e);
         return !!e && (" " + e.className + " ").indexOf(" " + cls + " ") >= 0;
-    };
+    },
 
-    aux.addClass = function (e, cls) {
-        e = el(e);
+    addClass: function (e, cls) {
+        var aux = kelvor.aux;
+        e = aux.el(e);
         if (e && !aux.hasClass(e, cls)) e.className = e.className ? e.className + " " + cls : cls;
-    };
+    },
 
-    aux.removeClass = function (e, cls) {
-        e = el(e);
+    removeClass: function (e, cls) {
+        var aux = kelvor.aux;
+        e = aux.el(e);
         if (!e) return;
         e.className = (" " + e.className + " ").replace(new RegExp(" " + cls + "(?= )", "g"), "")
             .replace(/^\s+|\s+$/g, "").replace(/\s+/g, " ");
-    };
+    },
 
     /* Text from outside (radio, charts, other users, the server) as HTML
     ** that shows it literally, in element content and in quoted
     ** attributes alike. null and undefined give "". */
-    aux.esc = function (s) {
+    esc: function (s) {
         if (s === null || s === undefined) return "";
         return String(s).replace(/&/g, "&amp;").replace(/</g, "&lt;").replace(/>/g, "&gt;")
             .replace(/"/g, "&quot;").replace(/'/g, "&#39;");
-    };
+    },
 
-    aux.strcmp = function (a, b) {
+    strcmp: function (a, b) {
         return a < b ? -1 : (a > b ? 1 : 0);
-    };
+    },
 
     /* A string as the lower-case hex digits of its UTF-8 bytes, for X'..'
     ** literals in SQL. */
-    aux.hexscape = function (s) {
+    hexscape: function (s) {
         var u = unescape(encodeURIComponent(String(s)));
         var out = "";
         for (var i = 0; i < u.length; i++) {
@@ -331,11 +346,12 @@ kelvor.ajax.prototype = {
             out += h.length < 2 ? "0" + h : h;
         }
         return out;
-    };
+    },
 
     /* Sorts the options of a select from index `from` on by their text. */
-    aux.sortSelect = function (sel, from) {
-        sel = el(sel);
+    sortSelect: function (sel, from) {
+        var aux = kelvor.aux;
+        sel = aux.el(sel);
         from = from || 0;
         var keep = sel.value;
         var opts = [];
@@ -348,19 +364,20 @@ kelvor.ajax.prototype = {
             sel.options[from + j].value = opts[j].v;
         }
         sel.value = keep;
-    };
+    },
 
-    function ua() {
+    _ua: function () {
         return typeof navigator !== "undefined" ? navigator.userAgent : "";
-    }
-    aux.isIos = function () { return /iPad|iPhone|iPod/.test(ua()); };
-    aux.isAdroid = function () { return /Android/.test(ua()); };
-    aux.isIe = function () { return /MSIE |Trident\//.test(ua()); };
-    aux.isMac = function () { return /Macintosh|Mac OS X/.test(ua()) && !aux.isIos(); };
+    },
 
+    isIos: function () { return /iPad|iPhone|iPod/.test(kelvor.aux._ua()); },
+    isAdroid: function () { return /Android/.test(kelvor.aux._ua()); },
+    isIe: function () { return /MSIE |Trident\//.test(kelvor.aux._ua()); },
+    isMac: function () { return /Macintosh|Mac OS X/.test(kelvor.aux._ua()) && !kelvor.aux.isIos(); },
     /* The named inputs of a form as a plain object. */
-    aux.form2obj = function (form) {
-        form = el(form);
+    form2obj: function (form) {
+        var aux = kelvor.aux;
+        form = aux.el(form);
         var o = {};
         if (!form || !form.elements) return o;
         for (var i = 0; i < form.elements.length; i++) {
@@ -370,9 +387,9 @@ kelvor.ajax.prototype = {
             o[f.name] = f.value;
         }
         return o;
-    };
+    },
 
-    aux.obj2form = function (o) {
+    obj2form: function (o) {
         var parts = [];
         for (var key in o) {
             if (Object.prototype.hasOwnProperty.call(o, key)) {
@@ -380,9 +397,9 @@ kelvor.ajax.prototype = {
             }
         }
         return parts.join("&");
-    };
+    },
 
-    aux.createCookie = function (name, value, days) {
+    createCookie: function (name, value, days) {
         var exp = "";
         if (days) {
             var d = new Date();
@@ -390,19 +407,19 @@ kelvor.ajax.prototype = {
             exp = "; expires=" + d.toUTCString();
         }
         document.cookie = name + "=" + encodeURIComponent(value) + exp + "; path=/";
-    };
+    },
 
-    aux.readCookie = function (name) {
+    readCookie: function (name) {
         var parts = document.cookie.split(";");
         for (var i = 0; i < parts.length; i++) {
             var c = parts[i].replace(/^\s+/, "");
             if (c.indexOf(name + "=") === 0) return decodeURIComponent(c.substring(name.length + 1));
         }
         return null;
-    };
+    },
 
     /* Steps fn(t) with t from 0 to 1 over ms milliseconds, then calls done. */
-    aux.animate = function (fn, ms, done) {
+    animate: function (fn, ms, done) {
         var t0 = Date.now();
         function step() {
             var t = Math.min(1, (Date.now() - t0) / ms);
@@ -411,5 +428,5 @@ kelvor.ajax.prototype = {
             else if (done) done();
         }
         window.requestAnimationFrame(step);
-    };
-})(kelvor.aux);
+    }
+};

@@ -19,265 +19,280 @@ kelvor.ruler = function (name) {
 
 kelvor.rulerList = [];
 
-(function (U) {
-    var M = kelvor.marker, R = kelvor.route, aux = kelvor.aux, el = aux.el, setText = aux.setText, show = aux.show;
+kelvor.ruler.activeRuler = false;
+kelvor.ruler.modified = false;
+kelvor.ruler.COLORS = [["#ff00ff", "Magenta"]].concat(kelvor.route.COLORS);
 
-    U.activeRuler = false;
-    U.modified = false;
-    U.COLORS = [["#ff00ff", "Magenta"]].concat(R.COLORS);
+/* The selected end point of the active ruler, or false. */
+kelvor.ruler._activePoint = function () {
+    var U = kelvor.ruler, M = kelvor.marker;
+    var r = U.activeRuler;
+    return r && M.activeMarker && M.activeMarker.ruler === r ? M.activeMarker : false;
+};
 
-    /* The selected end point of the active ruler, or false. */
-    function activePoint() {
-        var r = U.activeRuler;
-        return r && M.activeMarker && M.activeMarker.ruler === r ? M.activeMarker : false;
+kelvor.ruler.prototype.select = function () {
+    var U = kelvor.ruler, M = kelvor.marker;
+    U.activeRuler = this;
+    for (var i = 0; i < this.m.length; i++) this.m[i].ico = M.getIcon("img/icon-50-waypoint-big.png");
+};
+kelvor.ruler.prototype.zoomTo = kelvor.route.prototype.zoomTo;
+kelvor.ruler.prototype.onDown = function () {
+    var U = kelvor.ruler;
+    cpApp.unSelect();
+    this.select();
+    U.menu();
+};
+kelvor.ruler.prototype.onMove = function () {};
+kelvor.ruler.prototype.onUp = function () {};
+kelvor.ruler.prototype.toJSON = function () {
+    return { name: this.name, note: this.note, m: this.m, color: this.color, noauto: this.noauto };
+};
+
+kelvor.ruler.addNew = function () {
+    var U = kelvor.ruler, R = kelvor.route;
+    var r = new U("New Ruler");
+    var c = cpApp.map.getPosWorldMerc(), d = 50 / cpApp.map.getBase() * MERC_SPHERE_BASE;
+    r.m.push(R.newWp(r, c.x - d, c.y, null, "ruler"), R.newWp(r, c.x + d, c.y, null, "ruler"));
+    r.m[0].name = "WP 1";
+    r.m[1].name = "WP 2";
+    kelvor.rulerList.push(r);
+    return r;
+};
+
+kelvor.ruler.add = function () {
+    var U = kelvor.ruler;
+    cpApp.unSelect();
+    var r = U.addNew();
+    r.locked = false;
+    r.select();
+    U.modified = true;
+    cpApp.setModified();
+    cpApp.helpBubbleShow("help_bubble_center", "help-ruler.txt");
+    U.menu();
+    cpApp.update();
+    return r;
+};
+
+kelvor.ruler.del = function (ok) {
+    var U = kelvor.ruler, M = kelvor.marker;
+    var r = U.activeRuler;
+    if (!r || r.locked) return;
+    if (!ok) {
+        cpApp.yesno("Delete Ruler ?", "kelvor.ruler.del(true)");
+        return;
     }
+    U.unSelect();
+    for (var i = 0; i < r.m.length; i++) M.remove(r.m[i]);
+    var k = kelvor.rulerList.indexOf(r);
+    if (k >= 0) kelvor.rulerList.splice(k, 1);
+    U.modified = true;
+    cpApp.setModified();
+    U.menu();
+    cpApp.update();
+};
 
-    var P = U.prototype;
+kelvor.ruler.lock = function () { if (kelvor.ruler.activeRuler) kelvor.ruler.activeRuler.locked = true; kelvor.ruler.menu(); };
+kelvor.ruler.unlock = function () { if (kelvor.ruler.activeRuler) kelvor.ruler.activeRuler.locked = false; kelvor.ruler.menu(); };
 
-    P.select = function () {
-        U.activeRuler = this;
-        for (var i = 0; i < this.m.length; i++) this.m[i].ico = M.getIcon("img/icon-50-waypoint-big.png");
-    };
-    P.zoomTo = R.prototype.zoomTo;
-    P.onDown = function () {
-        cpApp.unSelect();
-        this.select();
-        U.menu();
-    };
-    P.onMove = function () {};
-    P.onUp = function () {};
-    P.toJSON = function () {
-        return { name: this.name, note: this.note, m: this.m, color: this.color, noauto: this.noauto };
-    };
+kelvor.ruler.note = function () {
+    var U = kelvor.ruler, M = kelvor.marker;
+    if (U.activeRuler) M.noteDialog(U.activeRuler.note || "", "kelvor.ruler.noteSave(false)");
+};
+kelvor.ruler.noteWaypoint = function () {
+    var U = kelvor.ruler, M = kelvor.marker;
+    var wp = U._activePoint();
+    if (wp) M.noteDialog(wp.note || "", "kelvor.ruler.noteSave(true)");
+};
+kelvor.ruler.noteSave = function (point) {
+    var U = kelvor.ruler, el = kelvor.aux.el;
+    var t = el("i_nob_comment"), o = point ? U._activePoint() : U.activeRuler;
+    if (o && t) o.note = t.value;
+    U.modified = true;
+    cpApp.setModified();
+    cpApp.closeDlg();
+    U.menu();
+};
 
-    U.addNew = function () {
-        var r = new U("New Ruler");
-        var c = cpApp.map.getPosWorldMerc(), d = 50 / cpApp.map.getBase() * MERC_SPHERE_BASE;
-        r.m.push(R.newWp(r, c.x - d, c.y, null, "ruler"), R.newWp(r, c.x + d, c.y, null, "ruler"));
-        r.m[0].name = "WP 1";
-        r.m[1].name = "WP 2";
+kelvor.ruler.rename = function (t) {
+    var U = kelvor.ruler;
+    var r = U.activeRuler;
+    if (!r) return;
+    r.name = String(t);
+    r.noauto = true;
+    U.modified = true;
+    cpApp.setModified();
+};
+
+kelvor.ruler.rulerColorChange = function (c) {
+    var U = kelvor.ruler;
+    if (!U.activeRuler) return;
+    U.activeRuler.color = String(c);
+    U.modified = true;
+    cpApp.setModified();
+    cpApp.update();
+};
+
+/* Selects end point id of the active ruler and centres the map on it. */
+kelvor.ruler.showWayPoint = function (id) {
+    var U = kelvor.ruler;
+    var r = U.activeRuler, wp = r ? r.m[Number(id)] : null;
+    if (!wp) return;
+    wp.onDown();
+    cpApp.map.setCenter(wp.x, wp.y);
+};
+
+kelvor.ruler.share = function () {
+    var U = kelvor.ruler, M = kelvor.marker;
+    var r = U.activeRuler;
+    if (!r) return;
+    M.shareObj(JSON.stringify({ type: "r", pkt: r, title: "Ruler for: " + kelvor.settings.k.V.i_settings_boat_name }),
+        "Ruler share");
+};
+
+kelvor.ruler.showRuler = function (id) {
+    var U = kelvor.ruler;
+    var r = kelvor.rulerList[Number(id)];
+    if (!r) return;
+    cpApp.unSelect();
+    r.select();
+    r.zoomTo();
+    U.menu();
+};
+
+kelvor.ruler._ui = function () {
+    var U = kelvor.ruler, aux = kelvor.aux, el = kelvor.aux.el;
+    var bar = el("cp_ruler_menu");
+    if (!bar || el("btn_ruler_add")) return;
+    var b = kelvor.aux.menuButton;
+    bar.innerHTML += b("btn_ruler_add", "icon-50-ruler.png", "New", "kelvor.ruler.add()") +
+        b("btn_ruler_unlock", "icon-50-waypoint-selected-move.png", "Unlock", "kelvor.ruler.unlock()", 1) +
+        b("btn_ruler_lock", "icon-50-waypoint-selected.png", "Lock", "kelvor.ruler.lock()", 1) +
+        b("btn_ruler_note", "icon-50-log.png", "Note", "kelvor.ruler.note()", 1) +
+        b("btn_ruler_waypoint_note", "icon-50-log.png", "Note", "kelvor.ruler.noteWaypoint()", 1) +
+        b("btn_ruler_share", "icon-50-cloud.png", "Share", "kelvor.ruler.share()", 1) +
+        b("btn_ruler_del", "icon-50-tool.png", "Delete", "kelvor.ruler.del()", 1);
+    var opts = aux.colorOptions(U.COLORS);
+    var d = el("cp_ruler_dash");
+    if (d) {
+        d.innerHTML = "<select id=\"i_ruler_list\" onchange=\"kelvor.ruler.showRuler(this.value)\"></select>" +
+            "<input type=\"text\" id=\"i_ruler_name\" onchange=\"kelvor.ruler.rename(this.value)\">" +
+            "<select id=\"i_ruler_color\" onchange=\"kelvor.ruler.rulerColorChange(this.value)\">" + opts + "</select>" +
+            "<select id=\"i_ruler_point_list\" onchange=\"kelvor.ruler.showWayPoint(this.value)\"></select>" +
+            "<div><span id=\"i_ruler_length\"></span> <span id=\"i_ruler_brg\"></span></div>" +
+            "<div><span id=\"i_ruler_pos\" onclick=\"kelvor.marker.editman(this, 3)\"></span></div>";
+    }
+};
+
+kelvor.ruler.menu = function () {
+    var U = kelvor.ruler, M = kelvor.marker, aux = kelvor.aux, el = kelvor.aux.el, setText = kelvor.aux.setText, show = kelvor.aux.show;
+    U._ui();
+    var r = U.activeRuler, s = kelvor.settings, wp = U._activePoint();
+    cpApp.showMenuBar("cp_ruler_menu");
+    cpApp.showDashBoard("cp_ruler_dash");
+    show("btn_ruler_unlock", r && r.locked);
+    show("btn_ruler_lock", r && !r.locked);
+    show("btn_ruler_note", !!r && !wp);
+    show("btn_ruler_waypoint_note", !!wp);
+    show("btn_ruler_share", !!r);
+    show("btn_ruler_del", r && !r.locked);
+    aux.fillList("i_ruler_list", kelvor.rulerList, r, "Select Ruler");
+    aux.fillList("i_ruler_point_list", r ? r.m : [], wp, "Select Point");
+    if (r && r.m.length === 2) {
+        var n = el("i_ruler_name");
+        if (n) n.value = r.name;
+        setText("i_ruler_length", s.fmtDist(r.m[0].geoDist(r.m[1])));
+        setText("i_ruler_brg", s.fmtBrg(r.m[0].brg(r.m[1])));
+        setText("i_ruler_pos", M.fmtPos(wp || r.m[0]));
+        var c = el("i_ruler_color");
+        if (c) c.value = r.color;
+    }
+    cpApp.update();
+};
+
+kelvor.ruler.load = function (text) {
+    var U = kelvor.ruler, R = kelvor.route;
+    var l;
+    try { l = JSON.parse(text); } catch (e) { return; }
+    if (!Array.isArray(l)) return;
+    for (var i = 0; i < l.length; i++) {
+        var o = l[i];
+        if (!o || !Array.isArray(o.m) || o.m.length < 2) continue;
+        var r = new U(o.name === undefined ? "***" : String(o.name));
+        if (o.color) r.color = String(o.color);
+        if (o.note) r.note = String(o.note);
+        r.noauto = !!o.noauto;
+        for (var j = 0; j < 2; j++) {
+            var p = o.m[j];
+            var wp = R.newWp(r, Number(p.x) || 0, Number(p.y) || 0, null, "ruler");
+            wp.name = p.name === undefined ? "" : String(p.name);
+            if (p.xte) wp.xte = Number(p.xte);
+            if (p.noauto) wp.noauto = true;
+            if (p.note) wp.note = String(p.note);
+            r.m.push(wp);
+        }
         kelvor.rulerList.push(r);
-        return r;
-    };
+    }
+};
 
-    U.add = function () {
-        cpApp.unSelect();
-        var r = U.addNew();
-        r.locked = false;
-        r.select();
-        U.modified = true;
-        cpApp.setModified();
-        cpApp.helpBubbleShow("help_bubble_center", "help-ruler.txt");
-        U.menu();
-        cpApp.update();
-        return r;
-    };
+kelvor.ruler.save = function () {
+    var U = kelvor.ruler;
+    if (!U.modified) return;
+    postSync("/setValue/ruler", JSON.stringify(kelvor.rulerList));
+    U.modified = false;
+};
 
-    U.del = function (ok) {
-        var r = U.activeRuler;
-        if (!r || r.locked) return;
-        if (!ok) {
-            cpApp.yesno("Delete Ruler ?", "kelvor.ruler.del(true)");
-            return;
+kelvor.ruler.unSelect = function () {
+    var U = kelvor.ruler, M = kelvor.marker;
+    var r = U.activeRuler;
+    if (r) {
+        for (var i = 0; i < r.m.length; i++) {
+            r.m[i].ico = M.getIcon("img/icon-50-waypoint.png");
+            r.m[i].selected = null;
         }
-        U.unSelect();
-        for (var i = 0; i < r.m.length; i++) M.remove(r.m[i]);
-        var k = kelvor.rulerList.indexOf(r);
-        if (k >= 0) kelvor.rulerList.splice(k, 1);
-        U.modified = true;
-        cpApp.setModified();
-        U.menu();
-        cpApp.update();
-    };
+        if (M.activeMarker && M.activeMarker.ruler === r) M.activeMarker = false;
+    }
+    U.activeRuler = false;
+};
 
-    U.lock = function () { if (U.activeRuler) U.activeRuler.locked = true; U.menu(); };
-    U.unlock = function () { if (U.activeRuler) U.activeRuler.locked = false; U.menu(); };
+Object.defineProperty(kelvor.ruler, "active", { get: function () { return kelvor.ruler.activeRuler; } });
 
-    U.note = function () {
-        if (U.activeRuler) M.noteDialog(U.activeRuler.note || "", "kelvor.ruler.noteSave(false)");
-    };
-    U.noteWaypoint = function () {
-        var wp = activePoint();
-        if (wp) M.noteDialog(wp.note || "", "kelvor.ruler.noteSave(true)");
-    };
-    U.noteSave = function (point) {
-        var t = el("i_nob_comment"), o = point ? activePoint() : U.activeRuler;
-        if (o && t) o.note = t.value;
-        U.modified = true;
-        cpApp.setModified();
-        cpApp.closeDlg();
-        U.menu();
-    };
-
-    U.rename = function (t) {
-        var r = U.activeRuler;
-        if (!r) return;
-        r.name = String(t);
-        r.noauto = true;
-        U.modified = true;
-        cpApp.setModified();
-    };
-
-    U.rulerColorChange = function (c) {
-        if (!U.activeRuler) return;
-        U.activeRuler.color = String(c);
-        U.modified = true;
-        cpApp.setModified();
-        cpApp.update();
-    };
-
-    /* Selects end point id of the active ruler and centres the map on it. */
-    U.showWayPoint = function (id) {
-        var r = U.activeRuler, wp = r ? r.m[Number(id)] : null;
-        if (!wp) return;
-        wp.onDown();
-        cpApp.map.setCenter(wp.x, wp.y);
-    };
-
-    U.share = function () {
-        var r = U.activeRuler;
-        if (!r) return;
-        M.shareObj(JSON.stringify({ type: "r", pkt: r, title: "Ruler for: " + kelvor.settings.k.V.i_settings_boat_name }),
-            "Ruler share");
-    };
-
-    U.showRuler = function (id) {
-        var r = kelvor.rulerList[Number(id)];
-        if (!r) return;
-        cpApp.unSelect();
-        r.select();
-        r.zoomTo();
-        U.menu();
-    };
-
-    U._ui = function () {
-        var bar = el("cp_ruler_menu");
-        if (!bar || el("btn_ruler_add")) return;
-        var b = kelvor.aux.menuButton;
-        bar.innerHTML += b("btn_ruler_add", "icon-50-ruler.png", "New", "kelvor.ruler.add()") +
-            b("btn_ruler_unlock", "icon-50-waypoint-selected-move.png", "Unlock", "kelvor.ruler.unlock()", 1) +
-            b("btn_ruler_lock", "icon-50-waypoint-selected.png", "Lock", "kelvor.ruler.lock()", 1) +
-            b("btn_ruler_note", "icon-50-log.png", "Note", "kelvor.ruler.note()", 1) +
-            b("btn_ruler_waypoint_note", "icon-50-log.png", "Note", "kelvor.ruler.noteWaypoint()", 1) +
-            b("btn_ruler_share", "icon-50-cloud.png", "Share", "kelvor.ruler.share()", 1) +
-            b("btn_ruler_del", "icon-50-tool.png", "Delete", "kelvor.ruler.del()", 1);
-        var opts = aux.colorOptions(U.COLORS);
-        var d = el("cp_ruler_dash");
-        if (d) {
-            d.innerHTML = "<select id=\"i_ruler_list\" onchange=\"kelvor.ruler.showRuler(this.value)\"></select>" +
-                "<input type=\"text\" id=\"i_ruler_name\" onchange=\"kelvor.ruler.rename(this.value)\">" +
-                "<select id=\"i_ruler_color\" onchange=\"kelvor.ruler.rulerColorChange(this.value)\">" + opts + "</select>" +
-                "<select id=\"i_ruler_point_list\" onchange=\"kelvor.ruler.showWayPoint(this.value)\"></select>" +
-                "<div><span id=\"i_ruler_length\"></span> <span id=\"i_ruler_brg\"></span></div>" +
-                "<div><span id=\"i_ruler_pos\" onclick=\"kelvor.marker.editman(this, 3)\"></span></div>";
+kelvor.ruler.find = function (so) {
+    var R = kelvor.route;
+    var tol = so.d, l = kelvor.rulerList, best = null;
+    for (var i = 0; i < l.length; i++) {
+        var hit = R.hitLeg(l[i].m, so.p, tol, true);
+        if (hit && (!best || hit.h < best.h)) {
+            best = hit;
+            so.o = l[i];
+            so.e = hit.e;
         }
-    };
+    }
+};
 
-    U.menu = function () {
-        U._ui();
-        var r = U.activeRuler, s = kelvor.settings, wp = activePoint();
-        cpApp.showMenuBar("cp_ruler_menu");
-        cpApp.showDashBoard("cp_ruler_dash");
-        show("btn_ruler_unlock", r && r.locked);
-        show("btn_ruler_lock", r && !r.locked);
-        show("btn_ruler_note", !!r && !wp);
-        show("btn_ruler_waypoint_note", !!wp);
-        show("btn_ruler_share", !!r);
-        show("btn_ruler_del", r && !r.locked);
-        aux.fillList("i_ruler_list", kelvor.rulerList, r, "Select Ruler");
-        aux.fillList("i_ruler_point_list", r ? r.m : [], wp, "Select Point");
-        if (r && r.m.length === 2) {
-            var n = el("i_ruler_name");
-            if (n) n.value = r.name;
-            setText("i_ruler_length", s.fmtDist(r.m[0].geoDist(r.m[1])));
-            setText("i_ruler_brg", s.fmtBrg(r.m[0].brg(r.m[1])));
-            setText("i_ruler_pos", M.fmtPos(wp || r.m[0]));
-            var c = el("i_ruler_color");
-            if (c) c.value = r.color;
+kelvor.ruler.render = function (ctx) {
+    var U = kelvor.ruler, M = kelvor.marker, R = kelvor.route, aux = kelvor.aux;
+    var l = kelvor.rulerList, act = U.activeRuler;
+    ctx.save();
+    for (var i = 0; i < l.length; i++) {
+        var r = l[i];
+        if (r.m.length < 2) continue;
+        ctx.lineWidth = 2;
+        ctx.strokeStyle = r.color;
+        ctx.fillStyle = r.color;
+        aux.polyline(ctx, r.m);
+        if (r !== act) continue;
+        ctx.lineWidth = r.locked ? 15 : 30;
+        ctx.strokeStyle = "rgba(0,128,255,0.3)";
+        aux.polyline(ctx, r.m);
+        ctx.lineWidth = 1;
+        ctx.strokeStyle = r.color;
+        aux.polyline(ctx, r.m);
+        R.arrow(ctx, r.m[1], r.m[0]);
+        var sel = M.activeMarker && M.activeMarker.ruler === r ? M.activeMarker : null;
+        if (sel) {
+            var e = sel, a = sel === r.m[0] ? r.m[1] : r.m[0];
+            R.renderRuler(ctx, e, a, null, null);
         }
-        cpApp.update();
-    };
-
-    U.load = function (text) {
-        var l;
-        try { l = JSON.parse(text); } catch (e) { return; }
-        if (!Array.isArray(l)) return;
-        for (var i = 0; i < l.length; i++) {
-            var o = l[i];
-            if (!o || !Array.isArray(o.m) || o.m.length < 2) continue;
-            var r = new U(o.name === undefined ? "***" : String(o.name));
-            if (o.color) r.color = String(o.color);
-            if (o.note) r.note = String(o.note);
-            r.noauto = !!o.noauto;
-            for (var j = 0; j < 2; j++) {
-                var p = o.m[j];
-                var wp = R.newWp(r, Number(p.x) || 0, Number(p.y) || 0, null, "ruler");
-                wp.name = p.name === undefined ? "" : String(p.name);
-                if (p.xte) wp.xte = Number(p.xte);
-                if (p.noauto) wp.noauto = true;
-                if (p.note) wp.note = String(p.note);
-                r.m.push(wp);
-            }
-            kelvor.rulerList.push(r);
-        }
-    };
-
-    U.save = function () {
-        if (!U.modified) return;
-        postSync("/setValue/ruler", JSON.stringify(kelvor.rulerList));
-        U.modified = false;
-    };
-
-    U.unSelect = function () {
-        var r = U.activeRuler;
-        if (r) {
-            for (var i = 0; i < r.m.length; i++) {
-                r.m[i].ico = M.getIcon("img/icon-50-waypoint.png");
-                r.m[i].selected = null;
-            }
-            if (M.activeMarker && M.activeMarker.ruler === r) M.activeMarker = false;
-        }
-        U.activeRuler = false;
-    };
-
-    Object.defineProperty(U, "active", { get: function () { return U.activeRuler; } });
-
-    U.find = function (so) {
-        var tol = so.d, l = kelvor.rulerList, best = null;
-        for (var i = 0; i < l.length; i++) {
-            var hit = R.hitLeg(l[i].m, so.p, tol, true);
-            if (hit && (!best || hit.h < best.h)) {
-                best = hit;
-                so.o = l[i];
-                so.e = hit.e;
-            }
-        }
-    };
-
-    U.render = function (ctx) {
-        var l = kelvor.rulerList, act = U.activeRuler;
-        ctx.save();
-        for (var i = 0; i < l.length; i++) {
-            var r = l[i];
-            if (r.m.length < 2) continue;
-            ctx.lineWidth = 2;
-            ctx.strokeStyle = r.color;
-            ctx.fillStyle = r.color;
-            aux.polyline(ctx, r.m);
-            if (r !== act) continue;
-            ctx.lineWidth = r.locked ? 15 : 30;
-            ctx.strokeStyle = "rgba(0,128,255,0.3)";
-            aux.polyline(ctx, r.m);
-            ctx.lineWidth = 1;
-            ctx.strokeStyle = r.color;
-            aux.polyline(ctx, r.m);
-            R.arrow(ctx, r.m[1], r.m[0]);
-            var sel = M.activeMarker && M.activeMarker.ruler === r ? M.activeMarker : null;
-            if (sel) {
-                var e = sel, a = sel === r.m[0] ? r.m[1] : r.m[0];
-                R.renderRuler(ctx, e, a, null, null);
-            }
-        }
-        ctx.restore();
-    };
-})(kelvor.ruler);
+    }
+    ctx.restore();
+};

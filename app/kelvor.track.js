@@ -20,18 +20,14 @@ kelvor.track = {
     marker12: [],
     labelfix: {},
     lastTrackTimeStamp: 4294967295,
-    NO_UPDATES: 4294967295
-};
+    NO_UPDATES: 4294967295,
 
-(function (T) {
-    var M = kelvor.marker, aux = kelvor.aux, el = aux.el, setText = aux.setText, show = aux.show;
-
-    function now() {
+    _now: function () {
         return kelvor.boat && kelvor.boat.loctime ? kelvor.boat.loctime : new Date().gT();
-    }
+    },
 
     /* Rows of a query on the trip database, or false. */
-    T.sql = function (q) {
+    sql: function (q) {
         var r = postSync("/UexecSql", q);
         if (r === false) return false;
         try {
@@ -40,27 +36,30 @@ kelvor.track = {
         } catch (e) {
             return false;
         }
-    };
+    },
 
     /* Empties the rolling track; the next status refills it from the host. */
-    T.clearTrack = function () {
+    clearTrack: function () {
+        var T = kelvor.track;
         T.trackCoords = [];
-        T.lastTrackTimeStamp = now() - Number(kelvor.settings.k.S.i_settings_track_length);
-    };
+        T.lastTrackTimeStamp = T._now() - Number(kelvor.settings.k.S.i_settings_track_length);
+    },
 
-    T.setTrackOn = function (m) {
+    setTrackOn: function (m) {
+        var T = kelvor.track, show = kelvor.aux.show;
         kelvor.settings.k.C.i_track_on = !!m;
         show("btn_track_pause", !!m);
         show("btn_track_rec", !m);
         if (m) T.clearTrack();
         else T.lastTrackTimeStamp = T.NO_UPDATES;
-    };
+    },
 
     /* Rolling update: drops points older than the track length, appends
     ** the rows of lon, lat, seconds (lon 999 is no position). */
-    T.updateTrack = function (rows) {
+    updateTrack: function (rows) {
+        var T = kelvor.track, M = kelvor.marker;
         if (T.lastTrackTimeStamp === T.NO_UPDATES || !Array.isArray(rows)) return;
-        var c = T.trackCoords, old = now() - Number(kelvor.settings.k.S.i_settings_track_length), n = 0;
+        var c = T.trackCoords, old = T._now() - Number(kelvor.settings.k.S.i_settings_track_length), n = 0;
         while (n < c.length && c[n + 2] < old) n += 3;
         if (n) c.splice(0, n);
         for (var i = 0; i < rows.length; i++) {
@@ -71,25 +70,28 @@ kelvor.track = {
             if (Number(r[0]) === 999) continue;
             c.push(M.getXpos(Number(r[0])), M.getYpos(Number(r[1])), ts);
         }
-    };
+    },
 
     /* Start of the local day that holds ts, in seconds. */
-    T.dayStart = function (ts) {
+    dayStart: function (ts) {
+        var T = kelvor.track;
         return Math.floor((ts - T.timeZone) / 86400) * 86400 + T.timeZone;
-    };
+    },
 
     /* The span of a day choice: 0 today, 1 everything, else a day start. */
-    T.span = function (id) {
+    span: function (id) {
+        var T = kelvor.track;
         id = Number(id);
         var today = T.dayStart(new Date().gT());
         if (id === 0) return { start: today, end: today + 86400 };
         if (id === 1) return { start: 2, end: today + 86400 };
         return { start: id, end: id + 86400 };
-    };
+    },
 
     /* ---- the log bar --------------------------------------------------- */
 
-    T._ui = function () {
+    _ui: function () {
+        var T = kelvor.track, el = kelvor.aux.el;
         var bar = el("cp_track_menu");
         if (!bar || el("btn_track_log")) return;
         var b = kelvor.aux.menuButton;
@@ -105,19 +107,23 @@ kelvor.track = {
                 "<span id=\"i_track_duration\"></span></div>";
         }
         T.setTrackOn(kelvor.settings.k.C.i_track_on);
-    };
+    },
 
-    function p2(n) { return (n < 10 ? "0" : "") + n; }
-    T.fmtDate = function (ts) {
+    _p2: function (n) { return (n < 10 ? "0" : "") + n; },
+    fmtDate: function (ts) {
+        var T = kelvor.track;
         var d = new Date(ts * 1000);
-        return d.getFullYear() + "-" + p2(d.getMonth() + 1) + "-" + p2(d.getDate());
-    };
-    T.fmtClock = function (ts) {
-        var d = new Date(ts * 1000);
-        return p2(d.getHours()) + ":" + p2(d.getMinutes()) + ":" + p2(d.getSeconds());
-    };
+        return d.getFullYear() + "-" + T._p2(d.getMonth() + 1) + "-" + T._p2(d.getDate());
+    },
 
-    T.menu = function () {
+    fmtClock: function (ts) {
+        var T = kelvor.track;
+        var d = new Date(ts * 1000);
+        return T._p2(d.getHours()) + ":" + T._p2(d.getMinutes()) + ":" + T._p2(d.getSeconds());
+    },
+
+    menu: function () {
+        var T = kelvor.track, el = kelvor.aux.el;
         T._ui();
         cpApp.showMenuBar("cp_track_menu");
         cpApp.showDashBoard("cp_track_dash");
@@ -133,9 +139,10 @@ kelvor.track = {
         var sel = el("i_track_days");
         if (sel) sel.innerHTML = h;
         T.showTrack(0);
-    };
+    },
 
-    T.showTrack = function (id) {
+    showTrack: function (id) {
+        var T = kelvor.track, M = kelvor.marker;
         var sp = T.span(id);
         T.trackDateStart = sp.start;
         T.trackDateEnd = sp.end;
@@ -156,24 +163,25 @@ kelvor.track = {
         T.dash();
         T.loadMarker12();
         cpApp.update();
-    };
+    },
 
-    T.dash = function () {
+    dash: function () {
+        var T = kelvor.track, setText = kelvor.aux.setText;
         var s = kelvor.settings, c = T.trackCoords, n = c.length;
         setText("i_track_length", s.fmtDist(T.trackLength));
         setText("i_track_time_date", T.fmtDate(T.trackDateStart));
         setText("i_track_time_start", n ? T.fmtClock(c[2]) : "---");
         setText("i_track_time_end", n ? T.fmtClock(c[n - 1]) : "---");
         setText("i_track_duration", n ? s.fmtDuration(c[n - 1] - c[2]) : "---");
-    };
+    },
 
     /* ---- the log table and notes ---------------------------------------- */
 
-    var TYPES = { 1: "Track", 2: "System", 3: "Start", 4: "Alert", 5: "Route", 12: "Note" };
-
+    TYPES: { 1: "Track", 2: "System", 3: "Start", 4: "Alert", 5: "Route", 12: "Note" },
     /* The log dialog; level 0 shows all rows, 2 hides the track points and
     ** system notes, a negative level shows the one row of that id. */
-    T.detail = function (level) {
+    detail: function (level) {
+        var T = kelvor.track, setText = kelvor.aux.setText;
         level = Number(level);
         var q;
         if (level < 0) {
@@ -198,17 +206,17 @@ kelvor.track = {
                 txt = kelvor.aux.esc(r[3]);
             }
             var pos = Number(r[1]) < 999 ? s.fmtLat(Number(r[2])) + " " + s.fmtLon(Number(r[1])) : "---";
-            h += "<tr><td>" + T.fmtDate(r[0]) + " " + T.fmtClock(r[0]) + "</td><td>" + (TYPES[t] || t) + "</td><td>" +
+            h += "<tr><td>" + T.fmtDate(r[0]) + " " + T.fmtClock(r[0]) + "</td><td>" + (T.TYPES[t] || t) + "</td><td>" +
                 pos + "</td><td>" + txt + "</td></tr>";
         }
         h += "</table>";
         setText("np_table_list_content", h);
         cpApp.sizeDialog("np_table_list", 720);
-    };
+    },
 
     /* A note row's text: JSON with heading h and body b; anything else is
     ** shown as its body. */
-    T.parseNote = function (v) {
+    parseNote: function (v) {
         try {
             var o = JSON.parse(v);
             if (o && typeof o === "object") return { h: o.h === undefined ? "" : o.h, b: o.b === undefined ? "" : o.b };
@@ -216,10 +224,11 @@ kelvor.track = {
             /* fall through */
         }
         return { h: "", b: v === undefined || v === null ? "" : String(v) };
-    };
+    },
 
     /* The note editor: a heading and a text; id 0 adds a new note. */
-    T.noteDialog = function (id) {
+    noteDialog: function (id) {
+        var T = kelvor.track, el = kelvor.aux.el;
         var f = el("np_nob_comment"), o = { h: "", b: "" };
         if (!f) return;
         if (id) {
@@ -231,26 +240,30 @@ kelvor.track = {
             "</textarea><div class=\"btn_row\"><button type=\"button\" id=\"btn_nob_save\" onclick=\"" +
             (id ? "kelvor.track.editLog(" + Number(id) + ")" : "kelvor.track.addLog()") + "\">Save</button></div>";
         cpApp.sizeDialog(f);
-    };
+    },
 
-    function noteText() {
+    _noteText: function () {
+        var el = kelvor.aux.el;
         var n = el("i_nob_name"), t = el("i_nob_comment");
         return JSON.stringify({ h: n ? n.value : "", b: t ? t.value : "" });
-    }
+    },
 
-    T.addLog = function () {
-        kelvor.boat.log(12, noteText());
+    addLog: function () {
+        var T = kelvor.track;
+        kelvor.boat.log(12, T._noteText());
         cpApp.closeDlg();
         window.setTimeout(T.loadMarker12, 500);
-    };
+    },
 
-    T.editLog = function (id) {
-        postSync("/UexecSql", "UPDATE log SET v=X'" + kelvor.aux.hexscape(noteText()) + "' WHERE id=" + Number(id));
+    editLog: function (id) {
+        var T = kelvor.track;
+        postSync("/UexecSql", "UPDATE log SET v=X'" + kelvor.aux.hexscape(T._noteText()) + "' WHERE id=" + Number(id));
         cpApp.closeDlg();
         T.loadMarker12();
-    };
+    },
 
-    T.delLog = function (id, ok) {
+    delLog: function (id, ok) {
+        var T = kelvor.track;
         if (!ok) {
             cpApp.yesno("Delete Log Entry ?", "kelvor.track.delLog(" + Number(id) + ",true)");
             return;
@@ -258,10 +271,11 @@ kelvor.track = {
         postSync("/UexecSql", "DELETE FROM log WHERE id=" + Number(id));
         T.loadMarker12();
         T.detail(T.detailLevel);
-    };
+    },
 
     /* The day's notes as markers; a tap opens the entry. */
-    T.loadMarker12 = function () {
+    loadMarker12: function () {
+        var T = kelvor.track, M = kelvor.marker;
         var i;
         for (i = 0; i < T.marker12.length; i++) M.remove(T.marker12[i]);
         T.marker12 = [];
@@ -276,18 +290,20 @@ kelvor.track = {
             m.onUp = function () { T.detail(-this.logid); };
             T.marker12.push(m);
         }
-    };
+    },
 
-    T.delTrack = function (ok) {
+    delTrack: function (ok) {
+        var T = kelvor.track;
         if (!ok) {
             cpApp.yesno("Delete Track ?", "kelvor.track.delTrack(true)");
             return;
         }
         postSync("/UexecSql", "DELETE FROM log WHERE " + T.trackDateStart + " <= ts AND ts < " + T.trackDateEnd);
         T.showTrack(T.trackDateStart);
-    };
+    },
 
-    T.share = function () {
+    share: function () {
+        var T = kelvor.track, M = kelvor.marker;
         var rows = T.sql("SELECT x,y,ts,t,v FROM log WHERE " + T.trackDateStart + " <= ts AND ts  < " +
             T.trackDateEnd + " AND x < 999 ORDER BY id") || [];
         var m = [];
@@ -300,34 +316,35 @@ kelvor.track = {
         M.shareObj(JSON.stringify({
             type: "t", title: "Track for: " + kelvor.settings.k.V.i_settings_boat_name, color: "#ff0000", pkt: { m: m }
         }), "Track share");
-    };
+    },
 
     /* Notes are map points and so are hit by the marker list; the line
     ** itself takes no taps. */
-    T.find = function () {};
-
+    find: function () {},
     /* ---- drawing ------------------------------------------------------- */
 
     /* Whether the line breaks between two points: a pause of more than
     ** 84600 seconds, or a jump of more than maxPix pixels. */
-    T.gap = function (dt, dpx, maxPix) {
+    gap: function (dt, dpx, maxPix) {
         return dt > 84600 || dpx > maxPix;
-    };
+    },
 
     /* Grid key of a screen point for the label cells of 100 pixels. */
-    T.labelKey = function (x, y) {
+    labelKey: function (x, y) {
         return Math.floor((x + 5000) / 100) + 100 * Math.floor((y + 5000) / 100);
-    };
+    },
 
     /* The neighbours tested run along one grid row only: key + ix + iy. */
-    T.labelTaken = function (key) {
+    labelTaken: function (key) {
+        var T = kelvor.track;
         for (var ix = -1; ix <= 1; ix++) {
             for (var iy = -1; iy <= 1; iy++) if (T.labelfix[key + ix + iy]) return true;
         }
         return false;
-    };
+    },
 
-    function label(ctx, x, y, ts) {
+    _label: function (ctx, x, y, ts) {
+        var T = kelvor.track, M = kelvor.marker;
         var s = kelvor.settings, key = T.labelKey(x, y);
         if (T.labelTaken(key)) return false;
         T.labelfix[key] = true;
@@ -349,9 +366,10 @@ kelvor.track = {
         }
         ctx.restore();
         return true;
-    }
+    },
 
-    T.render = function (ctx) {
+    render: function (ctx) {
+        var T = kelvor.track;
         var c = T.trackCoords, f = ctx.scm, n = c.length;
         T.labelfix = {};
         if (n < 3) return;
@@ -382,11 +400,11 @@ kelvor.track = {
             if (!first && !(inView && Math.sqrt((sx - lx) * (sx - lx) + (sy - ly) * (sy - ly)) > 80)) continue;
             ctx._tx = c[j];
             ctx._ty = c[j + 1];
-            if (label(ctx, sx, sy, c[j + 2]) || first) {
+            if (T._label(ctx, sx, sy, c[j + 2]) || first) {
                 lx = sx;
                 ly = sy;
             }
             first = false;
         }
-    };
-})(kelvor.track);
+    }
+};

@@ -70,6 +70,33 @@ void ck_json_string(std::string *out, const std::string &s);
 ** allowed), or -1 when the name has another form. */
 long ck_pack_id_of_name(const char *path);
 
+/* ---- the pack being made ---- */
+/* Tiles gathered into the pack file under construction (chartkit_make.cpp). */
+struct CkPackWriter;
+
+/* Adds tile z/y/x (rows from the north). cornerValue is 1 when the four
+** corner pixels are opaque, 2 when one isn't, 0 when unknown (the PNG is
+** then decoded to find out). Where an earlier input left a tile at the same
+** place and the new one isn't opaque at its corners, the new one is drawn
+** over the old. Returns 0, or -1 with a reason. */
+int ck_pack_add_tile(CkPackWriter *w, int z, int y, int x, const std::string &image, int cornerValue,
+                     std::string *reason);
+
+/* The zooms --zooms asked for; zmin -1 when none were given. */
+struct CkZooms {
+    int zmin, zmax;
+};
+
+/* Inputs by kind (chartkit_raster.cpp). Each adds its tiles to w and fills
+** info. Return the number of tiles added, or -1 with a short reason. */
+long ck_mbtiles_add(const char *path, CkZooms zooms, CkPackWriter *w, CkChartInfo *info, std::string *reason);
+long ck_raster_add(const char *path, CkZooms zooms, CkPackWriter *w, CkChartInfo *info, std::string *reason);
+
+/* The chart scale denominator of a map whose pixel at the given latitude
+** is metres long on the ground (a 0.28 mm screen pixel), rounded to two
+** significant digits. */
+long ck_scale_of_resolution(double metresPerPixel);
+
 /* The subcommands; argv[0] is the subcommand's name. Return the exit code. */
 int ck_make_main(int argc, char **argv);
 int ck_serve_main(int argc, char **argv);

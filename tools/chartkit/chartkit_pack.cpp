@@ -132,7 +132,10 @@ int ck_pack_read(const char *path, CkPackInfo *info, std::string *reason) {
     if (sqlite3_open_v2(path, &db, SQLITE_OPEN_READONLY, NULL) != SQLITE_OK ||
         sqlite3_prepare_v2(db, "SELECT count(*) FROM kvt", -1, &st, NULL) != SQLITE_OK ||
         sqlite3_step(st) != SQLITE_ROW) {
-        *reason = "not a pack (no kvt table in an SQLite file)";
+        int e = db ? sqlite3_errcode(db) : SQLITE_NOTADB;
+        *reason = e == SQLITE_CORRUPT || e == SQLITE_NOTADB || e == SQLITE_IOERR
+                      ? "not a pack: the file is no SQLite database, or a damaged or truncated one"
+                      : "not a pack (no kvt table in an SQLite file)";
         goto release;
     }
     sqlite3_finalize(st);

@@ -4,14 +4,20 @@
 ** Makes the host open a pack, reads the pack's documents (chart list, tile
 ** availability, chart info markers, tide stations, overlay) into memory,
 ** chooses the chart to show first, draws chart frames and marks a pack
-** the server listed as old. Also the kit list: the server's list of kits
-** the user may have, downloads through the host with a progress dialogue,
-** deleting kits, the daily check for old packs and overlay refreshes.
+** the server listed as old. Also the chart kit bar, which switches
+** between installed kits, charts and map languages, and the kit dialogue:
+** the kits.json list of the chart server set in Settings, downloads
+** through the host with a progress dialogue, deleting kits, the daily
+** check for old packs and overlay refreshes.
 */
 
 /* Download failure labels by the absolute value of the host's error code. */
 var CHARTKIT_DLLABELS = ["", "Internal Error", "Server not found", "Network Error", "Device Storage full",
     "Download Failed", "Provider Error", "Aborted"];
+
+/* Names of the map languages a pack can offer, each in its own language. */
+var CHARTKIT_LANGS = { en: "English", de: "Deutsch", dk: "Dansk", sv: "Svenska", no: "Norsk", fr: "Fran\u00e7ais",
+    es: "Espa\u00f1ol" };
 
 kelvor.chartkit = {
     chartList: [],
@@ -91,6 +97,7 @@ kelvor.chartkit = {
         }
         ck.avTiles = av;
 
+        var showMenu = page === -1;
         if (page === -1) {
             var best = 0, bestSc = -1;
             for (var c = 0; c < ck.chartList.length; c++) {
@@ -101,11 +108,12 @@ kelvor.chartkit = {
                 }
             }
             page = best;
-            if (cpApp.showMenuBar) cpApp.showMenuBar("cp_chartkit_menu");
         }
         ck.loadmarker(k.maplang[dbname]);
         ck.loadOverlay();
         if (page !== false) ck.centerOnChart(page);
+        /* a new pack's bar lists its own charts and languages */
+        if (showMenu) ck.menu();
         cpApp.update();
         ck.setOutDated();
     },
@@ -359,81 +367,283 @@ kelvor.chartkit = {
         }
     },
 
-    /* ---- kit list ------------------------------------------------------ */
+    /* ---- switching: the chart kit bar ----------------------------------- */
 
-    /* Asks the server which kits the user may have. The reply is JSON with
-    ** update (kit records by pack id) and optionally html, the selection
-    ** form; without html the form is built from update. */
+    /* Opens the chart kit bar and its dashboard, which switch between the
+    ** installed kits, go to a chart of the kit in use and pick its map
+    ** language. */
+    menu: function () {
+        kelvor.chartkit.fillDash();
+        cpApp.showMenuBar("cp_chartkit_menu");
+        cpApp.showDashBoard("cp_chartkit_dash");
+    },
+
+    /* The packs to switch between, as { file, name }: the base chart, then
+    ** the installed kits by pack id (pack 1 is the client, not a chart),
+    ** and the pack in use should the list not know it. */
+    kitChoices: function () {
+        var ck = kelvor.chartkit, k = kelvor.settings.k, list = k.chartKitList2 || {};
+        var out = [{ file: "A000002.marepack", name: "Base chart" }];
+        var ids = Object.keys(list).map(Number).filter(function (id) { return id > 2; });
+        ids.sort(function (a, b) { return a - b; });
+        for (var i = 0; i < ids.length; i++) {
+            var f = ck.makeFileName(ids[i]);
+            out.push({ file: f, name: list[ids[i]].name ? String(list[ids[i]].name) : f });
+        }
+        var known = out.some(function (e) { return e.file === k.chartkit; });
+        if (!known && k.chartkit) out.push({ file: String(k.chartkit), name: String(k.chartkit) });
+        return out;
+    },
+
+    /* A select of the dashboard under its small label. */
+    _dashSelect: function (label, id, act, options) {
+        var h = "<div class=\"dash_cell\"><span class=\"dash_l\">" + label + "</span><select id=\"" + id +
+            "\" onchange=\"" + act + "\">";
+        for (var i = 0; i < options.length; i++) {
+            h += "<option value=\"" + kelvor.aux.esc(options[i][0]) + "\">" + kelvor.aux.esc(options[i][1]) + "</option>";
+        }
+        return h + "</select></div>";
+    },
+
+    fillDash: function () {
+        var ck = kelvor.chartkit, k = kelvor.settings.k, i;
+        var d = document.getElementById("cp_chartkit_dash");
+        if (!d) return;
+        var kits = ck.kitChoices(), kitOpts = [], chartOpts = [["", "Go to chart"]], langOpts = [];
+        for (i = 0; i < kits.length; i++) kitOpts.push([kits[i].file, kits[i].name]);
+        for (i = 0; i < ck.chartList.length; i++) {
+            var c = ck.chartList[i];
+            chartOpts.push([String(i), String(c.na || c.nu || c.n || i + 1).replace(/_/g, " ")]);
+        }
+        for (i = 0; i < ck.langlist.length; i++) {
+            langOpts.push([ck.langlist[i], CHARTKIT_LANGS[ck.langlist[i]] || ck.langlist[i]]);
+        }
+        var h = ck._dashSelect("Chart kit", "i_chartkit_kit", "kelvor.chartkit.switchKit(this.value)", kitOpts) +
+            ck._dashSelect("Chart", "i_chartkit_chart", "kelvor.chartkit.pickChart(this.value)", chartOpts);
+        if (langOpts.length) {
+            h += ck._dashSelect("Map language", "i_chartkit_lang", "kelvor.chartkit.pickLang(this.value)", langOpts);
+        }
+        d.innerHTML = h;
+        document.getElementById("i_chartkit_kit").value = k.chartkit;
+        var lang = document.getElementById("i_chartkit_lang");
+        if (lang && k.maplang) lang.value = k.maplang[k.chartkit];
+    },
+
+    /* Opens another pack at its best chart; the bar then lists its charts. */
+    switchKit: function (file) {
+        if (!file || file === kelvor.settings.k.chartkit) return;
+        kelvor.chartkit.loadChartKit(file, -1);
+        kelvor.settings.saveOnly();
+    },
+
+    /* Goes to chart i of the kit in use. The select returns to its prompt,
+    ** so the same chart can be picked again after panning away. */
+    pickChart: function (i) {
+        if (i === "" || i === null || i === undefined) return;
+        kelvor.chartkit.centerOnChart(Number(i));
+        var sel = document.getElementById("i_chartkit_chart");
+        if (sel) sel.value = "";
+        cpApp.update();
+    },
+
+    pickLang: function (lang) {
+        if (!lang) return;
+        kelvor.chartkit.loadmarker(lang);
+        kelvor.settings.saveOnly();
+        cpApp.update();
+    },
+
+    /* ---- the kit dialogue ----------------------------------------------- */
+
+    /* Opens the kit dialogue: from the chart kit bar (0) or from the tide
+    ** panel when its station has no data (1); both show the same list. */
+    updateChartKit: function (from) {
+        kelvor.chartkit._from = from;
+        kelvor.chartkit.showKitList();
+    },
+
+    /* Fills the kit dialogue and shows it; with settings, a button that
+    ** leads to the chart server's field in Settings. */
+    _kitDialog: function (body, settings) {
+        var box = document.getElementById("np_chartkit_add_form");
+        box.innerHTML = "<h2>" + "Chart kits" + "</h2>" + body + (settings ? "<div class=\"btn_row\">" +
+            "<button type=\"button\" id=\"btn_chartkit_settings\" onclick=\"kelvor.chartkit.serverSettings()\">" +
+            "Settings" + "</button></div>" : "");
+        if (cpApp.activeDialog !== document.getElementById("np_chartkit_add")) cpApp.sizeDialog("np_chartkit_add");
+    },
+
+    /* Lists the kits of the chart server that Settings name. Without a
+    ** server, or when it cannot be reached, the dialogue says so and leads
+    ** to Settings. */
     showKitList: function () {
-        var ck = kelvor.chartkit, k = kelvor.settings.k, host = kelvor.settings.host;
-        var url = AJAXSERVER + "?getkitlist=" + encodeURIComponent(k.userid) + "&alang=" + host.alang + "&tz=" + host.tz;
-        cpApp.startAxImage(true);
-        getAsync(url, function (text) {
-            var r;
-            try {
-                r = JSON.parse(text);
-                if (!r || typeof r !== "object" || !r.update) throw new Error("no kit list");
-            } catch (e) {
-                console.log("showKitList: " + e);
-                cpApp.ineterror();
+        var ck = kelvor.chartkit, esc = kelvor.aux.esc, server = kelvor.settings.getChartServer();
+        if (!server) {
+            ck._kitDialog("<p>" + "No chart server is set." + "</p><p>" +
+                "Enter the address of your chart server in Settings, Chart." + "</p>", true);
+            return;
+        }
+        ck._kitDialog("<p>" + "Connecting" + "</p>", false);
+        ck.fetchKits(server, function (update, fault) {
+            /* the user may have closed the dialogue meanwhile */
+            if (cpApp.activeDialog !== document.getElementById("np_chartkit_add")) return;
+            if (!update) {
+                ck._kitDialog("<p>" + (fault === "reply" ? "The chart server sent no list of chart kits:" :
+                    "The chart server could not be reached:") + "</p><p><b>" + esc(server) + "</b></p>", true);
                 return;
             }
-            ck.update = r.update;
-            var box = document.getElementById("np_chartkit_add_form");
-            box.innerHTML = r.html ? String(r.html) : ck.kitForm(r.update, k.chartKitList2);
-            cpApp.sizeDialog("np_chartkit_add");
+            ck.update = update;
+            ck._kitDialog(ck.kitForm(update, kelvor.settings.k.chartKitList2), false);
         });
     },
 
-    /* The selection form: one tickable row per kit, the installed ones marked
-    ** with their version; ticking an installed kit deletes it. */
-    kitForm: function (update, have) {
-        var h = "<form id=\"f_chartkit\" onsubmit=\"return false\"><table class=\"np_table\">";
-        var ids = Object.keys(update).sort(function (a, b) { return a - b; });
-        for (var i = 0; i < ids.length; i++) {
-            var u = update[ids[i]], mine = have && have[ids[i]];
-            var state = mine ? (Number(mine.version) === Number(u.version) ? "Installed" : "Update") : "";
-            h += "<tr><td><input type=\"checkbox\" name=\"kit\" value=\"" + Number(u.pid) + "\"></td><td>" +
-                kelvor.aux.esc(u.name) + "</td><td>" + (Number(u.filesize) / 1000000).toFixed(1) +
-                " MB</td><td>" + state + "</td></tr>";
+    /* GETs the server's kits.json and calls done(update) with its kits
+    ** (see parseKits), or done(null, "net") when the server does not
+    ** answer and done(null, "reply") when the answer is no kit list. */
+    fetchKits: function (server, done) {
+        var xhr = getAsync("http://" + server + "/kits.json", function (text) {
+            if (text === false) {
+                done(null, "net");
+                return;
+            }
+            var r = kelvor.chartkit._json(text, null);
+            var u = r && typeof r === "object" ? kelvor.chartkit.parseKits(r.update) : null;
+            done(u, u ? "" : "reply");
+        });
+        /* a server that takes the connection and never answers */
+        try {
+            xhr.timeout = 20000;
+        } catch (e) {
+            console.log("fetchKits: " + e);
         }
-        return h + "</table><div class=\"btn_row\"><button type=\"button\" id=\"btn_chartkit_exec\" " +
-            "onclick=\"kelvor.chartkit.updateChartKitExec()\">Done</button></div></form>";
     },
 
-    /* Deletes or queues each ticked kit, then downloads the queue. */
-    updateChartKitExec: function () {
-        var ck = kelvor.chartkit, k = kelvor.settings.k;
-        var boxes = document.querySelectorAll("#np_chartkit_add_form input[type=checkbox]");
-        ck.updatePos = [];
+    /* The kits of a server's list that can be downloaded, by pack id: a
+    ** whole pack id above 2 (1 and 2 are the program's own packs, which it
+    ** writes itself), a version and a size below 2^31 and a CRC-32 in
+    ** hexadecimal. Other entries are left out. stat is 2 for a kit that is
+    ** installed in the listed version. null when update is no object. */
+    parseKits: function (update) {
+        var list = kelvor.settings.k.chartKitList2 || {}, out = {};
+        if (!update || typeof update !== "object") return null;
+        function whole(v, min) {
+            return typeof v !== "boolean" && v !== "" && v !== null && Math.floor(Number(v)) === Number(v) &&
+                Number(v) >= min && Number(v) < 2147483648;
+        }
+        for (var key in update) {
+            var u = update[key];
+            if (!u || typeof u !== "object" || !whole(u.pid, 3) || !whole(u.version, 0) || !whole(u.filesize, 1)) continue;
+            if (!/^[0-9a-fA-F]{1,8}$/.test(String(u.crc32))) continue;
+            var pid = Number(u.pid), mine = list[pid];
+            out[pid] = {
+                pid: pid,
+                name: u.name === undefined || u.name === null ? "" : String(u.name),
+                version: Number(u.version),
+                filesize: Number(u.filesize),
+                crc32: String(u.crc32),
+                stat: mine && Number(mine.version) === Number(u.version) ? 2 : 0
+            };
+        }
+        return out;
+    },
+
+    /* Name and file of a kit's state for the list: installed in the listed
+    ** version, installed in another one, or not installed. */
+    kitState: function (u, have) {
+        var mine = have && have[u.pid];
+        if (!mine) return "New";
+        return Number(mine.version) === Number(u.version) ? "Installed" : "Update";
+    },
+
+    /* The selection form: one row per kit with a box to tick, its name,
+    ** size and state. */
+    kitForm: function (update, have) {
+        var ck = kelvor.chartkit, esc = kelvor.aux.esc;
+        var ids = Object.keys(update).sort(function (a, b) { return a - b; });
+        if (!ids.length) return "<p>" + "The chart server lists no chart kits." + "</p>";
+        var h = "<form id=\"f_chartkit\" onsubmit=\"return false\"><table class=\"np_table\" id=\"t_chartkit_list\">";
+        for (var i = 0; i < ids.length; i++) {
+            var u = update[ids[i]], box = "kit_" + u.pid;
+            h += "<tr><td><input type=\"checkbox\" name=\"kit\" id=\"" + box + "\" value=\"" + u.pid + "\"></td>" +
+                "<td><label for=\"" + box + "\">" + esc(u.name || ck.makeFileName(u.pid)) + "</label></td><td>" +
+                (u.filesize / 1000000).toFixed(1) + " MB</td><td class=\"kit_state\">" + ck.kitState(u, have) + "</td></tr>";
+        }
+        return h + "</table><p>" + "Ticked kits that are new or have an update are downloaded; ticked installed kits are deleted." +
+            "</p><div class=\"btn_row\"><button type=\"button\" id=\"btn_chartkit_exec\" " +
+            "onclick=\"kelvor.chartkit.applyKits()\">" + "Done" + "</button></div></form>";
+    },
+
+    /* The pack ids of the ticked boxes. */
+    _ticked: function () {
+        var boxes = document.querySelectorAll("#np_chartkit_add_form input[type=checkbox]"), out = [];
         for (var i = 0; i < boxes.length; i++) {
             var id = Number(boxes[i].value);
-            if (!boxes[i].checked || !(id > 0)) continue;
-            var u = ck.update[id];
+            if (boxes[i].checked && id > 0) out.push(id);
+        }
+        return out;
+    },
+
+    /* The button of the form: deleting installed kits asks first. */
+    applyKits: function () {
+        var ck = kelvor.chartkit, k = kelvor.settings.k, ids = ck._ticked(), names = [];
+        for (var i = 0; i < ids.length; i++) {
+            var u = ck.update[ids[i]];
+            if (k.chartKitList2[ids[i]] && u && Number(u.stat) === 2) names.push(kelvor.aux.esc(u.name || ck.makeFileName(u.pid)));
+        }
+        if (!names.length) {
+            ck.updateChartKitExec();
+            return;
+        }
+        cpApp.yesno("<p>" + "Delete these chart kits?" + "</p><p>" + names.join(", ") + "</p>",
+            "kelvor.chartkit.updateChartKitExec()", "kelvor.chartkit.reopenKitList()");
+    },
+
+    /* "No" to deleting: back to the list as the user left it. */
+    reopenKitList: function () {
+        cpApp.sizeDialog("np_chartkit_add");
+    },
+
+    /* The button of the dialogue without a usable server. */
+    serverSettings: function () {
+        cpApp.closeDlg();
+        cpApp.showSettings("np_settings_chart");
+        var f = document.getElementById("i_chart_server");
+        if (f) f.focus();
+    },
+
+    /* Deletes or queues each ticked kit, then downloads the queue. Deleting
+    ** closes the pack in use on the host and checkversion leaves another
+    ** one open, so the kit in use is opened again afterwards: the base
+    ** chart when the kit in use was deleted. */
+    updateChartKitExec: function () {
+        var ck = kelvor.chartkit, k = kelvor.settings.k, ids = ck._ticked();
+        var inUse = parseInt(String(k.chartkit).substring(1, 7), 10), lost = false;
+        ck.updatePos = [];
+        for (var i = 0; i < ids.length; i++) {
+            var id = ids[i], u = ck.update[id];
             if (k.chartKitList2[id]) {
                 getSync("/getSetState/delchartdb=" + ck.makeFileName(id));
                 delete k.chartKitList2[id];
+                if (id === inUse) lost = true;
                 if (u && Number(u.stat) === 2) continue;
             }
             if (!u) continue;
-            if (String(u.version) === String(ck.checkversion(u.pid))) k.chartKitList2[id] = u;
-            else ck.updatePos.push(id);
+            if (String(u.version) === String(ck.checkversion(u.pid))) {
+                u.stat = 2;
+                k.chartKitList2[id] = u;
+            } else {
+                ck.updatePos.push(id);
+            }
         }
+        ck.loadChartKit(lost ? "A000002.marepack" : k.chartkit, false);
+        ck.fillDash();
         if (ck.updatePos.length) {
             ck._progress("Connecting");
             ck.download(0);
         } else {
+            cpApp.closeDlg();
             kelvor.settings.save();
         }
         ck.checkForNewMaps(true);
-    },
-
-    /* Deletes one installed kit: its file on the host and its list entry. */
-    deleteKit: function (id) {
-        var ck = kelvor.chartkit, k = kelvor.settings.k;
-        getSync("/getSetState/delchartdb=" + ck.makeFileName(id));
-        delete k.chartKitList2[id];
-        kelvor.settings.save();
     },
 
     _progress: function (html) {
@@ -493,9 +703,12 @@ kelvor.chartkit = {
         ck._timer = timer;
     },
 
+    /* Shows the failure's label and cancels. A kit installed earlier in the
+    ** same queue closed the pack in use, so that one is opened again. */
     _fail: function (e) {
         kelvor.chartkit._progress("<div id=\"dl_label\">" + kelvor.chartkit.dlLabel(e) + "</div>");
         getSync("/download/**");
+        kelvor.chartkit.loadChartKit(kelvor.settings.k.chartkit, false);
     },
 
     /* Closes the dialogue; after a download opens the last kit fetched. */
@@ -528,17 +741,41 @@ kelvor.chartkit = {
         }
     },
 
-    /* Asks the chart server, at most once a day unless forced, which of the
-    ** known kits are old and how many new ones there are. Without a
-    ** reachable server the reply is false and only the console hears of it. */
+    /* Asks, at most once a day unless forced, which of the known kits are
+    ** old and how many new ones there are: the chart server's kit list when
+    ** Settings name one, the cloud otherwise. Without a reachable server
+    ** only the console hears of it. */
     checkForNewMaps: function (force) {
-        var k = kelvor.settings.k;
+        var ck = kelvor.chartkit, k = kelvor.settings.k;
         var day = Math.round(Date.now() / 86400000);
         if (!force && !k.C.i_debug_mode && k.lastcheck === day) return;
         k.lastcheck = day;
+        var server = kelvor.settings.getChartServer();
+        if (server) {
+            ck.fetchKits(server, function (update) {
+                if (update) ck.countNewMaps(update);
+                else console.log("checkForNewMaps: " + server);
+            });
+            return;
+        }
         var host = kelvor.settings.host;
         var url = AJAXSERVER + "?checkmaps2=" + encodeURIComponent(k.userid) + "&alang=" + host.alang + "&tz=" + host.tz;
         postAsync(url, kelvor.chartkit.checkForNewMapsDone, JSON.stringify(k.chartKitList2), APPURLENC);
+    },
+
+    /* From the server's kit list: the number of kits not installed, and
+    ** the installed kits the server has in another version (old). */
+    countNewMaps: function (update) {
+        var k = kelvor.settings.k, count = 0, old = [];
+        for (var id in update) {
+            var mine = k.chartKitList2[id];
+            if (!mine) count++;
+            else if (Number(mine.version) !== Number(update[id].version)) old.push(Number(id));
+        }
+        k.newMapCount = count;
+        k.oldmaps = old;
+        kelvor.chartkit.setOutDated();
+        if (cpApp) cpApp.showRedMapDot();
     },
 
     checkForNewMapsDone: function (text) {

@@ -183,6 +183,27 @@ kelvor.settings = (function () {
         }
     };
 
+    /* ---- the chart server ------------------------------------------- */
+
+    /* The chart server's address as the host keeps it ("host" or
+    ** "host:port"), or "" when none is set or the host does not answer. */
+    s.getChartServer = function () {
+        var t = getSync("/getChartServer");
+        return t === false ? "" : String(t).trim();
+    };
+
+    /* What a person may type for the address: blanks, a leading "http://"
+    ** and a trailing "/" are dropped. */
+    s.normChartServer = function (text) {
+        return String(text || "").trim().replace(/^http:\/\//i, "").replace(/\/+$/, "");
+    };
+
+    /* Stores the address on the host; "" removes it. Returns true when the
+    ** host took it, false when it refused the address. */
+    s.setChartServer = function (text) {
+        return getSync("/setChartServer/" + encodeURIComponent(s.normChartServer(text))) === "OK";
+    };
+
     s.saveOnly = function () {
         postSync("/setValue/settings", JSON.stringify(s.k));
     };
@@ -410,6 +431,10 @@ kelvor.settings = (function () {
     s.show = function (tab) {
         if (!s._filled) s.fill();
         if (tab === false) return;
+        /* the chart server's field shows what the host has each time */
+        var srv = document.getElementById("i_chart_server");
+        if (srv) srv.value = s.getChartServer();
+        s._serverError(false);
         s.showTab(tab || "np_settings_chart");
         cpApp.sizeDialog(document.getElementById("np_settings_dlg"));
     };
@@ -424,8 +449,34 @@ kelvor.settings = (function () {
         V.i_traffic_ais_port = String(V["i_traffic_ais_port" + n] || "").trim();
     };
 
+    s._serverError = function (on) {
+        kelvor.aux.show("i_chart_server_error", on);
+    };
+
+    /* Stores a changed chart server address. An address the host refuses
+    ** keeps the dialogue open on the Chart tab with the field marked, so
+    ** nothing the user typed is lost. Returns false then. */
+    s._doneChartServer = function () {
+        var srv = document.getElementById("i_chart_server");
+        if (!srv) return true;
+        var v = s.normChartServer(srv.value);
+        var same = v === s.getChartServer();
+        if (same || s.setChartServer(v)) {
+            srv.value = v;
+            s._serverError(false);
+            /* the new server's list gives the count of new kits */
+            if (!same && kelvor.chartkit) kelvor.chartkit.checkForNewMaps(true);
+            return true;
+        }
+        s.showTab("np_settings_chart");
+        s._serverError(true);
+        srv.focus();
+        return false;
+    };
+
     s.done = function () {
         var lang = s.k.S.i_settings_language;
+        if (!s._doneChartServer()) return;
         /* inputs never filled would read back as the page's blanks */
         if (!s._filled) s.fill();
         s.read();

@@ -258,5 +258,5 @@ function replay(lines, port, args) {
     };
 }
 
-module.exports = { startHost, openPage, settled, setAndReload, configure, withPage, drag, replay, writeChartPack,
+module.exports = { startHost, openPage, settled, setAndReload, configure, withPage, drag, replay, writeChartPack, solidPng,
     syntheticPack, PAGE, ORIGIN, MAREPLOTD };

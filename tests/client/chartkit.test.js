@@ -1,7 +1,8 @@
 /*
-** Kit list logic under node: which ticked kits are deleted, kept or
-** queued, the download polling with its progress text and failure labels,
-** and the overlay refresh into type 13 rows.
+** Kit list logic under node: the chart server's kit list and what the
+** dialogue makes of it, which ticked kits are deleted, kept or queued, the
+** download polling with its progress text and failure labels, the chart
+** kit bar's choices, and the overlay refresh into type 13 rows.
 */
 'use strict';
 
@@ -14,7 +15,7 @@ const { load, CORE, HOST } = require('./harness');
 function client(replies) {
     const ctx = load(CORE, (m, url, body) => {
         if (url === '/hostversion') return JSON.stringify(HOST);
-        const r = replies[url];
+        const r = url === '/getChartServer' && !(url in replies) ? '' : replies[url];
         if (typeof r === 'function') return r(body);
         return r === undefined ? '0' : r;
     });
@@ -25,8 +26,12 @@ function client(replies) {
     const els = {};
     ctx.document.getElementById = (id) => els[id] || (els[id] = { innerHTML: '', id });
     ctx.els = els;
-    ctx.cpApp = { errors: 0, closed: 0, ineterror() { this.errors++; }, sizeDialog() {}, closeDlg() { this.closed++; },
-        startAxImage() {}, update() {}, showMenuBar() {}, showRedMapDot() {}, showRedInfoDot() {},
+    ctx.cpApp = { errors: 0, closed: 0, activeDialog: false, ineterror() { this.errors++; },
+        sizeDialog(f) { this.activeDialog = typeof f === 'string' ? ctx.document.getElementById(f) : f; },
+        closeDlg() { this.closed++; this.activeDialog = false; },
+        yesno(text, yes, no) { this.asked = { text, yes, no }; }, showSettings(tab) { this.settingsTab = tab; },
+        startAxImage() {}, update() {}, showMenuBar(id) { this.bar = id; }, showDashBoard(id) { this.dash = id; },
+        showRedMapDot() {}, showRedInfoDot() {},
         map: { clearImageList() {}, setPosWorldMerc() {}, paintByTimer() {}, _lat2y: () => 0 } };
     ctx.kelvor.settings.load();
     ctx.kelvor.chartkit.update = {
@@ -165,5 +170,177 @@ test('overlay text glyphs sit on their line', () => {
         quads.length = 0;
         t.addText(0, 0, text, size, 0, oy, 1, [0, 0, 0, 255]);
         assert.deepStrictEqual(quads.map((q) => [q.top, q.foot]), want, JSON.stringify(text) + ' at ' + size);
+    }
+});
+
+const SERVER = 'http://charts.lan:8080/kits.json';
+const KIT = (pid, version, extra) => Object.assign({ pid, name: 'Kit ' + pid, version, filesize: 1500000, crc32: '0a1b2c3d' }, extra);
+
+test('the server list keeps only kits that can be downloaded', () => {
+    const ctx = client({});
+    const ck = ctx.kelvor.chartkit, k = ctx.kelvor.settings.k;
+    k.chartKitList2[7] = KIT(7, 3);
+    k.chartKitList2[8] = KIT(8, 2);
+    const cases = [
+        // [entry, kept, stat]
+        [KIT(7, 3), true, 2],
+        [KIT(8, 4), true, 0],
+        [KIT(9, 1), true, 0],
+        [KIT(9, '1', { filesize: '20', crc32: 'ABCDEF01' }), true, 0],
+        [KIT(1, 1), false], // the client's own pack
+        [KIT(2, 1), false], // the base chart
+        [KIT(9.5, 1), false],
+        [KIT(2147483648, 1), false],
+        [KIT(9, -1), false],
+        [KIT(9, true), false],
+        [KIT(9, 1, { filesize: 0 }), false],
+        [KIT(9, 1, { filesize: 2147483648 }), false],
+        [KIT(9, 1, { crc32: '123456789' }), false],
+        [KIT(9, 1, { crc32: 'xyz' }), false],
+        [KIT(9, 1, { crc32: undefined }), false],
+        ['9', false],
+        [null, false],
+    ];
+    for (const [entry, kept, stat] of cases) {
+        const out = ck.parseKits({ a: entry });
+        const got = Object.values(out);
+        assert.strictEqual(got.length, kept ? 1 : 0, JSON.stringify(entry));
+        if (kept) {
+            assert.strictEqual(got[0].stat, stat, JSON.stringify(entry));
+            assert.strictEqual(typeof got[0].version, 'number');
+        }
+    }
+    assert.strictEqual(ck.parseKits('x'), null);
+    assert.strictEqual(ck.parseKits(undefined), null);
+});
+
+test('the kit dialogue: no server, unreachable, no list, empty, kits with their state', () => {
+    const list = JSON.stringify({ update: { 7: KIT(7, 3), 8: KIT(8, 4), 9: KIT(9, 1, { name: '<b>Bay</b>' }) } });
+    const cases = [
+        // [server, kits.json reply, texts shown, settings button]
+        ['', null, ['No chart server is set.'], true],
+        ['charts.lan:8080', 404, ['could not be reached', 'charts.lan:8080'], true],
+        ['charts.lan:8080', '<html>', ['sent no list', 'charts.lan:8080'], true],
+        ['charts.lan:8080', '{"update":[]}', ['lists no chart kits'], false],
+        ['charts.lan:8080', list, ['Kit 7', 'Installed', 'Kit 8', 'Update', '&lt;b&gt;Bay&lt;/b&gt;', 'New', '1.5 MB'], false],
+    ];
+    for (const [server, reply, texts, button] of cases) {
+        const ctx = client({ '/getChartServer': server, [SERVER]: reply === null ? 404 : reply });
+        const k = ctx.kelvor.settings.k;
+        k.chartKitList2[7] = KIT(7, 3);
+        k.chartKitList2[8] = KIT(8, 2);
+        /* the tide panel's "Load Chart Kit" opens the same dialogue */
+        if (server) ctx.kelvor.chartkit.updateChartKit(0);
+        else ctx.kelvor.tides.loadKit();
+        const h = ctx.els.np_chartkit_add_form.innerHTML;
+        for (const t of texts) assert.ok(h.indexOf(t) >= 0, `${server} ${String(reply).slice(0, 20)}: ${t} in ${h}`);
+        assert.strictEqual(/btn_chartkit_settings/.test(h), button, h);
+        assert.strictEqual(ctx.requests.some((r) => r.url === SERVER), !!server, 'asks the server only when set');
+        assert.strictEqual(ctx.cpApp.activeDialog, ctx.els.np_chartkit_add);
+    }
+    const ctx = client({});
+    let focused = false;
+    ctx.els.i_chart_server = { focus() { focused = true; } };
+    ctx.kelvor.chartkit.serverSettings();
+    assert.strictEqual(ctx.cpApp.settingsTab, 'np_settings_chart', 'the button leads to the chart server field');
+    assert.ok(focused);
+});
+
+test('ticking an installed kit asks first; deleting the kit in use opens the base chart', () => {
+    const ctx = client({ '/getChartServer': 'charts.lan:8080',
+        [SERVER]: JSON.stringify({ update: { 7: KIT(7, 3), 9: KIT(9, 1) } }) });
+    const ck = ctx.kelvor.chartkit, k = ctx.kelvor.settings.k;
+    k.chartKitList2[7] = KIT(7, 3, { stat: 2 });
+    k.chartkit = 'A000007.marepack';
+    ck.showKitList();
+
+    tick(ctx, [[9, true]]);
+    ck.applyKits();
+    assert.strictEqual(ctx.cpApp.asked, undefined, 'a new kit needs no question');
+
+    ctx.requests.length = 0;
+    tick(ctx, [[7, true]]);
+    ck.applyKits();
+    assert.match(ctx.cpApp.asked.text, /Delete these chart kits\?.*Kit 7/);
+    assert.ok(!ctx.requests.some((r) => /delchartdb/.test(r.url)), 'nothing deleted before the answer');
+    ck.updateChartKitExec();
+    const urls = ctx.requests.map((r) => r.url);
+    const del = urls.indexOf('/getSetState/delchartdb=A000007.marepack');
+    assert.ok(del >= 0);
+    assert.ok(urls.indexOf('/getSetState/chartdb=A000002.marepack', del) > del, 'the base chart opened after');
+    assert.strictEqual(k.chartkit, 'A000002.marepack');
+    assert.ok(!k.chartKitList2[7]);
+    assert.ok(!urls.some((u) => u.indexOf('/download/') === 0));
+});
+
+test('with a chart server the daily check counts new and old kits from its list', () => {
+    const ctx = client({ '/getChartServer': 'charts.lan:8080',
+        [SERVER]: JSON.stringify({ update: { 7: KIT(7, 3), 8: KIT(8, 4), 9: KIT(9, 1), 10: KIT(10, 1) } }) });
+    const ck = ctx.kelvor.chartkit, k = ctx.kelvor.settings.k;
+    k.chartKitList2[7] = KIT(7, 3);
+    k.chartKitList2[8] = KIT(8, 2);
+    k.chartkit = 'A000008.marepack';
+    ck.checkForNewMaps(true);
+    assert.strictEqual(k.newMapCount, 2);
+    assert.deepStrictEqual(Array.from(k.oldmaps), [8]);
+    assert.strictEqual(ck.outdated, true, 'the kit in use is old');
+    assert.ok(!ctx.requests.some((r) => r.url.indexOf('checkmaps2') >= 0), 'no cloud request');
+});
+
+test('the chart kit bar offers the base chart, installed kits, charts and languages', () => {
+    const ctx = client({
+        '/getSetState/chartdb=A000009.marepack': '000 ',
+        '/MexecSql': '[["de",2],["en",5]]',
+        '/getMapData/chartlist': JSON.stringify([
+            { na: 'Kiel_Bay', sc: 50000, x1: 1, y1: 1, x2: 2, y2: 2 },
+            { nu: 'K2', sc: 4000000, x1: 1, y1: 1, x2: 3, y2: 3 },
+            { na: 'Baltic', sc: 6000000, x1: 1, y1: 1, x2: 9, y2: 9 },
+        ]),
+    });
+    const ck = ctx.kelvor.chartkit, k = ctx.kelvor.settings.k;
+    k.chartKitList2[12] = KIT(12, 1, { name: 'Sound' });
+    k.chartKitList2[9] = KIT(9, 1, { name: 'Kiel' });
+    assert.deepStrictEqual(Array.from(ck.kitChoices(), (c) => c.file + ' ' + c.name),
+        ['A000002.marepack Base chart', 'A000009.marepack Kiel', 'A000012.marepack Sound']);
+    k.chartkit = 'A000003.marepack';
+    assert.strictEqual(ck.kitChoices().pop().file, 'A000003.marepack', 'a pack in use that the list does not know');
+
+    ck.switchKit('A000009.marepack');
+    assert.strictEqual(k.chartkit, 'A000009.marepack');
+    assert.strictEqual(ck.chartList[1].selected, true, 'the best chart below 5000000');
+    assert.strictEqual(ctx.cpApp.bar, 'cp_chartkit_menu');
+    assert.strictEqual(ctx.cpApp.dash, 'cp_chartkit_dash');
+    const h = ctx.els.cp_chartkit_dash.innerHTML;
+    for (const t of ['>Kiel<', '>Sound<', '>Go to chart<', '>Kiel Bay<', '>K2<', '>Deutsch<', '>English<']) {
+        assert.ok(h.indexOf(t) >= 0, t + ' in ' + h);
+    }
+    ck.pickChart('0');
+    assert.strictEqual(ck.chartList[0].selected, true);
+    assert.strictEqual(ctx.els.i_chartkit_chart.value, '', 'back to its prompt');
+    ck.pickLang('en');
+    assert.strictEqual(k.maplang['A000009.marepack'], 'en');
+    assert.ok(ctx.requests.some((r) => r.url === '/getSetState/mlang=en'));
+});
+
+test('Settings Done stores a changed chart server address; a refused one keeps the dialogue open', () => {
+    const cases = [
+        // [typed, address on the host, host's reply, request sent, accepted]
+        ['  http://charts.lan:8080/ ', '', 'OK', '/setChartServer/charts.lan%3A8080', true],
+        ['[::1]:8080', '', 'OK', '/setChartServer/%5B%3A%3A1%5D%3A8080', true],
+        ['charts.lan', 'charts.lan', 'ERR', null, true],
+        ['', 'charts.lan', 'OK', '/setChartServer/', true],
+        ['charts.lan/x', '', 'ERR', '/setChartServer/charts.lan%2Fx', false],
+    ];
+    for (const [typed, has, reply, sent, ok] of cases) {
+        const ctx = client({ '/getChartServer': has });
+        ctx.route = (m, url) => (url === '/getChartServer' ? has : url.startsWith('/setChartServer/') ? reply : '0');
+        const s = ctx.kelvor.settings;
+        ctx.els.i_chart_server = { value: typed, focus() { this.focused = true; } };
+        ctx.els.i_chart_server_error = { className: 'none' };
+        assert.strictEqual(s._doneChartServer(), ok, typed);
+        const asked = ctx.requests.filter((r) => r.url.startsWith('/setChartServer/')).map((r) => r.url);
+        assert.deepStrictEqual(asked, sent ? [sent] : [], typed);
+        assert.strictEqual(ctx.els.i_chart_server_error.className, ok ? 'none' : '', typed + ': the message');
+        assert.strictEqual(!!ctx.els.i_chart_server.focused, !ok, typed + ': the field keeps the focus');
     }
 });

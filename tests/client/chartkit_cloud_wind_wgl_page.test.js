@@ -368,7 +368,10 @@ test('a kit downloads from the chart server with progress; a broken one shows it
                 5: { pid: 5, name: 'Test bay', version: 7, filesize: bytes.length, crc32: crcHex(bytes), stat: 0 },
                 6: { pid: 6, name: 'Missing kit', version: 1, filesize: 5000, crc32: '00000000', stat: 0 },
             };
-            await routeCloud(page, (q) => (q.has('getkitlist') ? JSON.stringify({ update }) : '{"count":0}'));
+            /* the server's own list plus a kit it does not have */
+            await page.route(`http://127.0.0.1:${server.port}/kits.json`, (route) => route.fulfill({
+                status: 200, body: JSON.stringify({ update }),
+                headers: { 'Access-Control-Allow-Origin': '*', 'Content-Type': 'application/json' } }));
             await page.evaluate(() => kelvor.chartkit.showKitList());
             await page.waitForSelector('#btn_chartkit_exec');
             await page.check('#np_chartkit_add_form input[value="5"]');

@@ -118,12 +118,8 @@ kelvor.marepack.prototype = {
             var ns = aux.el("i_nmea_source");
             if (ns && ns.options.length) ns.remove(ns.options.length - 1);
         }
-        if (aux.isIos() || aux.isAdroid()) {
-            aux.show("btn_chartkit_iap", true);
-        } else {
-            aux.show("btn_chartkit_add", true);
-            aux.show("np_feedback_1_rate_btn", false);
-        }
+        /* rating goes through a store, which only the mobile platforms have */
+        if (!(aux.isIos() || aux.isAdroid())) aux.show("np_feedback_1_rate_btn", false);
         if (aux.isIe()) {
             aux.show("i_screen_mode", true);
             if (window.screen && screen.deviceXDPI > 150) {

@@ -78,12 +78,7 @@ int http_server(void) {
         ** follows one not yet acknowledged would wait for the peer's
         ** delayed ACK. */
         setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof(one));
-        pthread_t th;
-        pthread_attr_t attr;
-        pthread_attr_init(&attr);
-        pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
-        if (pthread_create(&th, &attr, connection_thread, (void *)(intptr_t)fd) != 0) close(fd);
-        pthread_attr_destroy(&attr);
+        if (mr_spawn_detached(connection_thread, (void *)(intptr_t)fd) != 0) close(fd);
     } while (MR_LOAD(mrApp.running));
 
     MR_ADD(mrApp.threadCount, -1);

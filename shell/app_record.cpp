@@ -1,33 +1,18 @@
 /*
-** app_record.cpp -- the application record, app_init_qt and the service
-** start (start_server, start_httpd and their stop counterparts), key files,
-** _beginthread and the bounded text copies.
+** app_record.cpp -- the application record mrApp and its small tools: the
+** record's filling, key files, the thread start and the bounded text
+** copies. Everything else of the host includes this; it includes nothing
+** of ours but its own header. The service start is in service.cpp.
 */
 #include "shell/app_record.h"
 
 #include <pthread.h>
-#include <sqlite3.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <unistd.h>
-
-#include "http/http_server.h"
-#include "nav/nmea.h"
-#include "store/pack_store.h"
 
 MrAppRecord mrApp;
-
-/* The five statements that create the trip database; each may fail because
-** its object already exists. */
-static const char *const tripDbSchema[5] = {
-    "CREATE TABLE kvt (k TEXT,v TEXT,t INTEGER, l TEXT) ",
-    "CREATE UNIQUE INDEX i_kv_lk ON kvt(l,k) ",
-    "CREATE TABLE log (id INTEGER PRIMARY KEY AUTOINCREMENT, ts INTEGER, x DOUBLE, y DOUBLE,t INTEGER,v TEXT) ",
-    "CREATE INDEX i_log_ts ON log(ts) ",
-    "CREATE INDEX i_log_t ON log(t) ",
-};
 
 static void mr_overflow(size_t size) {
     fprintf(stderr, "*** bounded copy overflow (field of %zu bytes) ***: terminated\n", size);
@@ -91,21 +76,29 @@ static void *mr_thread_trampoline(void *p) {
     return NULL;
 }
 
+/* Starts fn(arg) on a detached thread: nobody joins it, so its resources
+** go back to the system when it ends. Returns 0, or -1 (arg is still the
+** caller's). */
+int mr_spawn_detached(void *(*fn)(void *), void *arg) {
+    pthread_t th;
+    pthread_attr_t attr;
+    int rc;
+    if (pthread_attr_init(&attr) != 0) return -1;
+    pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+    rc = pthread_create(&th, &attr, fn, arg);
+    pthread_attr_destroy(&attr);
+    return rc == 0 ? 0 : -1;
+}
+
 /* Starts start(arg) on a new thread and drops its handle; stackSize is
-** ignored. The thread is created detached so that its resources go back to
-** the system when it ends, as nobody joins it. */
+** ignored. */
 void _beginthread(void (*start)(void *), unsigned stackSize, void *arg) {
     (void)stackSize;
     MrThreadStart *ts = (MrThreadStart *)malloc(sizeof(*ts));
     if (ts == NULL) return;
     ts->start = start;
     ts->arg = arg;
-    pthread_t th;
-    pthread_attr_t attr;
-    pthread_attr_init(&attr);
-    pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
-    if (pthread_create(&th, &attr, mr_thread_trampoline, ts) != 0) free(ts);
-    pthread_attr_destroy(&attr);
+    if (mr_spawn_detached(mr_thread_trampoline, ts) != 0) free(ts);
 }
 
 /* Clears and fills mrApp: names, directories with their trailing "/", the
@@ -131,91 +124,4 @@ void mr_app_fill(const char *language, const char *device, const char *dataDir, 
     mrc_read_regkey("skin", mrApp.skin, sizeof(mrApp.skin));
     MR_BCOPY(mrApp.mlang, "de");
     mrApp.bootMark = 100;
-}
-
-/* Fills mrApp and starts the service; the listener is up when it returns.
-** Returns 0. */
-int app_init_qt(const char *language, const char *device, const char *dataDir, const char *appName) {
-    mr_app_fill(language, device, dataDir, appName);
-    start_server(0);
-    return 0;
-}
-
-static void *mr_http_server_thread(void *unused) {
-    (void)unused;
-    http_server();
-    return NULL;
-}
-
-/* Starts http_server on a detached thread and waits until it is up. */
-static void mr_start_listener_thread(void) {
-    pthread_t th;
-    pthread_attr_t attr;
-    pthread_attr_init(&attr);
-    pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
-    pthread_create(&th, &attr, mr_http_server_thread, NULL);
-    pthread_attr_destroy(&attr);
-    while (!MR_LOAD(httpd_running)) usleep(100000);
-}
-
-/* Opens the application pack and the trip database, creates the trip
-** schema, starts the navigation state and the listener. With foreground 0
-** it returns once the listener is up; otherwise it runs the listener on the
-** calling thread and returns when it ends. Returns 0. */
-int start_server(int foreground) {
-    char path[300];
-    mrApp.dbMutex = sqlite3_mutex_alloc(SQLITE_MUTEX_FAST);
-    mrApp.appDb = NULL;
-    mrApp.chartDb = NULL;
-
-    mr_bprintf(path, sizeof(path), "%s%s", mrApp.packDir, "A000001.marepack");
-    if (sqlite3_open_v2(path, &mrApp.appDb, SQLITE_OPEN_READONLY, NULL) != SQLITE_OK ||
-        mrApp.appDb == NULL) {
-        if (mrApp.appDb) sqlite3_close(mrApp.appDb);
-        mrApp.appDb = NULL;
-        mr_bprintf(path, sizeof(path), "%s%s", mrApp.altPackDir, "A000001.marepack");
-        if (sqlite3_open_v2(path, &mrApp.appDb, SQLITE_OPEN_READONLY, NULL) != SQLITE_OK) {
-            if (mrApp.appDb) sqlite3_close(mrApp.appDb);
-            mrApp.appDb = NULL;
-        }
-    }
-
-    mr_bprintf(path, sizeof(path), "%s%s", mrApp.keyDir, "marepack.trip");
-    sqlite3_open(path, &mrApp.tripDb);
-    for (int i = 0; i < 5; i++) {
-        char *err = NULL;
-        sqlite3_exec(mrApp.tripDb, tripDbSchema[i], NULL, NULL, &err);
-        if (err) sqlite3_free(err);
-    }
-
-    mrApp.chartDb = NULL;
-    nmea_init();
-
-    if (foreground == 0)
-        mr_start_listener_thread();
-    else
-        http_server();
-    return 0;
-}
-
-/* Clears running and closes the three databases, in the order tripDb,
-** appDb, chartDb. The packs go through the handle guard, so a request still
-** running on another connection never uses a closed handle. */
-void stop_server(void) {
-    MR_STORE(mrApp.running, 0);
-    sqlite3_close(mrApp.tripDb);
-    mr_db_swap(&mrApp.appDb, NULL);
-    mr_db_swap(&mrApp.chartDb, NULL);
-}
-
-/* Starts the listener on a thread and waits until it is up. Returns 0. */
-int start_httpd(void) {
-    mr_start_listener_thread();
-    return 0;
-}
-
-/* Closes the listening socket and clears httpd_running. */
-void stop_httpd(void) {
-    close(sockfd);
-    MR_STORE(httpd_running, 0);
 }

@@ -1,7 +1,7 @@
 /*
-** app_record.h -- the application record mrApp, start-up of the service,
-** key files, thread start, bounded text copies and the data directory steps
-** shared by the window and the headless host.
+** app_record.h -- the application record mrApp, key files, thread start,
+** bounded text copies and the data directory steps shared by the window
+** and the headless host. The service start is in service.h.
 */
 #ifndef MAREPLOT_APP_RECORD_H
 #define MAREPLOT_APP_RECORD_H
@@ -71,13 +71,14 @@ extern MrAppRecord mrApp;
 /* The record-filling steps of app_init_qt, without the service start; the
 ** headless host follows them with start_server(1). */
 void mr_app_fill(const char *language, const char *device, const char *dataDir, const char *appName);
-int app_init_qt(const char *language, const char *device, const char *dataDir, const char *appName);
-int start_server(int foreground);
-void stop_server(void);
-int start_httpd(void);
-void stop_httpd(void);
 int mrc_read_regkey(const char *name, char *value, unsigned size);
 int mrc_write_regkey(const char *name, const char *value);
+
+/* Starts fn(arg) on a detached thread. Returns 0, or -1 (arg is still the
+** caller's). Every thread of the host starts here. */
+int mr_spawn_detached(void *(*fn)(void *), void *arg);
+/* The same for start(arg) with no result; stackSize is ignored and a
+** failed start is dropped. */
 void _beginthread(void (*start)(void *), unsigned stackSize, void *arg);
 
 /* Bounded text copies. A text that does not fit is a fatal fault: the

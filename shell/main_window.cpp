@@ -21,6 +21,7 @@
 #include "nav/nmea.h"
 #include "shell/app_record.h"
 #include "shell/serial_lines.h"
+#include "shell/service.h"
 #include "shell/window_place.h"
 
 QSerialPort *serPort = nullptr;

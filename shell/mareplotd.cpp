@@ -10,6 +10,7 @@
 #include "shell/app_record.h"
 #include "shell/carried_packs.h"
 #include "shell/serial_headless.h"
+#include "shell/service.h"
 
 int main(void) {
     char dataDir[300];

@@ -1,0 +1,177 @@
+/*
+** kit_support.h -- helpers of the chart kit tool's tests: running the tool
+** and GDAL's command-line programs, a hand-made BSB/KAP raster chart, the
+** tool's server on a free port, and plain HTTP to it.
+*/
+#ifndef MAREPLOT_KIT_SUPPORT_H
+#define MAREPLOT_KIT_SUPPORT_H
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/files.h"
+
+namespace kit {
+
+struct Run {
+    int status = -1; /* exit code, or -1 when the program didn't exit normally */
+    std::string out, err;
+};
+
+/* Runs argv[0] with its arguments and collects its exit code and output. */
+inline Run run(const std::vector<std::string> &args) {
+    Run r;
+    char outName[] = "/tmp/kit-out-XXXXXX", errName[] = "/tmp/kit-err-XXXXXX";
+    int outFd = mkstemp(outName), errFd = mkstemp(errName);
+    pid_t pid = fork();
+    if (pid == 0) {
+        dup2(outFd, 1);
+        dup2(errFd, 2);
+        std::vector<char *> argv;
+        for (const std::string &a : args) argv.push_back(const_cast<char *>(a.c_str()));
+        argv.push_back(nullptr);
+        execvp(argv[0], argv.data());
+        _exit(127);
+    }
+    int st = 0;
+    waitpid(pid, &st, 0);
+    close(outFd);
+    close(errFd);
+    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+    r.out = readFile(outName);
+    r.err = readFile(errName);
+    unlink(outName);
+    unlink(errName);
+    return r;
+}
+
+/* The byte image of a small BSB/KAP chart: a text header with the chart's
+** name, scale and reference points, then rows of run-length pixels, the
+** left half of palette colour 1 and the right half of colour 2. */
+inline std::string kapChart(double west, double south, double east, double north, int size = 64) {
+    char head[2048];
+    snprintf(head, sizeof(head),
+             "! a test chart\r\nVER/3.0\r\n"
+             "BSB/NA=Test Harbour,NU=T1,RA=%d,%d,DU=254\r\n"
+             "KNP/SC=25000,GD=WGS84,PR=MERCATOR,PP=54.0,PI=UNKNOWN,SK=0.0,TA=90.0,UN=METERS,"
+             "SD=MEAN LOWER LOW WATER\r\n"
+             "CED/SE=1,RE=1,ED=01/05/2024\r\n"
+             "RGB/1,200,220,240\r\nRGB/2,240,220,160\r\n"
+             "REF/1,0,0,%.6f,%.6f\r\nREF/2,%d,0,%.6f,%.6f\r\nREF/3,%d,%d,%.6f,%.6f\r\nREF/4,0,%d,%.6f,%.6f\r\n"
+             "PLY/1,%.6f,%.6f\r\nPLY/2,%.6f,%.6f\r\nPLY/3,%.6f,%.6f\r\nPLY/4,%.6f,%.6f\r\n",
+             size, size, north, west, size, north, east, size, size, south, east, size, south, west, north, west,
+             north, east, south, east, south, west);
+    std::string k = head;
+    k += std::string("\x1a\x00", 2);
+    k.push_back(2); /* bits per pixel value */
+    std::vector<uint32_t> offsets;
+    for (int row = 0; row < size; row++) {
+        offsets.push_back((uint32_t)k.size());
+        k.push_back((char)(row + 1)); /* row number, one byte below 128 */
+        for (int colour = 1; colour <= 2; colour++) {
+            int count = size / 2 - 1; /* run length minus one: 5 bits here, the rest in a second byte */
+            k.push_back((char)(0x80 | colour << 5 | count >> 7));
+            k.push_back((char)(count & 0x7f));
+        }
+        k.push_back(0);
+    }
+    uint32_t index = (uint32_t)k.size();
+    offsets.push_back(index);
+    for (uint32_t o : offsets) {
+        k.push_back((char)(o >> 24));
+        k.push_back((char)(o >> 16));
+        k.push_back((char)(o >> 8));
+        k.push_back((char)o);
+    }
+    return k;
+}
+
+/* One GET to 127.0.0.1:port on a fresh connection; the whole reply up to
+** the server's close, header included. Empty when nothing answered. */
+inline std::string get(int port, const std::string &target, int timeoutMs = 10000) {
+    int fd = socket(AF_INET, SOCK_STREAM, 0);
+    struct sockaddr_in a;
+    memset(&a, 0, sizeof(a));
+    a.sin_family = AF_INET;
+    a.sin_port = htons((uint16_t)port);
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    std::string reply;
+    if (fd >= 0 && connect(fd, (struct sockaddr *)&a, sizeof(a)) == 0) {
+        std::string req = target.compare(0, 4, "RAW ") == 0
+                              ? target.substr(4)
+                              : "GET " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
+        ::send(fd, req.data(), req.size(), MSG_NOSIGNAL);
+        auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+        char buf[65536];
+        for (;;) {
+            int left = (int)std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now()).count();
+            struct pollfd p = {fd, POLLIN, 0};
+            if (left <= 0 || poll(&p, 1, left) <= 0) break;
+            ssize_t n = recv(fd, buf, sizeof(buf), 0);
+            if (n <= 0) break;
+            reply.append(buf, (size_t)n);
+        }
+    }
+    if (fd >= 0) close(fd);
+    return reply;
+}
+
+inline std::string bodyOf(const std::string &reply) {
+    size_t at = reply.find("\r\n\r\n");
+    return at == std::string::npos ? std::string() : reply.substr(at + 4);
+}
+
+/* mareplot-chartkit serve over dir on a free port, ended with the object. */
+class Server {
+  public:
+    Server(const std::string &tool, const std::string &dir, const std::vector<std::string> &extra = {}) {
+        std::string portFile = dir + "/.port";
+        unlink(portFile.c_str());
+        std::vector<std::string> args = {tool, "serve", "--dir", dir, "--port-file", portFile};
+        args.insert(args.end(), extra.begin(), extra.end());
+        pid_ = fork();
+        if (pid_ == 0) {
+            int null = open("/dev/null", O_WRONLY);
+            dup2(null, 1);
+            std::vector<char *> argv;
+            for (const std::string &a : args) argv.push_back(const_cast<char *>(a.c_str()));
+            argv.push_back(nullptr);
+            execv(argv[0], argv.data());
+            _exit(127);
+        }
+        for (int i = 0; i < 1000 && !fileExists(portFile); i++)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        port_ = atoi(readFile(portFile).c_str());
+    }
+    ~Server() {
+        if (pid_ > 0) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
+        }
+    }
+    int port() const { return port_; }
+    /* True while the server process has not ended. */
+    bool alive() const { return pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) == 0; }
+
+  private:
+    pid_t pid_ = -1;
+    int port_ = 0;
+};
+
+} // namespace kit
+
+#endif

@@ -1,0 +1,349 @@
+/*
+** make_test.cpp -- mareplot-chartkit make and info on rasters GDAL wrote
+** from NOAA's ETOPO5 relief (coloured sea and land), an MBTiles file made
+** from it, and a hand-made BSB/KAP chart: tile bytes and rows, boxes and
+** scales, colours at known places, determinism, the pack checker, and the
+** one-line failures on bad input.
+*/
+#include <cairo.h>
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <math.h>
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <map>
+
+#include "chartkit/kit_support.h"
+#include "tools/packcheck.h"
+
+namespace {
+
+const char *kTool = CHARTKIT_PATH;
+const char *kRelief = "/usr/share/ferret-vis/data/etopo5.cdf";
+/* two colours by the sign of the height, so every pixel away from the coast
+** has one of them exactly */
+const unsigned char kSea[4] = {100, 150, 220, 255}, kLand[4] = {230, 220, 170, 255};
+const unsigned char kKapLeft[4] = {200, 220, 240, 255}, kKapRight[4] = {240, 220, 160, 255};
+
+std::string dir; /* inputs and packs of the whole suite */
+
+std::string sqlOne(const std::string &db, const std::string &sql) {
+    sqlite3 *h = nullptr;
+    sqlite3_stmt *st = nullptr;
+    std::string v = "(none)";
+    sqlite3_open_v2(db.c_str(), &h, SQLITE_OPEN_READONLY, nullptr);
+    if (sqlite3_prepare_v2(h, sql.c_str(), -1, &st, nullptr) == SQLITE_OK && sqlite3_step(st) == SQLITE_ROW) {
+        const void *p = sqlite3_column_blob(st, 0);
+        v.assign(p ? (const char *)p : "", (size_t)sqlite3_column_bytes(st, 0));
+    }
+    sqlite3_finalize(st);
+    sqlite3_close(h);
+    return v;
+}
+
+/* A member of a JSON text, by an SQLite JSON path; "(none)" when absent. */
+std::string jsonAt(const std::string &json, const std::string &path) {
+    sqlite3 *h = nullptr;
+    sqlite3_stmt *st = nullptr;
+    std::string v = "(none)";
+    sqlite3_open(":memory:", &h);
+    if (sqlite3_prepare_v2(h, "SELECT json_extract(?, ?)", -1, &st, nullptr) == SQLITE_OK) {
+        sqlite3_bind_text(st, 1, json.c_str(), -1, SQLITE_STATIC);
+        sqlite3_bind_text(st, 2, path.c_str(), -1, SQLITE_STATIC);
+        if (sqlite3_step(st) == SQLITE_ROW && sqlite3_column_type(st, 0) != SQLITE_NULL)
+            v = (const char *)sqlite3_column_text(st, 0);
+    }
+    sqlite3_finalize(st);
+    sqlite3_close(h);
+    return v;
+}
+
+double jsonNumber(const std::string &json, const std::string &path) {
+    return atof(jsonAt(json, path).c_str());
+}
+
+std::string tileOf(const std::string &pack, int z, int y, int x) {
+    int64_t key = ((int64_t)z << 40) | ((int64_t)y << 20) | x;
+    return sqlOne(pack, "SELECT png FROM tiles WHERE zyx=" + std::to_string(key));
+}
+
+struct PngRead {
+    const std::string *s;
+    size_t at;
+};
+
+cairo_status_t readPng(void *c, unsigned char *data, unsigned int n) {
+    PngRead *r = (PngRead *)c;
+    if (r->at + n > r->s->size()) return CAIRO_STATUS_READ_ERROR;
+    memcpy(data, r->s->data() + r->at, n);
+    r->at += n;
+    return CAIRO_STATUS_SUCCESS;
+}
+
+/* The colour of the pack's pixel at a position, straight (not
+** premultiplied) RGBA; false when there is no tile there. */
+bool pixelAt(const std::string &pack, double lon, double lat, int z, unsigned char rgba[4]) {
+    double n = (double)(1 << z);
+    double fx = (lon + 180) / 360 * n;
+    double fy = (1 - log(tan(lat * M_PI / 180) + 1 / cos(lat * M_PI / 180)) / M_PI) / 2 * n;
+    std::string png = tileOf(pack, z, (int)fy, (int)fx);
+    if (png == "(none)") return false;
+    PngRead r = {&png, 0};
+    cairo_surface_t *s = cairo_image_surface_create_from_png_stream(readPng, &r);
+    if (cairo_surface_status(s) != CAIRO_STATUS_SUCCESS) {
+        cairo_surface_destroy(s);
+        return false;
+    }
+    cairo_surface_flush(s);
+    int col = (int)((fx - floor(fx)) * 256), row = (int)((fy - floor(fy)) * 256);
+    uint32_t px;
+    memcpy(&px, cairo_image_surface_get_data(s) + row * cairo_image_surface_get_stride(s) + col * 4, 4);
+    int a = cairo_image_surface_get_format(s) == CAIRO_FORMAT_ARGB32 ? (int)(px >> 24) : 255;
+    for (int c = 0; c < 3; c++) {
+        int v = (int)(px >> (16 - 8 * c)) & 0xff;
+        rgba[c] = (unsigned char)(a ? (v * 255 + a / 2) / a : 0);
+    }
+    rgba[3] = (unsigned char)a;
+    cairo_surface_destroy(s);
+    return true;
+}
+
+std::string crcHex(const std::string &data) {
+    uint32_t c = 0xffffffffu;
+    for (unsigned char b : data) {
+        c ^= b;
+        for (int k = 0; k < 8; k++) c = c & 1 ? (c >> 1) ^ 0xedb88320u : c >> 1;
+    }
+    char hex[16];
+    snprintf(hex, sizeof(hex), "%08x", ~c);
+    return hex;
+}
+
+kit::Run make(const std::vector<std::string> &rest) {
+    std::vector<std::string> args = {kTool, "make"};
+    args.insert(args.end(), rest.begin(), rest.end());
+    return kit::run(args);
+}
+
+std::string at(const char *name) { return dir + "/" + name; }
+
+class ChartkitMake : public ::testing::Test {
+  protected:
+    /* The inputs, made once: a 4 by 4 degree cut of the relief around the
+    ** German Bight, coloured, warped to a finer GeoTIFF, tiled to MBTiles
+    ** with overviews; and a KAP chart. Then one pack from each. */
+    static void SetUpTestSuite() {
+        dir = makeTempDir("mareplot-chartkit-");
+        writeFile(at("colours.txt"), "-1 100 150 220\n1 230 220 170\nnv 0 0 0 0\n");
+        const std::vector<std::vector<std::string>> steps = {
+            {"gdal_translate", "-q", "-projwin", "5", "56", "9", "52", "-a_srs", "EPSG:4326", kRelief, at("cut.tif")},
+            {"gdaldem", "color-relief", "-q", "-nearest_color_entry", "-alpha", at("cut.tif"), at("colours.txt"),
+             at("relief.tif")},
+            {"gdalwarp", "-q", "-tr", "0.01", "0.01", "-r", "bilinear", at("relief.tif"), at("geo.tif")},
+            {"gdal_translate", "-q", "-of", "MBTILES", at("geo.tif"), at("relief.mbtiles")},
+            {"gdaladdo", "-q", "-r", "average", at("relief.mbtiles"), "2", "4", "8"},
+            {"gdal_translate", "-q", "-of", "PNG", at("relief.tif"), at("plain.png")},
+        };
+        for (const auto &s : steps) {
+            kit::Run r = kit::run(s);
+            ASSERT_EQ(0, r.status) << s[0] << ": " << r.err;
+        }
+        writeFile(at("harbour.kap"), kit::kapChart(10.0, 54.4, 10.2, 54.5));
+        ASSERT_EQ(0, make({"--id", "5", "--name", "Relief", "--out", at("A000005.marepack"), at("relief.mbtiles")}).status);
+        ASSERT_EQ(0, make({"--id", "6", "--name", "Relief TIFF", "--out", at("A000006.marepack"), at("geo.tif")}).status);
+        ASSERT_EQ(0, make({"--id", "7", "--name", "Harbour", "--out", at("A000007.marepack"), at("harbour.kap")}).status);
+    }
+    static void TearDownTestSuite() { removeTree(dir); }
+};
+
+TEST_F(ChartkitMake, MbtilesTilesAreCopiedWithTheirRowsTurned) {
+    sqlite3 *db = nullptr;
+    sqlite3_stmt *st = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open_v2(at("relief.mbtiles").c_str(), &db, SQLITE_OPEN_READONLY, nullptr));
+    ASSERT_EQ(SQLITE_OK, sqlite3_prepare_v2(db, "SELECT zoom_level, tile_column, tile_row, tile_data FROM tiles", -1,
+                                            &st, nullptr));
+    int count = 0;
+    std::map<int, int> perZoom;
+    while (sqlite3_step(st) == SQLITE_ROW) {
+        int z = sqlite3_column_int(st, 0), x = sqlite3_column_int(st, 1), row = sqlite3_column_int(st, 2);
+        std::string data((const char *)sqlite3_column_blob(st, 3), (size_t)sqlite3_column_bytes(st, 3));
+        EXPECT_EQ(data, tileOf(at("A000005.marepack"), z, (1 << z) - 1 - row, x)) << z << "/" << row << "/" << x;
+        count++;
+        perZoom[z]++;
+    }
+    sqlite3_finalize(st);
+    sqlite3_close(db);
+    ASSERT_GT(count, 10);
+    EXPECT_EQ(std::to_string(count), sqlOne(at("A000005.marepack"), "SELECT count(*) FROM tiles"));
+    std::string info = kit::run({kTool, "info", at("A000005.marepack")}).out;
+    for (const auto &z : perZoom) EXPECT_EQ(std::to_string(z.second), jsonAt(info, "$.tiles.\"" + std::to_string(z.first) + "\""));
+}
+
+TEST_F(ChartkitMake, ChartListHoldsTheDataBoxNameAndScale) {
+    double mb[4];
+    ASSERT_EQ(4, sscanf(sqlOne(at("relief.mbtiles"), "SELECT value FROM metadata WHERE name='bounds'").c_str(),
+                        "%lf,%lf,%lf,%lf", &mb[0], &mb[1], &mb[2], &mb[3]));
+    struct Case {
+        const char *pack, *kit, *chart;
+        double box[4], tolerance;
+        long scaleLow, scaleHigh;
+    } cases[] = {
+        /* the MBTiles bounds are kept as given; zoom 7 at 54 N is 1:2.6 million */
+        {"A000005.marepack", "Relief", "relief", {mb[0], mb[1], mb[2], mb[3]}, 1e-5, 2600000, 2600000},
+        /* the warped raster's own extent; its 0.01 degree pixels are a bit over a kilometre */
+        {"A000006.marepack", "Relief TIFF", "geo", {4.958, 52.04, 8.958, 56.042}, 0.02, 2000000, 5000000},
+        /* the KAP header's name and scale win over what the pixels say */
+        {"A000007.marepack", "Harbour", "Test Harbour", {10.0, 54.4, 10.2, 54.5}, 0.005, 25000, 25000},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.pack);
+        kit::Run r = kit::run({kTool, "info", at(c.pack)});
+        ASSERT_EQ(0, r.status) << r.err;
+        EXPECT_EQ(c.kit, jsonAt(r.out, "$.name"));
+        EXPECT_EQ(c.chart, jsonAt(r.out, "$.charts[0].name"));
+        EXPECT_EQ("(none)", jsonAt(r.out, "$.charts[1]"));
+        for (int i = 0; i < 4; i++)
+            EXPECT_NEAR(c.box[i], jsonNumber(r.out, "$.charts[0].box[" + std::to_string(i) + "]"), c.tolerance) << i;
+        long sc = atol(jsonAt(r.out, "$.charts[0].sc").c_str());
+        EXPECT_GE(sc, c.scaleLow);
+        EXPECT_LE(sc, c.scaleHigh);
+        /* the grid box of the chart list and the file's own figures */
+        std::string list = sqlOne(at(c.pack), "SELECT v FROM kvt WHERE k='chartlist'");
+        EXPECT_LT(jsonNumber(list, "$[0].x1"), jsonNumber(list, "$[0].x2"));
+        EXPECT_LT(jsonNumber(list, "$[0].y1"), jsonNumber(list, "$[0].y2"));
+        std::string bytes = readFile(at(c.pack));
+        EXPECT_EQ(std::to_string(bytes.size()), jsonAt(r.out, "$.bytes"));
+        EXPECT_EQ(crcHex(bytes), jsonAt(r.out, "$.crc32"));
+        EXPECT_EQ(c.pack[6] - '0', atoi(jsonAt(r.out, "$.id").c_str()));
+    }
+}
+
+TEST_F(ChartkitMake, WarpedTilesShowTheSourceColoursAndAreClearOutsideIt) {
+    struct Case {
+        const char *pack;
+        double lon, lat;
+        int z;
+        const unsigned char *want; /* NULL: transparent */
+    } cases[] = {
+        {"A000006.marepack", 6.0, 54.5, 7, kSea},    /* the North Sea west of Heligoland */
+        {"A000006.marepack", 8.0, 52.5, 7, kLand},   /* Lower Saxony */
+        {"A000006.marepack", 4.5, 54.0, 7, nullptr}, /* west of the cut, in an edge tile */
+        {"A000006.marepack", 6.0, 54.5, 4, kSea},    /* a coarse zoom averages sea with sea */
+        {"A000005.marepack", 6.0, 54.5, 7, kSea},    /* through GDAL's MBTiles writer */
+        {"A000007.marepack", 10.05, 54.45, 9, kKapLeft},
+        {"A000007.marepack", 10.15, 54.45, 9, kKapRight},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(std::string(c.pack) + " " + std::to_string(c.lon) + " " + std::to_string(c.lat));
+        unsigned char px[4];
+        ASSERT_TRUE(pixelAt(at(c.pack), c.lon, c.lat, c.z, px));
+        if (c.want == nullptr) {
+            EXPECT_EQ(0, px[3]);
+            continue;
+        }
+        for (int i = 0; i < 4; i++) EXPECT_NEAR(c.want[i], px[i], 2) << "channel " << i;
+    }
+}
+
+TEST_F(ChartkitMake, PacksPassTheCheckerAndTwoMakesGiveTheSameBytes) {
+    ASSERT_EQ(0, make({"--id", "8", "--name", "Both", "--out", at("A000008.marepack"), at("geo.tif"), at("harbour.kap")}).status);
+    ASSERT_EQ(0, make({"--id", "8", "--name", "Both", "--out", at("again.marepack"), at("geo.tif"), at("harbour.kap")}).status);
+    std::string first = readFile(at("A000008.marepack"));
+    EXPECT_EQ(first, readFile(at("again.marepack")));
+    EXPECT_EQ("2", sqlOne(at("A000008.marepack"), "SELECT json_array_length(CAST(v AS TEXT)) FROM kvt WHERE k='chartlist'"));
+    std::string credits = sqlOne(at("A000008.marepack"), "SELECT v FROM kvt WHERE k='/info'");
+    EXPECT_NE(std::string::npos, credits.find("geo.tif"));
+    EXPECT_NE(std::string::npos, credits.find("harbour.kap"));
+
+    for (const char *pack : {"A000005.marepack", "A000006.marepack", "A000007.marepack", "A000008.marepack"}) {
+        SCOPED_TRACE(pack);
+        PcReport report;
+        EXPECT_EQ(0, pc_checkFile(at(pack).c_str(), &report));
+        for (const std::string &p : report.problems) ADD_FAILURE() << p;
+        long version = atol(sqlOne(at(pack), "SELECT v FROM kvt WHERE k='version'").c_str());
+        EXPECT_GT(version, 0);
+        EXPECT_LT(version, 2147483648L);
+    }
+    /* another name is another version, so the kit list offers it as new */
+    EXPECT_NE(sqlOne(at("A000006.marepack"), "SELECT v FROM kvt WHERE k='version'"),
+              sqlOne(at("A000008.marepack"), "SELECT v FROM kvt WHERE k='version'"));
+}
+
+TEST_F(ChartkitMake, ZoomsAskedForAreTheOnlyOnes) {
+    ASSERT_EQ(0, make({"--id", "9", "--name", "Z", "--zooms", "9-10", "--out", at("A000009.marepack"), at("harbour.kap")}).status);
+    EXPECT_EQ("9|10", sqlOne(at("A000009.marepack"), "SELECT min(zyx>>40) || '|' || max(zyx>>40) FROM tiles"));
+}
+
+/* Lists the names in dir that hold ".part": left-over temporary files. */
+std::string leftOvers() {
+    std::string out;
+    DIR *d = opendir(dir.c_str());
+    for (struct dirent *e; d && (e = readdir(d));)
+        if (strstr(e->d_name, ".part")) out += std::string(e->d_name) + " ";
+    if (d) closedir(d);
+    return out;
+}
+
+TEST_F(ChartkitMake, BadInputGivesOneLineAndLeavesThePackAlone) {
+    std::string geo = readFile(at("geo.tif")), mbtiles = readFile(at("relief.mbtiles")),
+                kap = readFile(at("harbour.kap"));
+    writeFile(at("short.tif"), geo.substr(0, geo.size() / 3));
+    writeFile(at("short.mbtiles"), mbtiles.substr(0, 20000));
+    writeFile(at("empty.tif"), "");
+    writeFile(at("notes.txt"), "soundings in fathoms\n");
+    writeFile(at("short.kap"), kap.substr(0, 300));
+    {
+        sqlite3 *h;
+        sqlite3_open(at("vector.mbtiles").c_str(), &h);
+        sqlite3_exec(h, "CREATE TABLE metadata (name TEXT, value TEXT); INSERT INTO metadata VALUES ('format','pbf');"
+                        "CREATE TABLE tiles (zoom_level INTEGER, tile_column INTEGER, tile_row INTEGER, tile_data BLOB)",
+                     nullptr, nullptr, nullptr);
+        sqlite3_close(h);
+        sqlite3_open(at("other.sqlite").c_str(), &h);
+        sqlite3_exec(h, "CREATE TABLE t (a)", nullptr, nullptr, nullptr);
+        sqlite3_close(h);
+    }
+    struct Case {
+        const char *input, *reason;
+    } cases[] = {
+        {"missing.tif", "cannot read the file"},
+        {"empty.tif", "empty"},
+        {"notes.txt", "not a chart format"},
+        {"plain.png", "no georeference"},
+        {"short.tif", "damaged or truncated"},
+        {"short.mbtiles", "damaged or truncated"},
+        {"vector.mbtiles", "vector MBTiles"},
+        {"other.sqlite", "not MBTiles"},
+        {"short.kap", ""},
+    };
+    const std::string out = at("A000010.marepack");
+    writeFile(out, "the previous pack");
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.input);
+        /* a good input first: a later failure must still leave nothing */
+        kit::Run r = make({"--id", "10", "--name", "Bad", "--out", out, at("harbour.kap"), at(c.input)});
+        EXPECT_EQ(1, r.status);
+        std::string prefix = "mareplot-chartkit: " + at(c.input) + ": ";
+        EXPECT_EQ(0u, r.err.compare(0, prefix.size(), prefix)) << r.err;
+        EXPECT_NE(std::string::npos, r.err.find(c.reason)) << r.err;
+        EXPECT_EQ(1, std::count(r.err.begin(), r.err.end(), '\n')) << r.err;
+        EXPECT_EQ("the previous pack", readFile(out));
+        EXPECT_EQ("", leftOvers());
+    }
+    /* wrong use of the command itself */
+    for (const std::vector<std::string> &args : std::vector<std::vector<std::string>>{
+             {"--id", "2", "--name", "x", "--out", out, at("harbour.kap")},
+             {"--id", "10", "--name", "x", "--zooms", "9-3", "--out", out, at("harbour.kap")},
+             {"--id", "10", "--name", "x", at("harbour.kap")},
+         }) {
+        kit::Run r = make(args);
+        EXPECT_EQ(2, r.status);
+        EXPECT_EQ(1, std::count(r.err.begin(), r.err.end(), '\n')) << r.err;
+    }
+    kit::Run r = kit::run({kTool, "info", at("short.mbtiles")});
+    EXPECT_EQ(1, r.status);
+    EXPECT_EQ(1, std::count(r.err.begin(), r.err.end(), '\n')) << r.err;
+}
+
+} // namespace

@@ -1,0 +1,162 @@
+/*
+** serve_test.cpp -- mareplot-chartkit serve over a directory of packs made
+** by the tool from a hand-made KAP chart: the kit list as JSON and HTML,
+** resumed downloads, refusals, many clients at once, and a list that
+** follows a pack replaced on disk.
+*/
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <thread>
+
+#include "chartkit/kit_support.h"
+
+namespace {
+
+const char *kTool = CHARTKIT_PATH;
+
+std::string jsonAt(const std::string &json, const std::string &path) {
+    sqlite3 *h = nullptr;
+    sqlite3_stmt *st = nullptr;
+    std::string v = "(none)";
+    sqlite3_open(":memory:", &h);
+    if (sqlite3_prepare_v2(h, "SELECT json_extract(?, ?)", -1, &st, nullptr) == SQLITE_OK) {
+        sqlite3_bind_text(st, 1, json.c_str(), -1, SQLITE_STATIC);
+        sqlite3_bind_text(st, 2, path.c_str(), -1, SQLITE_STATIC);
+        if (sqlite3_step(st) == SQLITE_ROW && sqlite3_column_type(st, 0) != SQLITE_NULL)
+            v = (const char *)sqlite3_column_text(st, 0);
+    }
+    sqlite3_finalize(st);
+    sqlite3_close(h);
+    return v;
+}
+
+class ChartkitServe : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        dir_ = makeTempDir("mareplot-serve-");
+        writeFile(dir_ + "/bay.kap", kit::kapChart(10.0, 54.4, 10.2, 54.5));
+        writeFile(dir_ + "/sound.kap", kit::kapChart(12.5, 55.5, 12.7, 55.6));
+        ASSERT_EQ(0, make(7, "Bay <7>", "bay.kap"));
+        ASSERT_EQ(0, make(12, "Sound", "sound.kap"));
+        writeFile(dir_ + "/A000009.marepack", "not a pack at all");
+        writeFile(dir_ + "/notes.txt", "left out of the list");
+    }
+    void TearDown() override { removeTree(dir_); }
+    int make(int id, const std::string &name, const std::string &input) {
+        char out[64];
+        snprintf(out, sizeof(out), "/A%06d.marepack", id);
+        return kit::run({kTool, "make", "--id", std::to_string(id), "--name", name, "--zooms", "8-10", "--out",
+                         dir_ + out, dir_ + "/" + input})
+            .status;
+    }
+    std::string pack(int id) {
+        char out[64];
+        snprintf(out, sizeof(out), "/A%06d.marepack", id);
+        return dir_ + out;
+    }
+    std::string dir_;
+};
+
+TEST_F(ChartkitServe, KitListAgreesWithInfoForEveryPack) {
+    kit::Server server(kTool, dir_);
+    ASSERT_GT(server.port(), 0);
+    std::string reply = kit::get(server.port(), "/kits.json");
+    ASSERT_EQ(0u, reply.find("HTTP/1.1 200 OK\r\n")) << reply;
+    EXPECT_NE(std::string::npos, reply.find("\r\nAccess-Control-Allow-Origin: *\r\n"));
+    std::string list = kit::bodyOf(reply);
+    EXPECT_EQ("(none)", jsonAt(list, "$.update.9")) << "a file that is no pack is left out";
+    EXPECT_LT(list.find("\"7\":"), list.find("\"12\":")) << "ids ascending";
+    for (int id : {7, 12}) {
+        SCOPED_TRACE(id);
+        std::string info = kit::run({kTool, "info", pack(id)}).out;
+        std::string kit = "$.update.\"" + std::to_string(id) + "\"";
+        EXPECT_EQ(std::to_string(id), jsonAt(list, kit + ".pid"));
+        EXPECT_EQ(jsonAt(info, "$.name"), jsonAt(list, kit + ".name"));
+        EXPECT_EQ(jsonAt(info, "$.bytes"), jsonAt(list, kit + ".filesize"));
+        EXPECT_EQ(jsonAt(info, "$.crc32"), jsonAt(list, kit + ".crc32"));
+        sqlite3 *h;
+        sqlite3_stmt *st;
+        sqlite3_open_v2(pack(id).c_str(), &h, SQLITE_OPEN_READONLY, nullptr);
+        sqlite3_prepare_v2(h, "SELECT CAST(v AS TEXT) FROM kvt WHERE k='version'", -1, &st, nullptr);
+        ASSERT_EQ(SQLITE_ROW, sqlite3_step(st));
+        EXPECT_EQ((const char *)sqlite3_column_text(st, 0), jsonAt(list, kit + ".version"));
+        sqlite3_finalize(st);
+        sqlite3_close(h);
+    }
+
+    std::string page = kit::get(server.port(), "/");
+    EXPECT_EQ(0u, page.find("HTTP/1.1 200 OK\r\n"));
+    EXPECT_NE(std::string::npos, page.find("Bay &lt;7&gt;")) << "names are escaped in the page";
+    EXPECT_NE(std::string::npos, page.find("href=\"/kits.json\""));
+
+    /* a pack replaced on disk is read again; the cache goes by size and time */
+    std::string sound = readFile(pack(12));
+    ASSERT_EQ(0, make(12, "Sound, second edition", "bay.kap"));
+    std::string after = kit::bodyOf(kit::get(server.port(), "/kits.json"));
+    EXPECT_EQ("Sound, second edition", jsonAt(after, "$.update.\"12\".name"));
+    EXPECT_NE(jsonAt(list, "$.update.\"12\".version"), jsonAt(after, "$.update.\"12\".version"));
+}
+
+TEST_F(ChartkitServe, PackBytesFromAPositionAndRefusals) {
+    kit::Server server(kTool, dir_);
+    std::string bytes = readFile(pack(7));
+    for (size_t p : {(size_t)0, (size_t)100, bytes.size() - 1, bytes.size()}) {
+        std::string reply = kit::get(server.port(), "/ajax3.php?download=7&v=1&p=" + std::to_string(p) + "&u=0");
+        EXPECT_NE(std::string::npos, reply.find("\r\nContent-Length: " + std::to_string(bytes.size() - p) + "\r\n"));
+        EXPECT_EQ(bytes.substr(p), kit::bodyOf(reply)) << p;
+    }
+    struct Case {
+        const char *request, *status;
+    } cases[] = {
+        {"/ajax3.php?download=8&v=1&p=0&u=0", "404"}, /* no such pack */
+        {"/A000007.marepack", "404"},                 /* packs only through the download */
+        {"/notes.txt", "404"},
+        {"/../etc/passwd", "403"},
+        {"/kits.json/..", "403"},
+        {"RAW POST /kits.json HTTP/1.1\r\nContent-Length: 0\r\n\r\n", "400"},
+        {"RAW \x01\x02 nonsense\r\n\r\n", "400"},
+    };
+    for (const Case &c : cases) {
+        std::string reply = kit::get(server.port(), c.request);
+        EXPECT_EQ(0u, reply.find(std::string("HTTP/1.1 ") + c.status)) << c.request << ": " << reply;
+    }
+    /* a client that says nothing and one that hangs up early end nothing */
+    EXPECT_EQ("", kit::get(server.port(), "RAW GET /kits", 200));
+    EXPECT_TRUE(server.alive());
+    EXPECT_EQ(0u, kit::get(server.port(), "/kits.json").find("HTTP/1.1 200 OK"));
+}
+
+TEST_F(ChartkitServe, ManyClientsAtOnceGetWholePacks) {
+    kit::Server server(kTool, dir_, {"--rate", "400000"});
+    const std::string bytes = readFile(pack(7));
+    /* one slow download is under way while the others come and go */
+    std::atomic<int> good{0};
+    std::vector<std::thread> clients;
+    for (int i = 0; i < 8; i++)
+        clients.emplace_back([&, i] {
+            std::string reply = i % 2 ? kit::get(server.port(), "/kits.json")
+                                      : kit::get(server.port(), "/ajax3.php?download=7&v=1&p=0&u=0", 30000);
+            if (i % 2 ? jsonAt(kit::bodyOf(reply), "$.update.\"7\".pid") == "7" : kit::bodyOf(reply) == bytes) good++;
+        });
+    for (std::thread &t : clients) t.join();
+    EXPECT_EQ(8, good.load());
+}
+
+TEST_F(ChartkitServe, BadOptionsAndDirectoriesAreRefusedAtStart) {
+    for (const std::vector<std::string> &args : std::vector<std::vector<std::string>>{
+             {kTool, "serve", "--dir", dir_ + "/missing"},
+             {kTool, "serve", "--dir", dir_, "--port", "http"},
+             {kTool, "serve", "--dir", dir_, "--bind", "harbour"},
+             {kTool, "serve", "--dir", dir_, "--rate"},
+         }) {
+        kit::Run r = kit::run(args);
+        EXPECT_NE(0, r.status) << args.back();
+        EXPECT_EQ(1, std::count(r.err.begin(), r.err.end(), '\n')) << r.err;
+    }
+}
+
+} // namespace

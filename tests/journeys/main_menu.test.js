@@ -18,7 +18,7 @@ const ENTRIES = [
     ['Sync', '#np_chartkit_ineterror', 'x', 'Internet Error'],
     ['Current', '#np_wind_nodata', 'x', 'no valid data'],
     ['Wind', '#np_wind_nodata', 'x', 'no valid data'],
-    ['Charts', '#cp_chartkit_menu', 'back', 'Update'],
+    ['Charts', '#cp_chartkit_menu', 'back', 'Chart kits'],
     ['Log', '#cp_track_menu', 'back', 'Back'],
     ['Alarm', '#cp_alarm_menu', 'back', 'Circle'],
     ['Ruler', '#cp_ruler_menu', 'back', 'Back'],

@@ -31,7 +31,7 @@ static const char ckUsage[] =
     "       GET /                                       the kit list (HTML)\n"
     "       --port P     port (default 0: any free one, printed at start)\n"
     "       --bind ADDR  address to listen on (default 127.0.0.1)\n"
-    "       Put HOST:PORT into chartserver.key of the host's data directory.\n";
+    "       HOST:PORT is the chart server to give in the client's Settings.\n";
 
 static int ck_info_main(int argc, char **argv) {
     if (argc != 2) {

@@ -61,7 +61,6 @@ kelvor.marker.getIcon = function (src) {
     return l[src] || null;
 };
 
-
 kelvor.marker.prototype.dist = function (p) {
     var dx = this.x - p.x, dy = this.y - p.y;
     return Math.sqrt(dx * dx + dy * dy);

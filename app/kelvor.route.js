@@ -95,7 +95,6 @@ kelvor.route.newWp = function (o, x, y, icon, key) {
     return wp;
 };
 
-
 kelvor.route.prototype.select = function () {
     var R = kelvor.route, M = kelvor.marker;
     R.activeRoute = this;

@@ -326,11 +326,26 @@ test('showBestChart takes the finest chart holding the point, bounds exclusive',
     }
 });
 
-test('hexscape gives the UTF-8 bytes in hex', () => {
-    const aux = client().kelvor.aux;
+test('text from outside: hex for SQL literals, escaped for markup, select lists of names', () => {
+    const ctx = client();
+    const aux = ctx.kelvor.aux;
     for (const [s, h] of [['MrApp started', '4d724170702073746172746564'], ["it's", '69742773'], ['\u00e9\u20ac', 'c3a9e282ac'], ['', '']]) {
         assert.strictEqual(aux.hexscape(s), h);
     }
+    const escaped = [
+        [`<img src=x onerror='a("&")'>`, '&lt;img src=x onerror=&#39;a(&quot;&amp;&quot;)&#39;&gt;'],
+        [null, ''], [undefined, ''], [0, '0'], [false, 'false'],
+    ];
+    for (const [s, want] of escaped) assert.strictEqual(aux.esc(s), want, String(s));
+
+    const sel = { innerHTML: '' };
+    ctx.document.getElementById = (id) => (id === 'list' ? sel : null);
+    aux.fillList('list', [{ name: '"><script>' }, { name: 'B' }], null, 'Pick');
+    assert.strictEqual(sel.innerHTML, '<option value="-1">Pick</option><option value="0">1 - &quot;&gt;&lt;script&gt;</option>' +
+        '<option value="1">2 - B</option>');
+    aux.setText('absent', 'x');
+    aux.show('absent', true);
+    aux.fillList('absent', [], null, 'Pick');
 });
 
 test('the daily kit check asks once a day and takes the reply', () => {

@@ -61,54 +61,56 @@ kelvor.marker.getIcon = function (src) {
     return l[src] || null;
 };
 
-kelvor.marker.prototype.dist = function (p) {
-    var dx = this.x - p.x, dy = this.y - p.y;
-    return Math.sqrt(dx * dx + dy * dy);
-};
-/* Rhumb bearing on the plane: north 0, east 90, range -180 to 180. */
-kelvor.marker.prototype.brg = function (p) { return Math.atan2(p.x - this.x, this.y - p.y) / kelvor.geo.RAD; };
-kelvor.marker.prototype.lon = function () { return kelvor.marker.getLonX(this.x); };
-kelvor.marker.prototype.lat = function () { return kelvor.marker.getLatY(this.y); };
-/* Great circle distance in metres. */
-kelvor.marker.prototype.geoDist = function (p) {
-    var M = kelvor.marker, G = kelvor.geo;
-    return G.dist(M.getLatY(this.y), M.getLonX(this.x), M.getLatY(p.y), M.getLonX(p.x));
-};
-/* Bearing from the degree differences, with no cosine correction. */
-kelvor.marker.prototype.geoBrg = function (p) {
-    var M = kelvor.marker, RAD = kelvor.geo.RAD;
-    var dlon = M.getLonX(p.x) - M.getLonX(this.x), dlat = M.getLatY(p.y) - M.getLatY(this.y);
-    return Math.atan2(dlon, dlat) / RAD;
-};
-kelvor.marker.prototype.add = function (p) { return new kelvor.marker(this.x + p.x, this.y + p.y); };
-kelvor.marker.prototype.sub = function (p) { return new kelvor.marker(this.x - p.x, this.y - p.y); };
-kelvor.marker.prototype.mul = function (f) { return new kelvor.marker(this.x * f, this.y * f); };
-kelvor.marker.prototype.center = function (p) { return new kelvor.marker((this.x + p.x) / 2, (this.y + p.y) / 2); };
-/* A step of dist plane metres from this point toward p. */
-kelvor.marker.prototype.move = function (p, dist) {
-    var M = kelvor.marker;
-    var d = this.dist(p);
-    if (!(d > 0)) return new M(this.x, this.y);
-    return new M(this.x + (p.x - this.x) * dist / d, this.y + (p.y - this.y) * dist / d);
-};
+kelvor.marker.prototype = {
+    dist: function (p) {
+        var dx = this.x - p.x, dy = this.y - p.y;
+        return Math.sqrt(dx * dx + dy * dy);
+    },
+    /* Rhumb bearing on the plane: north 0, east 90, range -180 to 180. */
+    brg: function (p) { return Math.atan2(p.x - this.x, this.y - p.y) / kelvor.geo.RAD; },
+    lon: function () { return kelvor.marker.getLonX(this.x); },
+    lat: function () { return kelvor.marker.getLatY(this.y); },
+    /* Great circle distance in metres. */
+    geoDist: function (p) {
+        var M = kelvor.marker, G = kelvor.geo;
+        return G.dist(M.getLatY(this.y), M.getLonX(this.x), M.getLatY(p.y), M.getLonX(p.x));
+    },
+    /* Bearing from the degree differences, with no cosine correction. */
+    geoBrg: function (p) {
+        var M = kelvor.marker, RAD = kelvor.geo.RAD;
+        var dlon = M.getLonX(p.x) - M.getLonX(this.x), dlat = M.getLatY(p.y) - M.getLatY(this.y);
+        return Math.atan2(dlon, dlat) / RAD;
+    },
+    add: function (p) { return new kelvor.marker(this.x + p.x, this.y + p.y); },
+    sub: function (p) { return new kelvor.marker(this.x - p.x, this.y - p.y); },
+    mul: function (f) { return new kelvor.marker(this.x * f, this.y * f); },
+    center: function (p) { return new kelvor.marker((this.x + p.x) / 2, (this.y + p.y) / 2); },
+    /* A step of dist plane metres from this point toward p. */
+    move: function (p, dist) {
+        var M = kelvor.marker;
+        var d = this.dist(p);
+        if (!(d > 0)) return new M(this.x, this.y);
+        return new M(this.x + (p.x - this.x) * dist / d, this.y + (p.y - this.y) * dist / d);
+    },
 
-/* The stored form. A point with a per-leg limit is renamed "XTE" in
-** memory once its name has been copied: that is how the stored lists
-** have always behaved, and older files depend on it. */
-kelvor.marker.prototype.toJSON = function () {
-    var o = { name: this.name, x: Math.round(this.x), y: Math.round(this.y) };
-    if (this.xte) {
-        o.xte = this.xte;
-        this.name = "XTE";
+    /* The stored form. A point with a per-leg limit is renamed "XTE" in
+    ** memory once its name has been copied: that is how the stored lists
+    ** have always behaved, and older files depend on it. */
+    toJSON: function () {
+        var o = { name: this.name, x: Math.round(this.x), y: Math.round(this.y) };
+        if (this.xte) {
+            o.xte = this.xte;
+            this.name = "XTE";
+        }
+        if (this.type === 5) {
+            var u = this.ico && this.ico.src ? this.ico.src : String(this.src || "");
+            var at = u.indexOf("/app/");
+            o.icon = at >= 0 ? u.substring(at) : "/app/" + u;
+        }
+        if (this.noauto) o.noauto = true;
+        if (this.note) o.note = this.note;
+        return o;
     }
-    if (this.type === 5) {
-        var u = this.ico && this.ico.src ? this.ico.src : String(this.src || "");
-        var at = u.indexOf("/app/");
-        o.icon = at >= 0 ? u.substring(at) : "/app/" + u;
-    }
-    if (this.noauto) o.noauto = true;
-    if (this.note) o.note = this.note;
-    return o;
 };
 
 kelvor.marker.fmtPos = function (p) {

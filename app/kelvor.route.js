@@ -95,70 +95,72 @@ kelvor.route.newWp = function (o, x, y, icon, key) {
     return wp;
 };
 
-kelvor.route.prototype.select = function () {
-    var R = kelvor.route, M = kelvor.marker;
-    R.activeRoute = this;
-    for (var i = 0; i < this.m.length; i++) this.m[i].ico = M.getIcon("img/icon-50-waypoint-big.png");
-};
+kelvor.route.prototype = {
+    select: function () {
+        var R = kelvor.route, M = kelvor.marker;
+        R.activeRoute = this;
+        for (var i = 0; i < this.m.length; i++) this.m[i].ico = M.getIcon("img/icon-50-waypoint-big.png");
+    },
 
-/* Fits the view to the points. */
-kelvor.route.prototype.zoomTo = function () {
-    if (!this.m.length) return;
-    var x1 = Infinity, y1 = Infinity, x2 = -Infinity, y2 = -Infinity;
-    for (var i = 0; i < this.m.length; i++) {
-        var p = this.m[i];
-        x1 = Math.min(x1, p.x); y1 = Math.min(y1, p.y);
-        x2 = Math.max(x2, p.x); y2 = Math.max(y2, p.y);
+    /* Fits the view to the points. */
+    zoomTo: function () {
+        if (!this.m.length) return;
+        var x1 = Infinity, y1 = Infinity, x2 = -Infinity, y2 = -Infinity;
+        for (var i = 0; i < this.m.length; i++) {
+            var p = this.m[i];
+            x1 = Math.min(x1, p.x); y1 = Math.min(y1, p.y);
+            x2 = Math.max(x2, p.x); y2 = Math.max(y2, p.y);
+        }
+        cpApp.map.setPosWorldMerc(x1, y1, x2, y2);
+    },
+
+    /* A press on a leg: remember where and at which index a new waypoint
+    ** would go. */
+    onDown: function () {
+        var R = kelvor.route;
+        var so = cpApp.map.selObject;
+        this.p = { x: so.p.x, y: so.p.y };
+        this.pe = so.e;
+        this.medit = null;
+        cpApp.unSelect();
+        this.select();
+        R.menu();
+    },
+
+    /* Dragging a leg of an unlocked route pulls a new waypoint out of it. */
+    onMove: function (ctx, dx, dy) {
+        var R = kelvor.route, M = kelvor.marker;
+        if (this.locked || !this.p) return;
+        if (!this.medit) {
+            var wp = R.newWp(this, this.p.x, this.p.y, "img/icon-50-waypoint-big.png");
+            wp.name = "WP " + (this.m.length + 1);
+            wp.txt = wp.name;
+            this.m.splice(Math.max(0, Math.min(this.pe, this.m.length)), 0, wp);
+            this.medit = wp;
+            M.activeMarker = wp;
+            R.modified = true;
+        }
+        this.medit.x += dx;
+        this.medit.y += dy;
+        if (cpApp && cpApp.map) cpApp.map.paintByTimer();
+    },
+
+    onUp: function () {
+        var wp = this.medit;
+        this.medit = null;
+        if (wp) wp.onUp();
+    },
+
+    toJSON: function () {
+        return { name: this.name, m: this.m, color: this.color, note: this.note, noauto: this.noauto, visible: this.visible };
+    },
+
+    /* Sum of great circle legs in metres. */
+    geoLength: function () {
+        var d = 0;
+        for (var i = 1; i < this.m.length; i++) d += this.m[i - 1].geoDist(this.m[i]);
+        return d;
     }
-    cpApp.map.setPosWorldMerc(x1, y1, x2, y2);
-};
-
-/* A press on a leg: remember where and at which index a new waypoint
-** would go. */
-kelvor.route.prototype.onDown = function () {
-    var R = kelvor.route;
-    var so = cpApp.map.selObject;
-    this.p = { x: so.p.x, y: so.p.y };
-    this.pe = so.e;
-    this.medit = null;
-    cpApp.unSelect();
-    this.select();
-    R.menu();
-};
-
-/* Dragging a leg of an unlocked route pulls a new waypoint out of it. */
-kelvor.route.prototype.onMove = function (ctx, dx, dy) {
-    var R = kelvor.route, M = kelvor.marker;
-    if (this.locked || !this.p) return;
-    if (!this.medit) {
-        var wp = R.newWp(this, this.p.x, this.p.y, "img/icon-50-waypoint-big.png");
-        wp.name = "WP " + (this.m.length + 1);
-        wp.txt = wp.name;
-        this.m.splice(Math.max(0, Math.min(this.pe, this.m.length)), 0, wp);
-        this.medit = wp;
-        M.activeMarker = wp;
-        R.modified = true;
-    }
-    this.medit.x += dx;
-    this.medit.y += dy;
-    if (cpApp && cpApp.map) cpApp.map.paintByTimer();
-};
-
-kelvor.route.prototype.onUp = function () {
-    var wp = this.medit;
-    this.medit = null;
-    if (wp) wp.onUp();
-};
-
-kelvor.route.prototype.toJSON = function () {
-    return { name: this.name, m: this.m, color: this.color, note: this.note, noauto: this.noauto, visible: this.visible };
-};
-
-/* Sum of great circle legs in metres. */
-kelvor.route.prototype.geoLength = function () {
-    var d = 0;
-    for (var i = 1; i < this.m.length; i++) d += this.m[i - 1].geoDist(this.m[i]);
-    return d;
 };
 
 /* ---- creation and editing ------------------------------------------ */

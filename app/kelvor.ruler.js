@@ -30,22 +30,24 @@ kelvor.ruler._activePoint = function () {
     return r && M.activeMarker && M.activeMarker.ruler === r ? M.activeMarker : false;
 };
 
-kelvor.ruler.prototype.select = function () {
-    var U = kelvor.ruler, M = kelvor.marker;
-    U.activeRuler = this;
-    for (var i = 0; i < this.m.length; i++) this.m[i].ico = M.getIcon("img/icon-50-waypoint-big.png");
-};
-kelvor.ruler.prototype.zoomTo = kelvor.route.prototype.zoomTo;
-kelvor.ruler.prototype.onDown = function () {
-    var U = kelvor.ruler;
-    cpApp.unSelect();
-    this.select();
-    U.menu();
-};
-kelvor.ruler.prototype.onMove = function () {};
-kelvor.ruler.prototype.onUp = function () {};
-kelvor.ruler.prototype.toJSON = function () {
-    return { name: this.name, note: this.note, m: this.m, color: this.color, noauto: this.noauto };
+kelvor.ruler.prototype = {
+    select: function () {
+        var U = kelvor.ruler, M = kelvor.marker;
+        U.activeRuler = this;
+        for (var i = 0; i < this.m.length; i++) this.m[i].ico = M.getIcon("img/icon-50-waypoint-big.png");
+    },
+    zoomTo: kelvor.route.prototype.zoomTo,
+    onDown: function () {
+        var U = kelvor.ruler;
+        cpApp.unSelect();
+        this.select();
+        U.menu();
+    },
+    onMove: function () {},
+    onUp: function () {},
+    toJSON: function () {
+        return { name: this.name, note: this.note, m: this.m, color: this.color, noauto: this.noauto };
+    }
 };
 
 kelvor.ruler.addNew = function () {

@@ -258,5 +258,5 @@ function replay(lines, port, args) {
     };
 }
 
-module.exports = { startHost, openPage, settled, setAndReload, configure, withPage, drag, replay, writeChartPack, solidPng,
+module.exports = { startHost, openPage, settled, setAndReload, configure, withPage, drag, replay, writeChartPack,
     syntheticPack, PAGE, ORIGIN, MAREPLOTD };

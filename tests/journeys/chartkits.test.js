@@ -1,7 +1,8 @@
 /*
-** Chart kits: without a chart server the kit dialogue says so and leads to
-** Settings; with one typed into Settings, Chart, the dialogue lists the
-** server's two kits as new, downloads one with its progress and shows it;
+** Chart kits: two kits made by mareplot-chartkit make from GeoTIFFs and
+** offered by mareplot-chartkit serve. Without a chart server the kit
+** dialogue says so and leads to Settings; with one typed into Settings,
+** Chart, the dialogue lists the server's two kits as new, downloads one with its progress and shows it;
 ** the chart kit bar switches to the base chart and back, goes to a chart
 ** of the kit and changes its map language; ticking the installed kit
 ** deletes it after a question.
@@ -15,7 +16,7 @@ const os = require('os');
 const path = require('path');
 const { spawn, spawnSync } = require('child_process');
 const j = require('./journey');
-const { writeChartPack, solidPng, MAREPLOTD } = require('../client/browser');
+const { MAREPLOTD } = require('../client/browser');
 
 const CHARTKIT = process.env.MAREPLOT_CHARTKIT || path.join(path.dirname(MAREPLOTD), 'mareplot-chartkit');
 const B = 40030178.618589391188160183529977;
@@ -27,44 +28,51 @@ const my = (lat) => {
     return B * (1 - Math.log(Math.tan(r) + 1 / Math.cos(r)) / Math.PI) / 2;
 };
 
-/* A chart list entry for a box in degrees. */
-function chart(nu, na, sc, w, s, e, n) {
-    const x1 = Math.round(mx(w)), x2 = Math.round(mx(e)), y1 = Math.round(my(n)), y2 = Math.round(my(s));
-    return { nu, na, ed: '01/01/2026', sc, un: '', sd: '', x1, y1, x2, y2, po: [x1, y1, x2, y1, x2, y2, x1, y2] };
+function run(cmd, args, input) {
+    const r = spawnSync(cmd, args, { input });
+    if (r.status !== 0) throw new Error(cmd + ' ' + args.join(' ') + ': ' + r.stderr);
 }
 
 /*
-** Writes kit A<id>.marepack into dir: tiles of one colour over a box in
-** degrees at zooms 7 to 13, its charts, a version, a kit name, chart
-** markers per language (lang -> texts), and filler so that the download
-** takes a few polls.
+** A GeoTIFF of one colour with a little noise (so that its tiles, and the
+** download, are not tiny) over the box [west, south, east, north] in
+** degrees, written by GDAL from a plain PPM image.
+*/
+function raster(dir, name, rgb, box) {
+    const w = 512, h = 512, img = Buffer.alloc(w * h * 3);
+    let seed = 12345;
+    for (let i = 0; i < img.length; i++) {
+        seed = (seed * 1103515245 + 12345) & 0x7fffffff;
+        img[i] = Math.max(0, Math.min(255, rgb[i % 3] + ((seed >> 16) % 17) - 8));
+    }
+    const ppm = path.join(dir, name + '.ppm'), tif = path.join(dir, name + '.tif');
+    fs.writeFileSync(ppm, Buffer.concat([Buffer.from(`P6\n${w} ${h}\n255\n`), img]));
+    const [west, south, east, north] = box.map(String);
+    run('gdal_translate', ['-q', '-of', 'GTiff', '-a_srs', 'EPSG:4326', '-a_ullr', west, north, east, south, ppm, tif]);
+    return tif;
+}
+
+/*
+** Makes kit A<id>.marepack in dir with mareplot-chartkit make from rasters
+** ({ chart name: box }, one chart each). make writes no chart markers; the
+** kit gets some per language (lang -> texts) in its first chart, so that
+** the bar offers map languages.
 */
 function kit(dir, id, o) {
-    const png = solidPng(o.rgb), tiles = {}, av = {};
-    const [w, s, e, n] = o.tiles;
-    for (let z = 7; z <= 13; z++) {
-        const t = Math.pow(2, z), side = B / t;
-        for (let y = Math.floor(my(n) / side); y <= Math.floor(my(s) / side); y++) {
-            for (let x = Math.floor(mx(w) / side); x <= Math.floor(mx(e) / side); x++) {
-                const key = z * 1099511627776 + y * 1048576 + x;
-                tiles[key] = png;
-                av[key] = 1;
-            }
-        }
-    }
-    const name = 'A' + String(id).padStart(6, '0') + '.marepack';
-    const file = writeChartPack(dir, name, tiles, { avtiles2: av, chartlist: o.charts, version: o.version, filler: 'x'.repeat(600000) });
-    const q = (t) => "'" + String(t).replace(/'/g, "''") + "'";
-    const sql = [`INSERT INTO kvt VALUES('kitname',${q(o.name)},5,'**');`];
-    const c = o.charts[0];
+    const work = fs.mkdtempSync(path.join(os.tmpdir(), 'mareplot-kit-src-'));
+    const file = path.join(dir, 'A' + String(id).padStart(6, '0') + '.marepack');
+    const inputs = Object.keys(o.charts).map((n) => raster(work, n, o.rgb, o.charts[n]));
+    run(CHARTKIT, ['make', '--id', String(id), '--name', o.name, '--out', file].concat(inputs));
+    fs.rmSync(work, { recursive: true, force: true });
+    const [w, s, e, n] = o.charts[Object.keys(o.charts)[0]];
+    const sql = [];
     for (const lang of Object.keys(o.markers)) {
         o.markers[lang].forEach((txt, i) => {
-            const m = { x: Math.round(c.x1 + (i + 1) * (c.x2 - c.x1) / 4), y: Math.round(c.y1 + (c.y2 - c.y1) / 4), s: 400000, txt };
-            sql.push(`INSERT INTO kvt VALUES('mrk',${q(JSON.stringify(m))},5,'${lang}');`);
+            const m = { x: Math.round(mx(w + (i + 1) * (e - w) / 4)), y: Math.round(my(n - (n - s) / 4)), s: 400000, txt };
+            sql.push(`INSERT INTO kvt VALUES('mrk','${JSON.stringify(m)}',5,'${lang}');`);
         });
     }
-    const r = spawnSync('sqlite3', [file], { input: sql.join('\n') });
-    if (r.status !== 0) throw new Error('sqlite3: ' + r.stderr);
+    if (sql.length) run('sqlite3', [file], sql.join('\n'));
     return file;
 }
 
@@ -121,19 +129,13 @@ async function openKits(page) {
 }
 
 test('chart kits from a chart server: set, list, download, switch, delete', { timeout: 300000 }, async () => {
-    const packs = fs.mkdtempSync(path.join(os.tmpdir(), 'mareplot-kits-'));
-    const dir = path.join(packs, '.local/share/mareplot');
-    fs.mkdirSync(dir, { recursive: true });
-    const kiel = kit(packs, 5, {
-        name: 'Kiel red', version: 7, rgb: KIEL, tiles: [9.7, 54.15, 10.8, 54.75],
-        charts: [chart('K1', 'Kiel_Fjord', 50000, 10.1, 54.32, 10.22, 54.42),
-            chart('K2', 'Kiel_Bay', 200000, 10.0, 54.3, 10.6, 54.7)],
+    const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'mareplot-kits-'));
+    const kiel = kit(dir, 5, {
+        name: 'Kiel red', rgb: KIEL,
+        charts: { Kiel_Fjord: [10.1, 54.32, 10.22, 54.42], Kiel_Bay: [10.0, 54.3, 10.6, 54.7] },
         markers: { de: ['Leuchtturm'], en: ['Lighthouse', 'Pier'] },
     });
-    const sound = kit(packs, 6, {
-        name: 'Sound green', version: 3, rgb: SOUND, tiles: [12.4, 55.6, 12.8, 56.0],
-        charts: [chart('S1', 'Sound', 100000, 12.5, 55.7, 12.7, 55.9)], markers: {},
-    });
+    const sound = kit(dir, 6, { name: 'Sound green', rgb: SOUND, charts: { Sound: [12.5, 55.7, 12.7, 55.9] }, markers: {} });
     const server = await serve(dir);
     const s = await j.firstStart();
     const page = s.page;
@@ -233,6 +235,6 @@ test('chart kits from a chart server: set, list, download, switch, delete', { ti
     } finally {
         await s.close();
         await server.stop();
-        fs.rmSync(packs, { recursive: true, force: true });
+        fs.rmSync(dir, { recursive: true, force: true });
     }
 });

@@ -658,32 +658,45 @@ static void s57_drawLight(cairo_t *cr, const S57Feature &f, double px, double py
     cairo_restore(cr);
 }
 
-/* A sounding's figure: metres with one decimal under the style's limit
-** (charts drop a zero decimal), whole metres below it; drying heights are
-** underlined. Centred on the position. */
+/* A sounding's figure: whole metres, and under the style's limit the
+** tenths as a smaller, lowered digit, as charts write them (none when
+** they are 0); drying heights are underlined. Centred on the position. */
 static void s57_drawSounding(cairo_t *cr, double depth, double px, double py) {
     const CkS57Style &s = ck_s57Style;
     double d = fabs(depth);
-    char text[32];
+    long whole = (long)floor(d), tenths = 0;
     if (d < s.soundingDecimalsBelow) {
-        long tenths = lround(d * 10);
-        if (tenths % 10 == 0)
-            snprintf(text, sizeof(text), "%ld", tenths / 10);
-        else
-            snprintf(text, sizeof(text), "%.1f", tenths / 10.0);
-    } else {
-        snprintf(text, sizeof(text), "%ld", (long)floor(d));
+        long t = lround(d * 10);
+        whole = t / 10;
+        tenths = t % 10;
     }
-    cairo_text_extents_t ext;
+    char text[24], tenth[4] = "";
+    snprintf(text, sizeof(text), "%ld", whole);
+    if (tenths > 0) snprintf(tenth, sizeof(tenth), "%ld", tenths);
+    const double small = s.soundingSize * 0.75;
+
+    cairo_text_extents_t ext, sub = {};
     cairo_text_extents(cr, text, &ext);
-    double x = px - ext.x_advance / 2, y = py + ext.height / 2;
+    if (tenth[0]) {
+        cairo_set_font_size(cr, small);
+        cairo_text_extents(cr, tenth, &sub);
+        cairo_set_font_size(cr, s.soundingSize);
+    }
+    double width = ext.x_advance + sub.x_advance;
+    double x = px - width / 2, y = py + ext.height / 2;
     s57_source(cr, s.sounding);
     cairo_move_to(cr, x, y);
     cairo_show_text(cr, text);
+    if (tenth[0]) {
+        cairo_set_font_size(cr, small);
+        cairo_move_to(cr, x + ext.x_advance, y + small * 0.3);
+        cairo_show_text(cr, tenth);
+        cairo_set_font_size(cr, s.soundingSize);
+    }
     if (depth < 0) {
         cairo_new_path(cr);
         cairo_move_to(cr, x, y + 1.5);
-        cairo_line_to(cr, x + ext.x_advance, y + 1.5);
+        cairo_line_to(cr, x + width, y + 1.5);
         cairo_set_line_width(cr, 0.6);
         cairo_stroke(cr);
     }

@@ -105,6 +105,15 @@ extern VdmAssembly ais;  /* assembly of ProcessAIS */
 extern VdmAssembly ais2; /* assembly of ProcessAOS (own ship) */
 extern time_t aistime;   /* time of the last base station report, 0 before one */
 
+/* Results of assemble_vdm. */
+enum {
+    VDM_COMPLETE = 0,     /* a->six holds the whole payload, cursor at its start */
+    VDM_MORE = 1,         /* more sentences of the group are to come */
+    VDM_BAD_CHECKSUM = 2, /* the checksum does not match, or no sentence start */
+    VDM_NOT_VDM = 3,      /* neither VDM nor VDO */
+    VDM_SHORT = 4,        /* the sentence ends before its payload field */
+    VDM_OUT_OF_ORDER = 5  /* not the open group's next sentence: both are dropped */
+};
 int assemble_vdm(VdmAssembly *a, char *sentence);
 int get_timetag(SixBitReader *r, uint8_t tag[4]);
 

@@ -417,7 +417,7 @@ static void row_class_b_static(const AisMsg24 *m, char *row, size_t size) {
 void ProcessAIS(char *sentence) {
     char row[512];
 
-    if (assemble_vdm(&ais, sentence) != 0) return;
+    if (assemble_vdm(&ais, sentence) != VDM_COMPLETE) return;
     ais.msgid = (uint8_t)get_6bit(&ais.six, 6);
     row[0] = 0;
 

@@ -26,29 +26,25 @@ static char *vdm_next_field(char *p) {
     return q[-1] == 0 ? NULL : q;
 }
 
-/* Takes one VDM or VDO sentence into the assembly.
-** Returns 0 when the message is complete (a->six holds its payload, cursor
-** at the start), 1 when more sentences are to come, 2 for a checksum that
-** does not match, 3 for a sentence that is neither VDM nor VDO, 4 when the
-** sentence ends before its payload field, 5 when it does not continue the
-** open group (the group and this sentence are dropped). */
+/* Takes one VDM or VDO sentence into the assembly. Returns VDM_COMPLETE
+** when the message is whole, or one of the other VDM_* results (ais.h). */
 int assemble_vdm(VdmAssembly *a, char *sentence) {
     unsigned char sum = 0;
-    if (check_nmea_checksum(sentence, &sum) != 0) return 2;
+    if (check_nmea_checksum(sentence, &sum) != 0) return VDM_BAD_CHECKSUM;
 
     char *start = find_nmea_start(sentence);
-    if (start == NULL) return 2;
+    if (start == NULL) return VDM_BAD_CHECKSUM;
     /* short-circuit order keeps every byte read inside the text */
     if (!(start[1] && start[2] && start[3] == 'V' && start[4] == 'D' &&
           (start[5] == 'M' || start[5] == 'O')))
-        return 3;
+        return VDM_NOT_VDM;
 
     char *fTotal = vdm_next_field(start);
     char *fNumber = vdm_next_field(fTotal);
     char *fSeq = vdm_next_field(fNumber);
     char *fChannel = vdm_next_field(fSeq);
     char *fPayload = vdm_next_field(fChannel);
-    if (fPayload == NULL) return 4;
+    if (fPayload == NULL) return VDM_SHORT;
 
     uint32_t total = nmea_uint(fTotal);
     uint32_t number = nmea_uint(fNumber);
@@ -59,7 +55,7 @@ int assemble_vdm(VdmAssembly *a, char *sentence) {
             a->seqId = 0;
             a->parts = 0;
             a->partNo = 0;
-            return 5;
+            return VDM_OUT_OF_ORDER;
         }
         a->partNo++;
     } else {
@@ -79,12 +75,12 @@ int assemble_vdm(VdmAssembly *a, char *sentence) {
         nmea_copy_field(a->six.bits + have, fPayload, 255 - have);
     }
 
-    if (total != 0 && a->parts != number) return 1;
+    if (total != 0 && a->parts != number) return VDM_MORE;
 
     a->partNo = 0;
     a->seqId = 0;
     a->parts = 0;
-    return 0;
+    return VDM_COMPLETE;
 }
 
 /* Reads a month, day, hour and minute stamp (4, 5, 5 and 6 bits) into tag.
@@ -106,7 +102,7 @@ int get_timetag(SixBitReader *r, uint8_t tag[4]) {
 ** taken, or 0 for other message numbers. */
 int64_t ProcessAOS(char *sentence) {
     int rc = assemble_vdm(&ais2, sentence);
-    if (rc != 0) return rc;
+    if (rc != VDM_COMPLETE) return rc;
 
     ais2.msgid = (uint8_t)get_6bit(&ais2.six, 6);
     uint64_t userid;

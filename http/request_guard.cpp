@@ -71,5 +71,5 @@ void http_refuse(ResponseBuffer *out, const char *header) {
     fflush(stdout);
     buffReset(out);
     out->keepAliveMax = 0;
-    buffSendHttp(out, "403 Forbidden", 4, 0);
+    buffSendHttp(out, "403 Forbidden", MT_TEXT, 0);
 }

@@ -67,7 +67,7 @@ void buffReset(ResponseBuffer *b) {
     b->lineLength = 0;
     b->length = 0;
     b->statusText[0] = 0;
-    b->contentType = 0;
+    b->contentType = MT_BINARY;
 }
 
 /* Frees the allocation and clears the whole record. */

@@ -33,6 +33,31 @@ extern const char buffJsonEscape[256];
 #define MIMETYPE_COUNT 15
 extern const char *const mimetype[MIMETYPE_COUNT];
 
+/* Indexes into mimetype: the reply type of buffSendHttp and the type code
+** of a kvt row. MT_TEXT and MT_REPLY send the same text; JSON and plain
+** answers go out as either. */
+enum {
+    MT_BINARY = 0,     /* application/binary */
+    MT_HTML = 1,       /* text/html, UTF-8 */
+    MT_CSS = 2,
+    MT_JS = 3,
+    MT_TEXT = 4,       /* text/plain, UTF-8 */
+    MT_REPLY = 5,      /* text/plain, UTF-8: JSON and short answers */
+    MT_PNG = 6,
+    MT_JPEG = 7,
+    MT_GIF = 8,
+    MT_HTML_BARE = 9,  /* text/html with no charset: HTML fragment rows */
+    MT_BMP = 10,
+    MT_STATE = 11,     /* application/state */
+    MT_USER = 12,      /* application/user: rows the client stores */
+    MT_OVL = 13,       /* application/ovl */
+    MT_MP3 = 14,
+    MT_FRAGMENT = 100  /* kvt type code only: an HTML fragment, sent as MT_HTML_BARE */
+};
+
+/* The max-age of a stored document: PNG images are the only ones cached. */
+#define MT_MAX_AGE(type) ((type) == MT_PNG ? 900 : 0)
+
 char *buffInit(ResponseBuffer *b);
 void buffReset(ResponseBuffer *b);
 void buffFree(ResponseBuffer *b);

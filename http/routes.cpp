@@ -55,7 +55,7 @@ static void route_getAuth(ResponseBuffer *out, const char *text) {
     snprintf(hex, sizeof(hex), "%016llx", h);
     buffReset(out);
     buffAddChar(out, hex);
-    buffSendHttp(out, NULL, 5, 0);
+    buffSendHttp(out, NULL, MT_REPLY, 0);
 }
 
 /* The in-app purchase hook: there is no store on this platform; it answers
@@ -64,7 +64,7 @@ static void route_inAppPurchase(ResponseBuffer *out, const char *rest) {
     (void)rest;
     buffReset(out);
     buffAddChar(out, "{}");
-    buffSendHttp(out, NULL, 5, 0);
+    buffSendHttp(out, NULL, MT_REPLY, 0);
 }
 
 static void route_hostversion(ResponseBuffer *out, const char *rest) {
@@ -83,7 +83,7 @@ static void route_hostversion(ResponseBuffer *out, const char *rest) {
     buffAddChar(out, "\",\"appname\":\"");
     buffAddChar(out, mrApp.appname);
     buffAddChar(out, "\"}");
-    buffSendHttp(out, NULL, 5, 0);
+    buffSendHttp(out, NULL, MT_REPLY, 0);
 }
 
 static void download_thread(void *unused) {
@@ -113,29 +113,29 @@ static void route_download(ResponseBuffer *out, const char *rest) {
     char second = len > 1 ? rest[1] : 0;
     int started = 0;
 
-    if (state == 0) {
+    if (state == DL_IDLE) {
         /* arguments that do not fit dlArgs start nothing: a cut text could
         ** name another pack or size */
         int fits = len < sizeof(mrApp.dlArgs);
-        if (first != '*' && fits && MR_CAS(mrApp.dlState, &state, 1)) {
+        if (first != '*' && fits && MR_CAS(mrApp.dlState, &state, DL_REQUESTED)) {
             memcpy(mrApp.dlArgs, rest, len + 1);
             _beginthread(download_thread, 0, NULL);
             started = 1;
         }
-    } else if (state > 0) {
+    } else if (state > DL_IDLE) {
         if (second == '*') {
-            while (state > 0 && !MR_CAS(mrApp.dlState, &state, 3)) {
+            while (state > DL_IDLE && !MR_CAS(mrApp.dlState, &state, DL_CANCEL)) {
             }
         }
     } else {
-        if (second == '*') MR_STORE(mrApp.dlState, 0);
+        if (second == '*') MR_STORE(mrApp.dlState, DL_IDLE);
     }
-    shown = started ? 1 : MR_LOAD(mrApp.dlState);
+    shown = started ? DL_REQUESTED : MR_LOAD(mrApp.dlState);
     buffReset(out);
     snprintf(json, sizeof(json), "{\"id\":%d,\"b\":%d,\"s\":%d,\"e\":%d}", MR_LOAD(mrApp.dlId),
              MR_LOAD(mrApp.dlBytes), shown, MR_LOAD(mrApp.dlError));
     buffAddChar(out, json);
-    buffSendHttp(out, NULL, 5, 0);
+    buffSendHttp(out, NULL, MT_REPLY, 0);
 }
 
 /* Serves fileDir + "/" + name from disk with the type chosen by substrings
@@ -143,20 +143,20 @@ static void route_download(ResponseBuffer *out, const char *rest) {
 ** Returns 0, or 404 when the file cannot be opened. */
 int readFromFileSystem(ResponseBuffer *out, const char *name) {
     char path[16384];
-    int type = 0;
+    int type = MT_BINARY;
     int fd;
 
     buffReset(out);
     mr_bprintf(path, sizeof(path), "%s/%s", mrApp.fileDir, name);
     fd = open(path, O_RDONLY);
-    if (strstr(name, ".mp3")) type = 14;
-    else if (strstr(name, ".html")) type = 1;
-    else if (strstr(name, ".js")) type = 3;
-    else if (strstr(name, ".css")) type = 2;
-    else if (strstr(name, ".png")) type = 6;
+    if (strstr(name, ".mp3")) type = MT_MP3;
+    else if (strstr(name, ".html")) type = MT_HTML;
+    else if (strstr(name, ".js")) type = MT_JS;
+    else if (strstr(name, ".css")) type = MT_CSS;
+    else if (strstr(name, ".png")) type = MT_PNG;
     if (fd < 1) {
         if (fd == 0) close(fd);
-        buffSendHttp(out, "404 File not found", 0, 0);
+        buffSendHttp(out, "404 File not found", MT_BINARY, 0);
         return 404;
     }
     for (;;) {
@@ -166,7 +166,7 @@ int readFromFileSystem(ResponseBuffer *out, const char *name) {
         if (got != (ssize_t)sizeof(chunk)) break;
     }
     close(fd);
-    buffSendHttp(out, NULL, type, type == 6 ? 900 : 0);
+    buffSendHttp(out, NULL, type, MT_MAX_AGE(type));
     return 0;
 }
 
@@ -194,7 +194,7 @@ static void route_getcrc32(ResponseBuffer *out, const char *rest) { getCrc32(out
 
 static void route_getSetState(ResponseBuffer *out, const char *rest) {
     getSetState(out, rest);
-    buffSendHttp(out, NULL, 11, 0);
+    buffSendHttp(out, NULL, MT_STATE, 0);
 }
 
 static void route_getValue(ResponseBuffer *out, const char *rest) {
@@ -220,7 +220,7 @@ static void route_setNmeaMode(ResponseBuffer *out, const char *rest) {
     setNmeaMode(rest);
     buffReset(out);
     buffAddChar(out, "0");
-    buffSendHttp(out, NULL, 11, 0);
+    buffSendHttp(out, NULL, MT_STATE, 0);
 }
 
 static void route_get_UexecSql(ResponseBuffer *out, const char *rest) {
@@ -231,7 +231,7 @@ static void route_rateApp(ResponseBuffer *out, const char *rest) {
     (void)rest;
     rateApp();
     buffReset(out);
-    buffSendHttp(out, NULL, 4, 0);
+    buffSendHttp(out, NULL, MT_TEXT, 0);
 }
 
 static void route_get_MexecSql(ResponseBuffer *out, const char *rest) {
@@ -295,9 +295,9 @@ void route_get(ResponseBuffer *out, const char *path) {
 
 static void route_setValue(ResponseBuffer *out, const char *rest, const char *body, int n) {
     buffReset(out);
-    int r = setValue(out, rest, body, n, 12, mrApp.tripDb);
+    int r = setValue(out, rest, body, n, MT_USER, mrApp.tripDb);
     buffAddChar(out, r == 0 ? "OK" : "ERR");
-    buffSendHttp(out, NULL, 0, 0);
+    buffSendHttp(out, NULL, MT_BINARY, 0);
 }
 
 /* /UexecSql and /execSql3: the body is the statement; the rest is ignored. */
@@ -328,7 +328,7 @@ static void route_postShare(ResponseBuffer *out, const char *rest, const char *b
     (void)n;
     buffReset(out);
     buffAddChar(out, "0");
-    buffSendHttp(out, NULL, 11, 0);
+    buffSendHttp(out, NULL, MT_STATE, 0);
     postShare(rest, body);
 }
 
@@ -362,5 +362,5 @@ void route_post(ResponseBuffer *out, const char *path, const char *body, int n) 
         }
     }
     buffReset(out);
-    buffSendHttp(out, "404 NOPE", 11, 0);
+    buffSendHttp(out, "404 NOPE", MT_STATE, 0);
 }

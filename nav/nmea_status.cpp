@@ -126,6 +126,6 @@ int getSetHostStat(ResponseBuffer *out, const char *text, const char *body, int 
     else
         add_track(out, since);
     buffAddChar(out, "]}");
-    buffSendHttp(out, NULL, 4, 0);
+    buffSendHttp(out, NULL, MT_TEXT, 0);
     return 0;
 }

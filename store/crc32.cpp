@@ -71,7 +71,7 @@ int getCrc32(ResponseBuffer *b, const char *name) {
     buffReset(b);
     if (fd < 0) {
         buffAddChar(b, "{\"crc32\":\"none\",\"size\":0}");
-        buffSendHttp(b, NULL, 5, 0);
+        buffSendHttp(b, NULL, MT_REPLY, 0);
         return 0;
     }
     while (size <= INT32_MAX && (got = read(fd, block, sizeof(block))) > 0) {
@@ -83,6 +83,6 @@ int getCrc32(ResponseBuffer *b, const char *name) {
     if (size > INT32_MAX) size = INT32_MAX;
     snprintf(json, sizeof(json), "{\"crc32\":\"%08x\",\"size\":%d}", (unsigned)~crc, (int)size);
     buffAddChar(b, json);
-    buffSendHttp(b, NULL, 5, 0);
+    buffSendHttp(b, NULL, MT_REPLY, 0);
     return 0;
 }

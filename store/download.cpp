@@ -161,7 +161,7 @@ int download_set_server(const char *address) {
 void setChartServer(ResponseBuffer *out, const char *address) {
     buffReset(out);
     buffAddChar(out, download_set_server(address) == 0 ? "OK" : "ERR");
-    buffSendHttp(out, NULL, 0, 0);
+    buffSendHttp(out, NULL, MT_BINARY, 0);
 }
 
 /* Route /getChartServer: the address in chartserver.key as it stands, or
@@ -171,7 +171,7 @@ void getChartServer(ResponseBuffer *out) {
     if (download_server_key(value, sizeof(value)) != 0) value[0] = 0;
     buffReset(out);
     buffAddChar(out, value);
-    buffSendHttp(out, NULL, 0, 0);
+    buffSendHttp(out, NULL, MT_BINARY, 0);
 }
 
 /* Splits "host", "host:port", "[v6]" or "[v6]:port" into name and service.
@@ -265,7 +265,7 @@ int http_get(const char *host, const char *path, ResponseBuffer *b) {
         char *line = buffGetLine(b);
         int value;
         if (line == NULL) break;
-        if (strncmp(line, "Transfer-Encoding: chunked", 24) == 0) return -6;
+        if (strncmp(line, "Transfer-Encoding: chunked", 24) == 0) return DL_ERR_PROVIDER;
         if (sscanf(line, "Content-Length:%d", &value) == 1) contentLength = value;
         if (b->lineLength <= 2) break;
     }
@@ -311,13 +311,11 @@ static int download_write(int fd, const char *p, int n) {
     return w == n ? 0 : -1;
 }
 
-/* The download thread. Runs only when dlState is 1 (set by the route);
-** takes everything from dlArgs ("<id> <version> <size> <crc32 in hex>";
-** fields that do not parse stay 0) and leaves its result in dlError:
-** 0 installed (or nothing to do), -1 no temporary file or buffer, -2 server
-** not found or unusable reply, -3 retries used up, -4 write failed,
-** -5 too many bytes or wrong CRC (temporary file deleted), -7 cancelled.
-** Ends with dlState 0. */
+/* The download thread. Runs only when dlState is DL_REQUESTED (set by the
+** route); takes everything from dlArgs ("<id> <version> <size> <crc32 in
+** hex>"; fields that do not parse stay 0) and leaves its result in dlError:
+** DL_OK when installed (or nothing to do), otherwise a DL_ERR_* code.
+** Ends with dlState DL_IDLE. */
 void download(void) {
     ResponseBuffer buf;
     char args[sizeof(mrApp.dlArgs)], host[DL_HOST_SIZE], tempPath[512], path[160];
@@ -328,15 +326,15 @@ void download(void) {
 
     /* 1 -> 2 in one step: should two starts race in the route, only one
     ** thread takes the download and the other leaves at once */
-    int32_t requested = 1;
-    if (!MR_CAS(mrApp.dlState, &requested, 2)) return;
+    int32_t requested = DL_REQUESTED;
+    if (!MR_CAS(mrApp.dlState, &requested, DL_RUNNING)) return;
     MR_STORE(mrApp.dlBytes, 0);
-    MR_STORE(mrApp.dlError, 0);
+    MR_STORE(mrApp.dlError, DL_OK);
     MR_STORE(mrApp.dlId, 0);
 
     memset(&buf, 0, sizeof(buf));
     if (buffInit(&buf) == NULL) {
-        MR_STORE(mrApp.dlError, -1);
+        MR_STORE(mrApp.dlError, DL_ERR_LOCAL);
         judge = 0;
         goto release;
     }
@@ -348,7 +346,7 @@ void download(void) {
     MR_STORE(mrApp.dlId, id);
     if (download_server_host(host, sizeof(host)) != 0) {
         /* an unusable server name is a server not found, asked of no one */
-        MR_STORE(mrApp.dlError, -2);
+        MR_STORE(mrApp.dlError, DL_ERR_SERVER);
         judge = 0;
         goto release;
     }
@@ -356,7 +354,7 @@ void download(void) {
     snprintf(tempPath, sizeof(tempPath), "%sN%06d.temp", mrApp.packDir, id);
     fileFd = open(tempPath, O_RDWR | O_CREAT, 0666);
     if (fileFd < 0) {
-        MR_STORE(mrApp.dlError, -1);
+        MR_STORE(mrApp.dlError, DL_ERR_LOCAL);
         judge = 0;
         goto release;
     }
@@ -375,21 +373,21 @@ void download(void) {
         MR_STORE(mrApp.dlBytes, held);
     }
 
-    while (MR_LOAD(mrApp.dlBytes) < size && MR_LOAD(mrApp.dlError) == 0 &&
-           MR_LOAD(mrApp.dlState) != 3) {
+    while (MR_LOAD(mrApp.dlBytes) < size && MR_LOAD(mrApp.dlError) == DL_OK &&
+           MR_LOAD(mrApp.dlState) != DL_CANCEL) {
         buffReset(&buf);
         snprintf(path, sizeof(path), "/ajax3.php?download=%d&v=%d&p=%d&u=%d", id, version,
                  MR_LOAD(mrApp.dlBytes), 0);
         if (http_get(host, path, &buf) < 1) {
-            MR_STORE(mrApp.dlError, -2);
+            MR_STORE(mrApp.dlError, DL_ERR_SERVER);
         } else {
-            while (MR_LOAD(mrApp.dlBytes) < size && MR_LOAD(mrApp.dlState) != 3) {
+            while (MR_LOAD(mrApp.dlBytes) < size && MR_LOAD(mrApp.dlState) != DL_CANCEL) {
                 int32_t held = MR_LOAD(mrApp.dlBytes);
                 char *block = buffGetData(&buf, DL_BLOCK);
                 int n = block ? buf.lineLength : -1;
                 if (n == DL_BLOCK || (n > 0 && n == size - held)) {
                     if (download_write(fileFd, block, n) != 0) {
-                        MR_STORE(mrApp.dlError, -4);
+                        MR_STORE(mrApp.dlError, DL_ERR_WRITE);
                         break;
                     }
                     /* a full block past the size is counted and judged */
@@ -404,7 +402,7 @@ void download(void) {
                     retries--;
                     sleep(2);
                 } else {
-                    MR_STORE(mrApp.dlError, -3);
+                    MR_STORE(mrApp.dlError, DL_ERR_NETWORK);
                 }
                 break;
             }
@@ -422,7 +420,7 @@ release:
         int32_t held = MR_LOAD(mrApp.dlBytes);
         int crcOk = (uint32_t)~crc == (uint32_t)expected;
         if (held > size || (held == size && !crcOk)) {
-            MR_STORE(mrApp.dlError, -5);
+            MR_STORE(mrApp.dlError, DL_ERR_DAMAGED);
             unlink(tempPath);
         } else if (crcOk) {
             /* also below the size when the CRC of the part matches: kept so */
@@ -430,6 +428,6 @@ release:
         }
     }
 
-    if (MR_LOAD(mrApp.dlState) == 3) MR_STORE(mrApp.dlError, -7);
-    MR_STORE(mrApp.dlState, 0);
+    if (MR_LOAD(mrApp.dlState) == DL_CANCEL) MR_STORE(mrApp.dlError, DL_ERR_CANCELLED);
+    MR_STORE(mrApp.dlState, DL_IDLE);
 }

@@ -96,6 +96,6 @@ int gazetteer(ResponseBuffer *b, const char *text) {
     mr_db_read_end();
 
     buffAddChar(b, "]");
-    buffSendHttp(b, NULL, 4, 0);
+    buffSendHttp(b, NULL, MT_TEXT, 0);
     return 0;
 }

@@ -26,11 +26,11 @@ static int kv_collect(ResponseBuffer *b, const char *key, sqlite3 *db, const cha
         const void *v = sqlite3_column_blob(stmt, 0);
         int n = sqlite3_column_bytes(stmt, 0);
         int t = sqlite3_column_int(stmt, 1);
-        if (t == 100) {
+        if (t == MT_FRAGMENT) {
             buffAddChar(b, "<!DOCTYPE HTML>");
-            t = 9;
+            t = MT_HTML_BARE;
         }
-        if (t < 0 || t >= MIMETYPE_COUNT) t = 0; /* a row outside the table never indexes past it */
+        if (t < 0 || t >= MIMETYPE_COUNT) t = MT_BINARY; /* a row outside the table never indexes past it */
         buffAddData(b, v, n);
         b->contentType = t;
         result = 0;
@@ -40,15 +40,15 @@ static int kv_collect(ResponseBuffer *b, const char *key, sqlite3 *db, const cha
         buffAddChar(b, language);
         buffAddChar(b, "): ");
         buffAddChar(b, key);
-        b->contentType = 4;
+        b->contentType = MT_TEXT;
     }
     sqlite3_finalize(stmt);
     return result;
 }
 
-/* Images (type 6) are the only cacheable documents. */
+/* Images (MT_PNG) are the only cacheable documents. */
 static void kv_send(ResponseBuffer *b) {
-    buffSendHttp(b, NULL, b->contentType, b->contentType == 6 ? 900 : 0);
+    buffSendHttp(b, NULL, b->contentType, MT_MAX_AGE(b->contentType));
 }
 
 /* Sends the first row of key in language or "**" ("**" rows come first
@@ -91,7 +91,7 @@ static void kv_collect_all(ResponseBuffer *b, const char *key, sqlite3 *db, cons
 ** status 200 always (a key with no rows gives "[]"). Returns 0. */
 int getValueA(ResponseBuffer *b, const char *key, sqlite3 *db, const char *language) {
     kv_collect_all(b, key, db, language);
-    buffSendHttp(b, NULL, 5, 0);
+    buffSendHttp(b, NULL, MT_REPLY, 0);
     return 0;
 }
 
@@ -99,7 +99,7 @@ int getValueAAt(ResponseBuffer *b, const char *key, sqlite3 *const *slot, const 
     mr_db_read_begin();
     kv_collect_all(b, key, *slot, language);
     mr_db_read_end();
-    buffSendHttp(b, NULL, 5, 0);
+    buffSendHttp(b, NULL, MT_REPLY, 0);
     return 0;
 }
 

@@ -112,6 +112,25 @@ int gaz_parse(const char *text, int32_t *x, int32_t *y, int32_t *range);
 void gaz_sql(char *out, size_t size, int32_t x, int32_t y, int32_t range);
 
 /* ---- pack download ---- */
+/* mrApp.dlState, shared by the /download/ route and the download thread. */
+enum {
+    DL_IDLE = 0,      /* the start value, and the thread's last act */
+    DL_REQUESTED = 1, /* set by the route while the thread is being started */
+    DL_RUNNING = 2,   /* set by the thread at its start */
+    DL_CANCEL = 3     /* a stop the route asked for */
+};
+/* mrApp.dlError: the result of the last download, kept until the next
+** one starts. */
+enum {
+    DL_OK = 0,             /* finished, or running with no error so far */
+    DL_ERR_LOCAL = -1,     /* no temporary file, or no memory for the buffer */
+    DL_ERR_SERVER = -2,    /* server not found, or its reply unusable */
+    DL_ERR_NETWORK = -3,   /* the retries are used up */
+    DL_ERR_WRITE = -4,     /* a write to the temporary file failed or was short */
+    DL_ERR_DAMAGED = -5,   /* too many bytes, or a wrong CRC; the file is deleted */
+    DL_ERR_PROVIDER = -6,  /* a chunked reply: only http_get returns it */
+    DL_ERR_CANCELLED = -7  /* stopped on request */
+};
 void download(void);
 int getCrc32(ResponseBuffer *b, const char *name);
 uint32_t ucrc32(uint32_t crc, const void *data, int length);

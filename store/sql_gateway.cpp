@@ -204,7 +204,7 @@ static void sql_collect(ResponseBuffer *b, const char *statementText, sqlite3 *d
 int execSql(ResponseBuffer *b, const char *statementText, sqlite3 *db, const void *blob,
             int blobLength) {
     sql_collect(b, statementText, db, blob, blobLength);
-    buffSendHttp(b, NULL, 5, 0);
+    buffSendHttp(b, NULL, MT_REPLY, 0);
     return 0;
 }
 
@@ -213,6 +213,6 @@ int execSqlAt(ResponseBuffer *b, const char *statementText, sqlite3 *const *slot
     mr_db_read_begin();
     sql_collect(b, statementText, *slot, blob, blobLength);
     mr_db_read_end();
-    buffSendHttp(b, NULL, 5, 0);
+    buffSendHttp(b, NULL, MT_REPLY, 0);
     return 0;
 }

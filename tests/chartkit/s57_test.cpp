@@ -23,6 +23,7 @@ namespace {
 const double kWest = 10.0, kSouth = 54.3, kEast = 10.2, kNorth = 54.42;
 const double kBuoyLon = 10.08, kBuoyLat = 54.38;     /* red lateral buoy */
 const double kNewBuoyLon = 10.04, kNewBuoyLat = 54.40; /* green one, added by the update */
+const double kHarbourBuoyLon = 10.06, kHarbourBuoyLat = 54.41; /* yellow, shown from 1:30000 on */
 
 const std::vector<std::string> kBaseOptions = {"S57_CSCL=22000", "S57_AGEN=540", "S57_EDTN=3",
                                                "S57_ISDT=20240501", "S57_SDAT=23"};
@@ -39,6 +40,7 @@ bool writeBaseCell(const std::string &path) {
     w.soundings({10.05, 54.35, 10.12, 54.32}, {23.4, 3.2});
     w.point("LIGHTS", S57_OBJL_LIGHTS, 10.15, 54.33, {{"COLOUR", "3"}});
     w.point("BOYLAT", S57_OBJL_BOYLAT, kBuoyLon, kBuoyLat, {{"COLOUR", "3"}});
+    w.point("BOYSPP", 19, kHarbourBuoyLon, kHarbourBuoyLat, {{"COLOUR", "6"}, {"SCAMIN", "30000"}});
     w.close();
     return w.ok;
 }
@@ -174,15 +176,19 @@ TEST_F(S57Test, ColoursAtKnownPlaces) {
     const struct {
         const char *what;
         double lon, lat;
+        int z;
         uint32_t want;
     } cases[] = {
-        {"land", 10.18, 54.31, argb(s.land)},
-        {"deep water", 10.03, 54.33, argb(s.depthBand[5])},
-        {"shallow water, 2 to 5 m", 10.12, 54.345, argb(s.depthBand[2])},
-        {"red buoy", kBuoyLon, kBuoyLat, argb(s.colour[3])},
-        {"outside the coverage, in a tile that holds some", 10.21, 54.36, 0},
+        {"land", 10.18, 54.31, 14, argb(s.land)},
+        {"deep water", 10.03, 54.33, 14, argb(s.depthBand[5])},
+        {"shallow water, 2 to 5 m", 10.12, 54.345, 14, argb(s.depthBand[2])},
+        {"red buoy", kBuoyLon, kBuoyLat, 14, argb(s.colour[3])},
+        {"red buoy at the coarsest zoom", kBuoyLon, kBuoyLat, 10, argb(s.colour[3])},
+        {"yellow buoy at 1:20000", kHarbourBuoyLon, kHarbourBuoyLat, 14, argb(s.colour[6])},
+        {"yellow buoy left out at 1:40000", kHarbourBuoyLon, kHarbourBuoyLat, 13, argb(s.depthBand[5])},
+        {"outside the coverage, in a tile that holds some", 10.21, 54.36, 14, 0},
     };
-    for (const auto &c : cases) EXPECT_EQ(colourAt(cell, c.lon, c.lat, 14), c.want) << c.what;
+    for (const auto &c : cases) EXPECT_EQ(colourAt(cell, c.lon, c.lat, c.z), c.want) << c.what;
     ck_s57_close(cell);
 }
 

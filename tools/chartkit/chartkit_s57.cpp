@@ -102,6 +102,7 @@ struct S57Feature {
     std::vector<double> depth;
     double x1, y1, x2, y2;
     double drval1, drval2; /* metres; drval2 NAN when not given */
+    double scamin;         /* shown only at this scale denominator or larger scales; NAN: always */
     int colour[S57_MAX_COLOURS];
     int colours;
 };
@@ -109,6 +110,7 @@ struct S57Feature {
 /* One sounding on the unit square, depth in metres (negative: drying). */
 struct S57Sounding {
     double x, y, depth;
+    double scamin;
 };
 
 struct CkS57Cell {
@@ -119,6 +121,7 @@ struct CkS57Cell {
     double cx1, cy1, cx2, cy2;        /* box of the coverage on the unit square */
     CkChartInfo info;
     int zmin, zmax;
+    double groundZ0; /* metres per pixel at zoom 0 at the cell's middle latitude */
 };
 
 /* ---- reading ---- */
@@ -257,6 +260,7 @@ static void s57_readLayer(OGRLayerH layer, int kind, int isCover, CkS57Cell *cel
         f.prim = 0;
         f.drval1 = s57_real(h, "DRVAL1");
         f.drval2 = s57_real(h, "DRVAL2");
+        f.scamin = s57_real(h, "SCAMIN");
         s57_colours(h, &f);
         s57_addGeometry(g, &f, b);
         if (!f.parts.empty()) {
@@ -357,15 +361,29 @@ static void s57_readDsid(GDALDatasetH ds, const char *path, CkChartInfo *info) {
     info->credit = "ENC by " + (agency.empty() ? "" : agency + " ") + "(producer code " + code + ")";
 }
 
+/* Screen pixels are taken as 0.28 mm: a zoom's scale denominator is its
+** ground size of a pixel divided by that. */
+#define S57_PIXEL_METRES 0.00028
+
+/* The scale denominator of zoom z at the cell's middle latitude. */
+static double s57_scaleAt(const CkS57Cell *cell, int z) {
+    return cell->groundZ0 / (double)(1 << z) / S57_PIXEL_METRES;
+}
+
+/* Whether a feature with this SCAMIN shows at zoom z. */
+static int s57_shownAt(const CkS57Cell *cell, double scamin, int z) {
+    return isnan(scamin) || scamin <= 0 || s57_scaleAt(cell, z) <= scamin * 1.01;
+}
+
 /* The zooms whose scale suits the compilation scale: the finest is the one
-** whose scale at the cell's middle latitude (0.28 mm pixels) comes nearest
-** to it, and four coarser ones, never below zoom 3. */
+** whose scale at the cell's middle latitude comes nearest to it, and four
+** coarser ones, never below zoom 3. */
 static void s57_pickZooms(CkS57Cell *cell) {
     const CkChartInfo &in = cell->info;
     double scale = in.scale > 0 ? (double)in.scale : 50000.0;
     double lat = (in.north + in.south) * 0.5 * kPi / 180.0;
-    double metresPerPixel = scale * 0.00028;
-    double z = log2(cos(lat) * 2 * kPi * 6378137.0 / (CP_TILE_SIZE * metresPerPixel));
+    cell->groundZ0 = cos(lat) * 2 * kPi * 6378137.0 / CP_TILE_SIZE;
+    double z = log2(cell->groundZ0 / (scale * S57_PIXEL_METRES));
     int zmax = (int)floor(z + 0.5);
     if (zmax < 3) zmax = 3;
     if (zmax > 20) zmax = 20;
@@ -447,7 +465,7 @@ static void s57_arrange(CkS57Cell *cell, const S57Bounds &b) {
         if (f.kind != S57_SOUNDING) continue;
         const std::vector<double> &p = f.parts[0];
         for (size_t i = 0; i + 1 < p.size() && i / 2 < f.depth.size(); i += 2)
-            cell->soundings.push_back({p[i], p[i + 1], f.depth[i / 2]});
+            cell->soundings.push_back({p[i], p[i + 1], f.depth[i / 2], f.scamin});
     }
     cell->features.erase(std::remove_if(cell->features.begin(), cell->features.end(),
                                         [](const S57Feature &f) { return f.kind == S57_SOUNDING; }),
@@ -702,8 +720,8 @@ static void s57_drawSounding(cairo_t *cr, double depth, double px, double py) {
     }
 }
 
-/* Which soundings zoom z shows: shallowest first, each one whose figure
-** would not crowd one already kept. Decided once for the whole level, so
+/* Which soundings zoom z shows: of those its scale admits (SCAMIN),
+** shallowest first, each one whose figure would not crowd one kept. Decided once for the whole level, so
 ** a figure across a tile edge is drawn, or left out, on both tiles. */
 static const std::vector<unsigned char> &s57_soundingsShown(CkS57Cell *cell, int z) {
     std::vector<unsigned char> &shown = cell->soundingShown[z];
@@ -714,6 +732,7 @@ static const std::vector<unsigned char> &s57_soundingsShown(CkS57Cell *cell, int
     std::unordered_map<long long, std::vector<size_t>> grid; /* kept figures by w-sized cell */
     shown.assign(cell->soundings.size(), 0);
     for (size_t i = 0; i < cell->soundings.size(); i++) {
+        if (!s57_shownAt(cell, cell->soundings[i].scamin, z)) continue;
         double px = cell->soundings[i].x * scale, py = cell->soundings[i].y * scale;
         long long gx = (long long)floor(px / w), gy = (long long)floor(py / w);
         int free = 1;
@@ -878,7 +897,7 @@ int ck_s57_draw_tile(CkS57Cell *cell, int z, int y, int x, std::string *png, int
             s57_drawSoundings(cr, cell, fr, z);
             soundingsDrawn = 1;
         }
-        if (f.x2 < mx1 || f.x1 > mx2 || f.y2 < my1 || f.y1 > my2) continue;
+        if (f.x2 < mx1 || f.x1 > mx2 || f.y2 < my1 || f.y1 > my2 || !s57_shownAt(cell, f.scamin, z)) continue;
         s57_drawFeature(cr, f, fr);
     }
     if (!soundingsDrawn) s57_drawSoundings(cr, cell, fr, z);

@@ -498,11 +498,12 @@ kelvor.chartkit = {
 
     /* GETs the server's kits.json and calls done(update) with its kits
     ** (see parseKits), or done(null, "net") when the server does not
-    ** answer and done(null, "reply") when the answer is no kit list. */
+    ** answer and done(null, "reply") when the answer is no kit list, an
+    ** HTTP error among them. */
     fetchKits: function (server, done) {
         var xhr = getAsync("http://" + server + "/kits.json", function (text) {
             if (text === false) {
-                done(null, "net");
+                done(null, xhr && xhr.status ? "reply" : "net");
                 return;
             }
             var r = kelvor.chartkit._json(text, null);

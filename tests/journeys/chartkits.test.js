@@ -5,7 +5,8 @@
 ** Chart, the dialogue lists the server's two kits as new, downloads one with its progress and shows it;
 ** the chart kit bar switches to the base chart and back, goes to a chart
 ** of the kit and changes its map language; ticking the installed kit
-** deletes it after a question.
+** deletes it after a question; a server that has gone is named in the
+** dialogue's message.
 */
 'use strict';
 
@@ -232,6 +233,14 @@ test('chart kits from a chart server: set, list, download, switch, delete', { ti
         await j.click(page, j.menuEntry('Charts'));
         await j.waitInView(page, '#i_chartkit_kit');
         assert.deepStrictEqual(await page.locator('#i_chartkit_kit option').allInnerTexts(), ['Base chart']);
+
+        /* a server that is gone: the dialogue names its address */
+        await server.stop();
+        await j.click(page, '#btn_chartkit_update');
+        await j.until(async () => /could not be reached/.test(await j.text(page, '#np_chartkit_add_form')), 'the message', 20000);
+        assert.ok((await j.text(page, '#np_chartkit_add_form')).includes(server.address));
+        assert.ok(await j.isInView(page, '#btn_chartkit_settings'));
+        await j.shot(page, 'chartkits-unreachable');
     } finally {
         await s.close();
         await server.stop();

@@ -455,10 +455,10 @@ kelvor.chartkit = {
 
     /* ---- the kit dialogue ----------------------------------------------- */
 
-    /* Opens the kit dialogue: from the chart kit bar (0) or from the tide
-    ** panel when its station has no data (1); both show the same list. */
+    /* Opens the kit dialogue. from says who asks, the chart kit bar (0)
+    ** or the tide panel when its station has no data (1); both get the
+    ** same list. */
     updateChartKit: function (from) {
-        kelvor.chartkit._from = from;
         kelvor.chartkit.showKitList();
     },
 

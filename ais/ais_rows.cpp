@@ -22,6 +22,7 @@
 #include "ais/ais.h"
 #include "nav/nmea.h"
 #include "shell/app_record.h"
+#include "store/pack_store.h"
 
 /* The queue of rows, joined by ",\n". It grows geometrically up to
 ** AIS_QUEUE_MAX; it is emptied, not shrunk, by each status reply. */
@@ -37,7 +38,6 @@ static pthread_mutex_t aismutex = PTHREAD_MUTEX_INITIALIZER;
 AisMsg24 aisPartA;
 
 #define KNOT_MS 0.0514444444 /* tenths of a knot in metres per second */
-#define GRID_SIDE 40030178.618589394
 
 /* Frees the queue at exit; a row appended after this starts a new one. */
 __attribute__((destructor)) static void aisjson_teardown(void) {
@@ -153,27 +153,18 @@ static void row_position(char *row, size_t size, uint64_t userid, unsigned msgid
     rw_text(&w, "]");
 }
 
-/* Truncation toward zero into 32 bits. NaN and values out of range give
-** INT32_MIN, the value the x86 conversion instruction yields, so a report
-** at 91 degrees (no position) gives the same row on every build instead of
-** an undefined conversion. */
+/* Truncation toward zero into 32 bits, for the own ship's heading, course
+** and speed. NaN and values out of range give INT32_MIN, the value the x86
+** conversion instruction yields, as toMerc does for positions, so a row
+** reads the same on every build instead of an undefined conversion. */
 static int32_t trunc32(double v) {
     if (!(v > -2147483649.0 && v < 2147483648.0)) return INT32_MIN;
     return (int32_t)v;
 }
 
-/* Grid position of degrees: x east from 180 W, y south from the top. */
-static void ais_merc(double lat, double lon, int32_t *y, int32_t *x) {
-    double phi = lat * M_PI / 180.0;
-    *x = trunc32((lon + 180.0) / 360.0 * GRID_SIDE);
-    *y = trunc32((1.0 - log(tan(phi) + 1.0 / cos(phi)) / M_PI) * 0.5 * GRID_SIDE);
-}
-
 /* Grid position of a raw AIS position (1/10000 minute). */
 static void ais_merc_raw(int64_t lat, int64_t lon, int32_t *y, int32_t *x) {
-    double dlat, dlon;
-    pos2ddd((int32_t)lat, (int32_t)lon, &dlat, &dlon);
-    ais_merc(dlat, dlon, y, x);
+    pos2merc((int32_t)lat, (int32_t)lon, y, x);
 }
 
 /* Writes src as a JSON string: up to the first NUL or '@' (the end of an
@@ -201,7 +192,7 @@ void aisJsonString(char *dst, const char *src) {
 /* The own ship's place and motion from gpsfix, in row units: world
 ** metres, degrees, tenths of a degree, tenths of a knot. */
 static void own_motion(int32_t *y, int32_t *x, int *hdg, int *cog, int *sog) {
-    ais_merc(MR_LOAD(gpsfix.latY), MR_LOAD(gpsfix.lonX), y, x);
+    toMerc(MR_LOAD(gpsfix.latY), MR_LOAD(gpsfix.lonX), y, x);
     *hdg = trunc32(MR_LOAD(gpsfix.hdg));
     *cog = trunc32(MR_LOAD(gpsfix.cog) * 10);
     *sog = trunc32(round(MR_LOAD(gpsfix.sog) / KNOT_MS));

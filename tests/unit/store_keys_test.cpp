@@ -78,6 +78,10 @@ TEST(StoreKeys, GridPositionsTruncate) {
         {54, 10, 12852955, 21127038},
         {0, -180, 20015089, 0},
         {0, 180, 20015089, 40030178},
+        // no position: every axis that is not a number reads INT32_MIN
+        {91, 181, INT32_MIN, 40141373},
+        {NAN, NAN, INT32_MIN, INT32_MIN},
+        {-90, INFINITY, INT32_MIN, INT32_MIN},
     };
     for (const auto &c : cases) {
         int32_t y = -1, x = -1;

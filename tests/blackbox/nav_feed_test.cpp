@@ -1,12 +1,9 @@
-// The TCP feed end to end: mareplotd connects to a feed server on loopback
-// (a test server or the replay tool), and the status reply, the trip
-// database and the host's printed texts show what it made of the lines.
-#include <fcntl.h>
+// The TCP feed end to end: mareplotd connects to a test feed server on
+// loopback, and the status reply, the trip database and the host's printed
+// texts show what it made of the lines.
 #include <gtest/gtest.h>
 #include <math.h>
-#include <signal.h>
 #include <sqlite3.h>
-#include <sys/wait.h>
 
 #include <memory>
 #include <string>
@@ -179,71 +176,24 @@ TEST(NavFeed, TrackRowsByDistanceInTheTripDatabase) {
     EXPECT_TRUE(trackTimes(status("86400/50/1/" + std::to_string(all[1]))).empty());
 }
 
-// nmea_replay beside mareplotd, sending file in a loop at ten times the pace.
-// ready() waits until the tool says it listens.
-class Replay {
-  public:
-    Replay(const std::string &file, int port) : log_(file + ".replay-output") {
-        std::string tool = std::string(MAREPLOTD_PATH);
-        tool = tool.substr(0, tool.rfind('/') + 1) + "nmea_replay";
-        std::string p = std::to_string(port);
-        unlink(log_.c_str());
-        pid_ = fork();
-        if (pid_ == 0) {
-            int out = open(log_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-            dup2(out, 1);
-            dup2(out, 2);
-            execl(tool.c_str(), tool.c_str(), "-p", p.c_str(), "-x", "10", "-l", file.c_str(), (char *)NULL);
-            _exit(127);
-        }
-    }
-    bool ready() {
-        return waitFor([&] { return readFile(log_).find("nmea_replay: serving") != std::string::npos; }, 10000);
-    }
-    ~Replay() { stop(); }
-    void stop() {
-        if (pid_ > 0) {
-            kill(pid_, SIGTERM);
-            waitpid(pid_, NULL, 0);
-            pid_ = -1;
-        }
-    }
-
-  private:
-    std::string log_;
-    pid_t pid_ = -1;
-};
-
-TEST(NavFeed, ReplayedVoyageMovesTheBoatAndSurvivesARestart) {
+// A feed that goes away: the host retries each second until it is back.
+// (A replayed voyage moving the boat is the network GPS journey.)
+TEST(NavFeed, FeedThatGoesAwayIsReconnected) {
     Host host;
-    std::string file = host.home() + "/voyage.nmea";
-    std::string voyage;
-    for (int i = 0; i < 40; i++) {
-        char minutes[16], time[16];
-        snprintf(minutes, sizeof(minutes), "%02d.%04d", 30 + i / 10, (i % 10) * 1000);
-        snprintf(time, sizeof(time), "1200%02d", i);
-        voyage += rmc(minutes, time) + checksummed("SDDPT,4.5,0.0,1.0") + "garbage between sentences\r\n";
-    }
-    writeFile(file, voyage);
-    int port = FeedServer().port();  // free now, for the tool to take
-
-    status("0/0/1/4294967295");  // a row at every new second
-    auto replay = std::make_unique<Replay>(file, port);
-    ASSERT_TRUE(replay->ready());
+    auto feed = std::make_unique<FeedServer>();
+    int port = feed->port();
     setMode(feedMode(port));
-    double firstLat = 0;
-    ASSERT_TRUE(waitFor([&] { return (firstLat = field(status(), "latY")) < 999; }, 5000));
-    EXPECT_TRUE(waitFor([&] { return field(status(), "latY") != firstLat; }, 5000));
-    EXPECT_EQ(5.5, field(status(), "dpt"));
-    EXPECT_TRUE(waitFor([] { return status("0/0/1/0").find("\"track\":[[") != std::string::npos; }, 5000));
+    ASSERT_TRUE(feed->waitAccepts(1, 5000));
+    feed->sendLine(rmc("34.0000"));
+    ASSERT_TRUE(waitFor([] { return latIs(34); }, 3000)) << status();
 
-    // the tool goes away: the host retries each second until it is back
-    replay->stop();
+    feed.reset();
     EXPECT_TRUE(waitFor([] { return field(status(), "nmea_stat") == -1; }, 3000));
-    replay = std::make_unique<Replay>(file, port);
-    EXPECT_TRUE(waitFor([] { return field(status(), "nmea_stat") == 1; }, 5000));
-    double lat = field(status(), "latY");
-    EXPECT_TRUE(waitFor([&] { return field(status(), "latY") != lat; }, 5000));
+    feed = std::make_unique<FeedServer>(port);
+    ASSERT_TRUE(feed->waitAccepts(1, 5000));
+    feed->sendLine(rmc("35.0000"));
+    EXPECT_TRUE(waitFor([] { return latIs(35); }, 3000)) << status();
+    EXPECT_EQ(1, field(status(), "nmea_stat"));
     EXPECT_NE(std::string::npos, host.output().find("reconnecting...\n"));
 }
 

@@ -12,6 +12,7 @@
 
 #include "support/feed_server.h"
 #include "support/host_harness.h"
+#include "support/test_pack.h"
 
 namespace {
 
@@ -21,18 +22,6 @@ size_t countOf(const std::string &text, const std::string &what) {
     return n;
 }
 
-std::string tablesIn(const std::string &db) {
-    sqlite3 *h = nullptr;
-    std::string out;
-    if (sqlite3_open_v2(db.c_str(), &h, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
-        sqlite3_stmt *st = nullptr;
-        sqlite3_prepare_v2(h, "SELECT name FROM sqlite_master WHERE type='table' ORDER BY name", -1, &st, nullptr);
-        while (sqlite3_step(st) == SQLITE_ROW) out += std::string((const char *)sqlite3_column_text(st, 0)) + " ";
-        sqlite3_finalize(st);
-    }
-    sqlite3_close(h);
-    return out;
-}
 
 TEST(ForeignPages, RefusedBeforeAnyRouteRuns) {
     Host host;
@@ -86,7 +75,9 @@ TEST(ForeignPages, RefusedBeforeAnyRouteRuns) {
     }
     // nothing ran: the host still answers and no table was made
     EXPECT_EQ("HTTP/1.1 200 OK", httpGet("/hostversion").statusLine);
-    EXPECT_EQ("kvt log sqlite_sequence ", tablesIn(host.dataDir() + "/marepack.trip"));
+    EXPECT_EQ("kvt,log,sqlite_sequence",
+              testpack::sqlColumn(host.dataDir() + "/marepack.trip",
+                                  "SELECT name FROM sqlite_master WHERE type='table' ORDER BY name"));
     std::string printed = host.output();
     EXPECT_EQ(refusals, countOf(printed, "refused a request from a foreign page")) << printed;
     EXPECT_NE(std::string::npos, printed.find("(Origin: http://evil.example)\n")) << printed;

@@ -15,6 +15,7 @@
 #include "support/test_pack.h"
 
 using testpack::PackHome;
+using testpack::sqlColumn;
 
 namespace {
 
@@ -22,22 +23,6 @@ const char *kVersionBody =
     "{\"hostversion\":\"M.1.16.568\",\"locale\":\"\",\"alang\":\"en\",\"skin\":\"Navy Blue\",\"device\":\"";
 
 std::string getReq(const std::string &path) { return "GET " + path + " HTTP/1.1\r\n\r\n"; }
-
-std::string sqlOne(const std::string &db, const std::string &sql) {
-    sqlite3 *h = nullptr;
-    std::string out;
-    if (sqlite3_open_v2(db.c_str(), &h, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
-        sqlite3_stmt *st = nullptr;
-        sqlite3_prepare_v2(h, sql.c_str(), -1, &st, nullptr);
-        while (sqlite3_step(st) == SQLITE_ROW) {
-            if (!out.empty()) out += ",";
-            out += (const char *)sqlite3_column_text(st, 0);
-        }
-        sqlite3_finalize(st);
-    }
-    sqlite3_close(h);
-    return out;
-}
 
 TEST(FirstStart, CreatesDataDirectoryPacksAndTripDatabase) {
     Host host;
@@ -47,10 +32,10 @@ TEST(FirstStart, CreatesDataDirectoryPacksAndTripDatabase) {
     EXPECT_TRUE(fileExists(d + "/A000001.marepack"));
     EXPECT_TRUE(fileExists(d + "/A000002.marepack"));
     EXPECT_EQ("i_kv_lk,i_log_t,i_log_ts,kvt,log",
-              sqlOne(d + "/marepack.trip",
+              sqlColumn(d + "/marepack.trip",
                      "SELECT name FROM sqlite_master WHERE name NOT LIKE 'sqlite_%' ORDER BY name"));
-    EXPECT_EQ("0", sqlOne(d + "/A000001.marepack", "PRAGMA user_version"));
-    EXPECT_EQ("1024", sqlOne(d + "/A000001.marepack", "PRAGMA page_size"));
+    EXPECT_EQ("0", sqlColumn(d + "/A000001.marepack", "PRAGMA user_version"));
+    EXPECT_EQ("1024", sqlColumn(d + "/A000001.marepack", "PRAGMA page_size"));
     EXPECT_NE(std::string::npos, host.output().find("http://127.0.0.1:19999/app/marepack.html"));
 }
 

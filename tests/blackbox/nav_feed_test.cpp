@@ -12,6 +12,7 @@
 #include "support/feed_server.h"
 #include "support/host_harness.h"
 #include "support/nmea_sentence.h"
+#include "support/test_pack.h"
 
 namespace {
 
@@ -32,16 +33,8 @@ std::string feedMode(int port, const char *user = "0") {
 }
 
 int trackRowsIn(const std::string &db) {
-    sqlite3 *h = NULL;
-    sqlite3_stmt *st = NULL;
-    int n = -1;
-    if (sqlite3_open_v2(db.c_str(), &h, SQLITE_OPEN_READONLY, NULL) == SQLITE_OK &&
-        sqlite3_prepare_v2(h, "SELECT COUNT(*) FROM log WHERE t=1", -1, &st, NULL) == SQLITE_OK &&
-        sqlite3_step(st) == SQLITE_ROW)
-        n = sqlite3_column_int(st, 0);
-    sqlite3_finalize(st);
-    sqlite3_close(h);
-    return n;
+    std::string n = testpack::sqlColumn(db, "SELECT COUNT(*) FROM log WHERE t=1");
+    return n.empty() ? -1 : atoi(n.c_str());
 }
 
 // The ts of every element of the reply's track list.

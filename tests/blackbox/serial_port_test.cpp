@@ -83,8 +83,9 @@ TEST(HeadlessSerial, OffOrMissingPortLeavesTheHostServing) {
         writeFile(home.path("usbport.key"), c.usbport);
         Host host(home.home());
         // the port's thread announces a missing device; "Off" starts none
-        if (c.announces)
+        if (c.announces) {
             EXPECT_TRUE(waitFor([&] { return host.output().find("serial port") != std::string::npos; }, 10000));
+        }
         EXPECT_TRUE(httpGet("/hostversion").complete);
         EXPECT_EQ(host.output().find("serial port") != std::string::npos, c.announces) << host.output();
         EXPECT_EQ(readFile(home.path("usbport.key")), c.usbport);

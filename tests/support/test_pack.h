@@ -104,6 +104,22 @@ inline bool exec(sqlite3 *db, const char *sql) {
     return sqlite3_exec(db, sql, NULL, NULL, NULL) == SQLITE_OK;
 }
 
+/* The first column of every row of sql on the database file db, opened
+** read-only, joined by commas; empty when the file does not open. */
+inline std::string sqlColumn(const std::string &db, const std::string &sql) {
+    sqlite3 *h = NULL;
+    std::string out;
+    if (sqlite3_open_v2(db.c_str(), &h, SQLITE_OPEN_READONLY, NULL) == SQLITE_OK) {
+        sqlite3_stmt *st = NULL;
+        sqlite3_prepare_v2(h, sql.c_str(), -1, &st, NULL);
+        for (int n = 0; sqlite3_step(st) == SQLITE_ROW; n++)
+            out += (n ? "," : "") + std::string((const char *)sqlite3_column_text(st, 0));
+        sqlite3_finalize(st);
+    }
+    sqlite3_close(h);
+    return out;
+}
+
 /* Runs one INSERT with the values bound by bind. */
 inline bool insert(sqlite3 *db, const char *sql, const std::function<void(sqlite3_stmt *)> &bind) {
     sqlite3_stmt *st = NULL;

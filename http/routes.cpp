@@ -86,9 +86,10 @@ static void route_hostversion(ResponseBuffer *out, const char *rest) {
     buffSendHttp(out, NULL, MT_REPLY, 0);
 }
 
-static void download_thread(void *unused) {
+static void *download_thread(void *unused) {
     (void)unused;
     download();
+    return NULL;
 }
 
 /* /download/: idle + anything but "*" starts a download with the rest of
@@ -119,8 +120,9 @@ static void route_download(ResponseBuffer *out, const char *rest) {
         int fits = len < sizeof(mrApp.dlArgs);
         if (first != '*' && fits && MR_CAS(mrApp.dlState, &state, DL_REQUESTED)) {
             memcpy(mrApp.dlArgs, rest, len + 1);
-            _beginthread(download_thread, 0, NULL);
-            started = 1;
+            /* with no thread to run it, the request falls back to idle */
+            if (mr_spawn_detached(download_thread, NULL) == 0) started = 1;
+            else MR_STORE(mrApp.dlState, DL_IDLE);
         }
     } else if (state > DL_IDLE) {
         if (second == '*') {

@@ -547,8 +547,8 @@ kelvor.chartkit = {
         return out;
     },
 
-    /* Name and file of a kit's state for the list: installed in the listed
-    ** version, installed in another one, or not installed. */
+    /* A kit's state as the list shows it: installed in the listed version,
+    ** installed in another one, or not installed. */
     kitState: function (u, have) {
         var mine = have && have[u.pid];
         if (!mine) return "New";

@@ -30,6 +30,7 @@
 
 int32_t sockfd;
 int32_t httpd_running;
+int32_t httpd_connections;
 
 #define METHOD_SIZE 16
 #define PATH_SIZE 2048
@@ -78,7 +79,13 @@ int http_server(void) {
         ** follows one not yet acknowledged would wait for the peer's
         ** delayed ACK. */
         setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof(one));
-        if (mr_spawn_detached(connection_thread, (void *)(intptr_t)fd) != 0) close(fd);
+        /* counted before the thread runs, so that nobody waiting for the
+        ** connections to end can miss one that has not started yet */
+        MR_ADD(httpd_connections, 1);
+        if (mr_spawn_detached(connection_thread, (void *)(intptr_t)fd) != 0) {
+            MR_ADD(httpd_connections, -1);
+            close(fd);
+        }
     } while (MR_LOAD(mrApp.running));
 
     MR_ADD(mrApp.threadCount, -1);
@@ -209,5 +216,6 @@ end:
     buffFree(&in);
     buffFree(&out);
     close(fd);
+    MR_ADD(httpd_connections, -1);
     pthread_exit(NULL);
 }

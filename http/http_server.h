@@ -8,6 +8,7 @@
 
 extern int32_t sockfd;        /* the listening socket */
 extern int32_t httpd_running; /* set once the listener is up */
+extern int32_t httpd_connections; /* accepted sockets whose connection has not ended */
 
 int http_server(void);
 void connection(int fd);

@@ -6,6 +6,9 @@
 */
 #include <signal.h>
 #include <stdio.h>
+#include <unistd.h>
+
+#include "http/http_server.h"
 
 #include "shell/app_record.h"
 #include "shell/carried_packs.h"
@@ -38,5 +41,9 @@ int main(void) {
            MR_HOST_VERSION, dataDir);
     mr_serial_start_headless();
     start_server(1);
+    /* The listener has ended (/quit!). Connections it accepted still answer
+    ** the request they are in or receive next, as they do in the window;
+    ** the process waits for them, an idle one at most five seconds. */
+    for (int i = 0; i < 500 && MR_LOAD(httpd_connections) > 0; i++) usleep(10000);
     return 0;
 }

@@ -143,8 +143,8 @@ kelvor.chartkit = {
                 var s = st[id];
                 list.push({
                     a: s,
-                    x: MERC_SPHERE_BASE * (Number(s.lon) + 180) / 360,
-                    y: cpApp.map._lat2y(Number(s.lat), MERC_SPHERE_BASE),
+                    x: kelvor.geo.lon2x(Number(s.lon)),
+                    y: kelvor.geo.lat2y(Number(s.lat)),
                     txt: s.name,
                     s: 400000,
                     onUp: kelvor.tides.showTide,
@@ -223,8 +223,7 @@ kelvor.chartkit = {
             for (var i = 0; i < r.length && i < 2; i++) names.push(r[i].n);
             return names.join(",");
         }
-        var m = cpApp.map;
-        var lat = m._y2lat(y, MERC_SPHERE_BASE), lon = m._x2lon(x, MERC_SPHERE_BASE);
+        var lat = kelvor.geo.y2lat(y), lon = kelvor.geo.x2lon(x);
         return kelvor.settings.fmtLat(lat) + " " + kelvor.settings.fmtLon(lon);
     },
 

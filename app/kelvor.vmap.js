@@ -203,12 +203,6 @@ kelvor.vmap.prototype = {
 
     /* ---- positions ----------------------------------------------------- */
 
-    /* kelvor.chartkit still reaches these three through the map; they are
-    ** kelvor.geo's conversions on the plane of side B. */
-    _lat2y: function (lat, B) { return kelvor.geo.lat2y(lat, B); },
-    _x2lon: function (x, B) { return kelvor.geo.x2lon(x, B); },
-    _y2lat: function (y, B) { return kelvor.geo.y2lat(y, B); },
-
     _calcScale: function () {
         var lat = kelvor.geo.y2lat(this.cy, this.base);
         this.mapScale = (40000000 / this.base) * 4000 * Math.cos(lat * kelvor.geo.RAD);

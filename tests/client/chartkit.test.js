@@ -32,7 +32,7 @@ function client(replies) {
         yesno(text, yes, no) { this.asked = { text, yes, no }; }, showSettings(tab) { this.settingsTab = tab; },
         startAxImage() {}, update() {}, showMenuBar(id) { this.bar = id; }, showDashBoard(id) { this.dash = id; },
         showRedMapDot() {}, showRedInfoDot() {},
-        map: { clearImageList() {}, setPosWorldMerc() {}, paintByTimer() {}, _lat2y: () => 0 } };
+        map: { clearImageList() {}, setPosWorldMerc() {}, paintByTimer() {} } };
     ctx.kelvor.settings.load();
     ctx.kelvor.chartkit.update = {
         5: { pid: 5, name: 'Baltic', version: '7', filesize: 2000000, crc32: 99, stat: 0 },

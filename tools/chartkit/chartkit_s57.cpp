@@ -12,7 +12,6 @@
 #include <unordered_map>
 #include <cpl_conv.h>
 #include <cpl_error.h>
-#include <cpl_vsi.h>
 #include <gdal.h>
 #include <math.h>
 #include <ogr_api.h>

@@ -60,8 +60,9 @@ inline Run run(const std::vector<std::string> &args) {
 }
 
 /* The byte image of a small BSB/KAP chart: a text header with the chart's
-** name, scale and reference points, then rows of run-length pixels, the
-** left half of palette colour 1 and the right half of colour 2. */
+** name, scale, reference points and a five-cornered border (the south-west
+** corner cut off), then rows of run-length pixels, the left half of palette
+** colour 1 and the right half of colour 2. */
 inline std::string kapChart(double west, double south, double east, double north, int size = 64) {
     char head[2048];
     snprintf(head, sizeof(head),
@@ -72,9 +73,9 @@ inline std::string kapChart(double west, double south, double east, double north
              "CED/SE=1,RE=1,ED=01/05/2024\r\n"
              "RGB/1,200,220,240\r\nRGB/2,240,220,160\r\n"
              "REF/1,0,0,%.6f,%.6f\r\nREF/2,%d,0,%.6f,%.6f\r\nREF/3,%d,%d,%.6f,%.6f\r\nREF/4,0,%d,%.6f,%.6f\r\n"
-             "PLY/1,%.6f,%.6f\r\nPLY/2,%.6f,%.6f\r\nPLY/3,%.6f,%.6f\r\nPLY/4,%.6f,%.6f\r\n",
+             "PLY/1,%.6f,%.6f\r\nPLY/2,%.6f,%.6f\r\nPLY/3,%.6f,%.6f\r\nPLY/4,%.6f,%.6f\r\nPLY/5,%.6f,%.6f\r\n",
              size, size, north, west, size, north, east, size, size, south, east, size, south, west, north, west,
-             north, east, south, east, south, west);
+             north, east, south, east, south, (west + east) / 2, (south + north) / 2, west);
     std::string k = head;
     k += std::string("\x1a\x00", 2);
     k.push_back(2); /* bits per pixel value */

@@ -180,6 +180,28 @@ TEST_F(ChartkitMake, MbtilesTilesAreCopiedWithTheirRowsTurned) {
     for (const auto &z : perZoom) EXPECT_EQ(std::to_string(z.second), jsonAt(info, "$.tiles.\"" + std::to_string(z.first) + "\""));
 }
 
+TEST_F(ChartkitMake, MbtilesWithoutBoundsTakeTheBoxOfTheirFinestTiles) {
+    writeFile(at("nobounds.mbtiles"), readFile(at("relief.mbtiles")));
+    sqlite3 *h;
+    sqlite3_open(at("nobounds.mbtiles").c_str(), &h);
+    sqlite3_exec(h, "DELETE FROM metadata WHERE name='bounds'", nullptr, nullptr, nullptr);
+    sqlite3_close(h);
+    ASSERT_EQ(0, make({"--id", "11", "--name", "N", "--out", at("A000011.marepack"), at("nobounds.mbtiles")}).status);
+    int z, x1, x2, r1, r2;
+    ASSERT_EQ(5, sscanf(sqlOne(at("nobounds.mbtiles"),
+                               "SELECT zoom_level||' '||min(tile_column)||' '||max(tile_column)||' '||min(tile_row)||' '||"
+                               "max(tile_row) FROM tiles WHERE zoom_level=(SELECT max(zoom_level) FROM tiles)")
+                            .c_str(),
+                        "%d %d %d %d %d", &z, &x1, &x2, &r1, &r2));
+    double n = (double)(1 << z);
+    auto lat = [n](double row) { return atan(sinh(M_PI * (2 * row / n - 1))) * 180 / M_PI; }; /* TMS rows from the south */
+    std::string info = kit::run({kTool, "info", at("A000011.marepack")}).out;
+    EXPECT_NEAR(x1 / n * 360 - 180, jsonNumber(info, "$.charts[0].box[0]"), 1e-4);
+    EXPECT_NEAR(lat(r1), jsonNumber(info, "$.charts[0].box[1]"), 1e-4);
+    EXPECT_NEAR((x2 + 1) / n * 360 - 180, jsonNumber(info, "$.charts[0].box[2]"), 1e-4);
+    EXPECT_NEAR(lat(r2 + 1), jsonNumber(info, "$.charts[0].box[3]"), 1e-4);
+}
+
 TEST_F(ChartkitMake, ChartListHoldsTheDataBoxNameAndScale) {
     double mb[4];
     ASSERT_EQ(4, sscanf(sqlOne(at("relief.mbtiles"), "SELECT value FROM metadata WHERE name='bounds'").c_str(),
@@ -212,6 +234,9 @@ TEST_F(ChartkitMake, ChartListHoldsTheDataBoxNameAndScale) {
         std::string list = sqlOne(at(c.pack), "SELECT v FROM kvt WHERE k='chartlist'");
         EXPECT_LT(jsonNumber(list, "$[0].x1"), jsonNumber(list, "$[0].x2"));
         EXPECT_LT(jsonNumber(list, "$[0].y1"), jsonNumber(list, "$[0].y2"));
+        /* the KAP border's five corners, the others the box's four */
+        EXPECT_EQ(c.pack == std::string("A000007.marepack") ? "10" : "8", sqlOne(at(c.pack), "SELECT json_array_length(CAST(v AS TEXT), '$[0].po') FROM kvt WHERE k='chartlist'"))
+            << list;
         std::string bytes = readFile(at(c.pack));
         EXPECT_EQ(std::to_string(bytes.size()), jsonAt(r.out, "$.bytes"));
         EXPECT_EQ(crcHex(bytes), jsonAt(r.out, "$.crc32"));

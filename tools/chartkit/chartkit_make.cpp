@@ -212,6 +212,23 @@ static std::string make_chartlist(const std::vector<CkChartInfo> &charts) {
         int32_t x1, y1, x2, y2;
         make_grid_clamped(c.west, c.north, &x1, &y1);
         make_grid_clamped(c.east, c.south, &x2, &y2);
+        std::vector<double> ring = c.outline;
+        if (ring.size() >= 4 && ring[0] == ring[ring.size() - 2] && ring[1] == ring[ring.size() - 1])
+            ring.resize(ring.size() - 2); /* the outline closes implicitly */
+        if (ring.size() < 6) ring = {c.west, c.north, c.east, c.north, c.east, c.south, c.west, c.south};
+        std::vector<int32_t> po;
+        for (size_t k = 0; k + 1 < ring.size(); k += 2) {
+            int32_t px, py;
+            make_grid_clamped(ring[k], ring[k + 1], &px, &py);
+            po.push_back(px);
+            po.push_back(py);
+            /* the box holds the whole outline, whose corners may lie a little
+            ** outside the warped extent */
+            x1 = px < x1 ? px : x1;
+            x2 = px > x2 ? px : x2;
+            y1 = py < y1 ? py : y1;
+            y2 = py > y2 ? py : y2;
+        }
         if (x2 <= x1) x2 = x1 + 1; /* a box never collapses to a line */
         if (y2 <= y1) y2 = y1 + 1;
         if (i) j += ",";
@@ -227,15 +244,9 @@ static std::string make_chartlist(const std::vector<CkChartInfo> &charts) {
         ck_json_string(&j, c.soundingDatum);
         j += ",\"x1\":" + std::to_string(x1) + ",\"y1\":" + std::to_string(y1) + ",\"x2\":" + std::to_string(x2) +
              ",\"y2\":" + std::to_string(y2) + ",\"po\":[";
-        std::vector<double> ring = c.outline;
-        if (ring.size() >= 4 && ring[0] == ring[ring.size() - 2] && ring[1] == ring[ring.size() - 1])
-            ring.resize(ring.size() - 2); /* the outline closes implicitly */
-        if (ring.size() < 6) ring = {c.west, c.north, c.east, c.north, c.east, c.south, c.west, c.south};
-        for (size_t k = 0; k + 1 < ring.size(); k += 2) {
-            int32_t px, py;
-            make_grid_clamped(ring[k], ring[k + 1], &px, &py);
+        for (size_t k = 0; k < po.size(); k++) {
             if (k) j += ",";
-            j += std::to_string(px) + "," + std::to_string(py);
+            j += std::to_string(po[k]);
         }
         j += "]}";
     }

@@ -438,7 +438,7 @@ static int rs_png(const unsigned char *rgba, std::string *png) {
 }
 
 /* Fields of a KAP header that GDAL doesn't hand out: the chart's name,
-** number, scale, edition, depth unit and sounding datum. */
+** number, scale, edition, depth unit, sounding datum and border. */
 static void rs_kap_header(const char *path, CkChartInfo *info) {
     FILE *f = fopen(path, "rb");
     if (f == NULL) return;
@@ -466,6 +466,12 @@ static void rs_kap_header(const char *path, CkChartInfo *info) {
             size_t from = at + strlen(fd.field), to = l.find(',', from);
             std::string v = l.substr(from, to == std::string::npos ? std::string::npos : to - from);
             if (!v.empty()) *fd.text = v;
+        }
+        double lat, lon;
+        int point;
+        if (sscanf(l.c_str(), "PLY/%d,%lf,%lf", &point, &lat, &lon) == 3) {
+            info->outline.push_back(lon); /* the chart's border, lon, lat pairs */
+            info->outline.push_back(lat);
         }
         if (l.compare(0, 4, "KNP/") == 0) {
             size_t at = l.find("SC=");

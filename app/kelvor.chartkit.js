@@ -324,19 +324,19 @@ kelvor.chartkit = {
     ** marker shows its name, its label and a link to its information page
     ** `a`, in the wide dialog when its `q` is above 1. */
     showMrk: function () {
-        var d = document.getElementById("cp_dialog_common");
+        var aux = kelvor.aux, d = aux.el("cp_dialog_common");
         if (!d || !this) return;
         var e = this.e;
         if (e) {
             if (!e.action) return;
-            d.innerHTML = "<h2></h2><p></p>";
+            aux.setText(d, "<h2></h2><p></p>");
             d.children[0].textContent = e.Name === undefined ? "" : String(e.Name);
             d.children[1].textContent = e.Description === undefined ? "" : String(e.Description);
             cpApp.sizeDialog("np_dialog_common");
             return;
         }
         var m = this;
-        d.innerHTML = "<h2></h2><p></p>";
+        aux.setText(d, "<h2></h2><p></p>");
         d.children[0].textContent = m.n !== undefined ? String(m.n) : (m.txt !== undefined ? String(m.txt) : "");
         d.children[1].textContent = m.txt !== undefined && m.n !== undefined ? String(m.txt) : "";
         if (m.a) {
@@ -405,8 +405,8 @@ kelvor.chartkit = {
     },
 
     fillDash: function () {
-        var ck = kelvor.chartkit, k = kelvor.settings.k, i;
-        var d = document.getElementById("cp_chartkit_dash");
+        var ck = kelvor.chartkit, k = kelvor.settings.k, aux = kelvor.aux, i;
+        var d = aux.el("cp_chartkit_dash");
         if (!d) return;
         var kits = ck.kitChoices(), kitOpts = [], chartOpts = [["", "Go to chart"]], langOpts = [];
         for (i = 0; i < kits.length; i++) kitOpts.push([kits[i].file, kits[i].name]);
@@ -422,9 +422,9 @@ kelvor.chartkit = {
         if (langOpts.length) {
             h += ck._dashSelect("Map language", "i_chartkit_lang", "kelvor.chartkit.pickLang(this.value)", langOpts);
         }
-        d.innerHTML = h;
-        document.getElementById("i_chartkit_kit").value = k.chartkit;
-        var lang = document.getElementById("i_chartkit_lang");
+        aux.setText(d, h);
+        aux.el("i_chartkit_kit").value = k.chartkit;
+        var lang = aux.el("i_chartkit_lang");
         if (lang && k.maplang) lang.value = k.maplang[k.chartkit];
     },
 
@@ -440,7 +440,7 @@ kelvor.chartkit = {
     pickChart: function (i) {
         if (i === "" || i === null || i === undefined) return;
         kelvor.chartkit.centerOnChart(Number(i));
-        var sel = document.getElementById("i_chartkit_chart");
+        var sel = kelvor.aux.el("i_chartkit_chart");
         if (sel) sel.value = "";
         cpApp.update();
     },
@@ -464,11 +464,11 @@ kelvor.chartkit = {
     /* Fills the kit dialogue and shows it; with settings, a button that
     ** leads to the chart server's field in Settings. */
     _kitDialog: function (body, settings) {
-        var box = document.getElementById("np_chartkit_add_form");
-        box.innerHTML = "<h2>" + "Chart kits" + "</h2>" + body + (settings ? "<div class=\"btn_row\">" +
+        var aux = kelvor.aux;
+        aux.setText("np_chartkit_add_form", "<h2>" + "Chart kits" + "</h2>" + body + (settings ? "<div class=\"btn_row\">" +
             "<button type=\"button\" id=\"btn_chartkit_settings\" onclick=\"kelvor.chartkit.serverSettings()\">" +
-            "Settings" + "</button></div>" : "");
-        if (cpApp.activeDialog !== document.getElementById("np_chartkit_add")) cpApp.sizeDialog("np_chartkit_add");
+            "Settings" + "</button></div>" : ""));
+        if (cpApp.activeDialog !== aux.el("np_chartkit_add")) cpApp.sizeDialog("np_chartkit_add");
     },
 
     /* Lists the kits of the chart server that Settings name. Without a
@@ -484,7 +484,7 @@ kelvor.chartkit = {
         ck._kitDialog("<p>" + "Connecting" + "</p>", false);
         ck.fetchKits(server, function (update, fault) {
             /* the user may have closed the dialogue meanwhile */
-            if (cpApp.activeDialog !== document.getElementById("np_chartkit_add")) return;
+            if (cpApp.activeDialog !== kelvor.aux.el("np_chartkit_add")) return;
             if (!update) {
                 ck._kitDialog("<p>" + (fault === "reply" ? "The chart server sent no list of chart kits:" :
                     "The chart server could not be reached:") + "</p><p><b>" + esc(server) + "</b></p>", true);
@@ -606,7 +606,7 @@ kelvor.chartkit = {
     serverSettings: function () {
         cpApp.closeDlg();
         cpApp.showSettings("np_settings_chart");
-        var f = document.getElementById("i_chart_server");
+        var f = kelvor.aux.el("i_chart_server");
         if (f) f.focus();
     },
 
@@ -647,9 +647,9 @@ kelvor.chartkit = {
     },
 
     _progress: function (html) {
-        var t = document.getElementById("np_chartkit_progress_text");
-        if (t) t.innerHTML = html;
-        if (cpApp.activeDialog !== document.getElementById("np_chartkit_progress")) cpApp.sizeDialog("np_chartkit_progress");
+        var aux = kelvor.aux;
+        aux.setText("np_chartkit_progress_text", html);
+        if (cpApp.activeDialog !== aux.el("np_chartkit_progress")) cpApp.sizeDialog("np_chartkit_progress");
     },
 
     /* Label of a download error code, by its absolute value. */

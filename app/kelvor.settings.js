@@ -360,9 +360,9 @@ kelvor.settings = (function () {
 
     /* Fills every element named by a key of the five groups. */
     s.fill = function () {
-        var k = s.k, key, e;
+        var k = s.k, el = kelvor.aux.el, key, e;
         for (key in k.V) {
-            e = document.getElementById(key);
+            e = el(key);
             if (!e) continue;
             var fmt = e.getAttribute("data-fmt");
             e.value = fmt && s[fmt] ? String(s[fmt](k.V[key])).replace(/&nbsp;/g, " ").replace(/ [^ ]+$/, "") : k.V[key];
@@ -370,7 +370,7 @@ kelvor.settings = (function () {
         var sel = ["I", "S"];
         for (var g = 0; g < 2; g++) {
             for (key in k[sel[g]]) {
-                e = document.getElementById(key);
+                e = el(key);
                 if (!e) continue;
                 if (s[key]) fillSelect(e, s[key], sel[g] === "I");
                 e.value = String(k[sel[g]][key]);
@@ -381,7 +381,7 @@ kelvor.settings = (function () {
             for (var r = 0; r < radios.length; r++) radios[r].checked = String(radios[r].value) === String(k.R[key]);
         }
         for (key in k.C) {
-            e = document.getElementById(key);
+            e = el(key);
             if (e) e.checked = !!k.C[key];
         }
         s._filled = true;
@@ -389,19 +389,19 @@ kelvor.settings = (function () {
 
     /* Reads every element back into the record. */
     s.read = function () {
-        var k = s.k, key, e;
+        var k = s.k, el = kelvor.aux.el, key, e;
         for (key in k.V) {
-            e = document.getElementById(key);
+            e = el(key);
             if (!e) continue;
             var get = e.getAttribute("data-get");
             k.V[key] = get && s[get] ? s[get](e.value) : e.value;
         }
         for (key in k.I) {
-            e = document.getElementById(key);
+            e = el(key);
             if (e && e.value !== "") k.I[key] = key.charAt(0) === "i" ? Number(e.value) : e.value;
         }
         for (key in k.S) {
-            e = document.getElementById(key);
+            e = el(key);
             if (!e || e.value === "") continue;
             k.S[key] = isNaN(Number(e.value)) ? e.value : Number(e.value);
         }
@@ -410,19 +410,14 @@ kelvor.settings = (function () {
             for (var r = 0; r < radios.length; r++) if (radios[r].checked) k.R[key] = Number(radios[r].value);
         }
         for (key in k.C) {
-            e = document.getElementById(key);
+            e = el(key);
             if (e) k.C[key] = !!e.checked;
         }
     };
 
     s.showTab = function (tab) {
         var tabs = ["np_settings_chart", "np_settings_common", "np_settings_boat", "np_settings_ais"];
-        for (var i = 0; i < tabs.length; i++) {
-            var t = document.getElementById(tabs[i]);
-            if (!t) continue;
-            if (tabs[i] === tab) kelvor.aux.removeClass(t, "none");
-            else kelvor.aux.addClass(t, "none");
-        }
+        for (var i = 0; i < tabs.length; i++) kelvor.aux.show(tabs[i], tabs[i] === tab);
     };
 
     /* show(false) only fills the inputs; show(tab) also opens the dialogue
@@ -432,11 +427,11 @@ kelvor.settings = (function () {
         if (!s._filled) s.fill();
         if (tab === false) return;
         /* the chart server's field shows what the host has each time */
-        var srv = document.getElementById("i_chart_server");
+        var srv = kelvor.aux.el("i_chart_server");
         if (srv) srv.value = s.getChartServer();
         s._serverError(false);
         s.showTab(tab || "np_settings_chart");
-        cpApp.sizeDialog(document.getElementById("np_settings_dlg"));
+        cpApp.sizeDialog(kelvor.aux.el("np_settings_dlg"));
     };
 
     /* The network feed is one of the three hosts the dialogue keeps; the
@@ -457,7 +452,7 @@ kelvor.settings = (function () {
     ** keeps the dialogue open on the Chart tab with the field marked, so
     ** nothing the user typed is lost. Returns false then. */
     s._doneChartServer = function () {
-        var srv = document.getElementById("i_chart_server");
+        var srv = kelvor.aux.el("i_chart_server");
         if (!srv) return true;
         var v = s.normChartServer(srv.value);
         var same = v === s.getChartServer();

@@ -11,14 +11,6 @@
 ** check for old packs and overlay refreshes.
 */
 
-/* Download failure labels by the absolute value of the host's error code. */
-var CHARTKIT_DLLABELS = ["", "Internal Error", "Server not found", "Network Error", "Device Storage full",
-    "Download Failed", "Provider Error", "Aborted"];
-
-/* Names of the map languages a pack can offer, each in its own language. */
-var CHARTKIT_LANGS = { en: "English", de: "Deutsch", dk: "Dansk", sv: "Svenska", no: "Norsk", fr: "Fran\u00e7ais",
-    es: "Espa\u00f1ol" };
-
 kelvor.chartkit = {
     chartList: [],
     markerList: [],
@@ -368,6 +360,10 @@ kelvor.chartkit = {
 
     /* ---- switching: the chart kit bar ----------------------------------- */
 
+    /* Names of the map languages a pack can offer, each in its own language. */
+    _langNames: { en: "English", de: "Deutsch", dk: "Dansk", sv: "Svenska", no: "Norsk", fr: "Fran\u00e7ais",
+        es: "Espa\u00f1ol" },
+
     /* Opens the chart kit bar and its dashboard, which switch between the
     ** installed kits, go to a chart of the kit in use and pick its map
     ** language. */
@@ -415,7 +411,7 @@ kelvor.chartkit = {
             chartOpts.push([String(i), String(c.na || c.nu || c.n || i + 1).replace(/_/g, " ")]);
         }
         for (i = 0; i < ck.langlist.length; i++) {
-            langOpts.push([ck.langlist[i], CHARTKIT_LANGS[ck.langlist[i]] || ck.langlist[i]]);
+            langOpts.push([ck.langlist[i], ck._langNames[ck.langlist[i]] || ck.langlist[i]]);
         }
         var h = ck._dashSelect("Chart kit", "i_chartkit_kit", "kelvor.chartkit.switchKit(this.value)", kitOpts) +
             ck._dashSelect("Chart", "i_chartkit_chart", "kelvor.chartkit.pickChart(this.value)", chartOpts);
@@ -652,9 +648,13 @@ kelvor.chartkit = {
         if (cpApp.activeDialog !== aux.el("np_chartkit_progress")) cpApp.sizeDialog("np_chartkit_progress");
     },
 
+    /* Download failure labels by the absolute value of the host's error code. */
+    _dlLabels: ["", "Internal Error", "Server not found", "Network Error", "Device Storage full", "Download Failed",
+        "Provider Error", "Aborted"],
+
     /* Label of a download error code, by its absolute value. */
     dlLabel: function (e) {
-        var l = CHARTKIT_DLLABELS[Math.abs(Number(e)) || 0];
+        var l = kelvor.chartkit._dlLabels[Math.abs(Number(e)) || 0];
         return l === undefined ? "" : l;
     },
 

@@ -8,61 +8,57 @@
 ** one never stored, and keys it no longer knows stay where they are.
 */
 
-kelvor.settings = (function () {
-    var KT = 1.94384449244;
+kelvor.settings = {
+    host: null,
+    k: null,
 
-    var s = {
-        host: null,
-        k: null,
-
-        /* select tables: rows of label, key, factor */
-        i_settings_speed: [
-            ["Knots", "kt", KT],
-            ["Meter/Sec", "m/s", 1],
-            ["Km/h", "km/h", 3.6],
-            ["MPH", "mph", 2.23693629205],
-            ["Feet/Sec", "ft/s", 3.28083989501]
-        ],
-        i_settings_depth: [
-            ["Meter", "m", 1],
-            ["Feet", "ft", 3.28084],
-            ["Fathom", "ftm", 1.8288]
-        ],
-        i_settings_geofmt: [
-            ["Degree/Decimal", 0],
-            ["Degree,Minute", 1],
-            ["Degree,Minute,Second", 2]
-        ],
-        i_settings_compass: [
-            ["True", 0]
-        ],
-        i_settings_language: [
-            ["English", "en"],
-            ["Deutsch", "de"],
-            ["Fran\u00e7ais", "fr"]
-        ],
-        /* label, then steps of lower bound in metres, unit, factor, decimals;
-        ** the first step whose bound the value reaches applies */
-        i_settings_distance: [
-            ["Nautical Miles & Meter", [[18520, "nm", 0.000539957, 0], [1852, "nm", 0.000539957, 1],
-                [500, "nm", 0.000539957, 2], [0, "m", 1, 0]]],
-            ["Kilometer & Meter", [[10000, "km", 0.001, 0], [1000, "km", 0.001, 1], [0, "m", 1, 0]]],
-            ["Nautical Miles & Feet", [[18520, "nm", 0.000539957, 0], [1852, "nm", 0.000539957, 1],
-                [305, "nm", 0.000539957, 2], [0, "ft", 3.28084, 0]]],
-            ["Land Miles & Feet", [[160900, "mi", 0.000621371, 0], [16090, "mi", 0.000621371, 1],
-                [305, "mi", 0.000621371, 2], [0, "ft", 3.28084, 0]]]
-        ],
-
-        _filled: false
-    };
+    /* select tables: rows of label, key, factor */
+    i_settings_speed: [
+        ["Knots", "kt", 1.94384449244],
+        ["Meter/Sec", "m/s", 1],
+        ["Km/h", "km/h", 3.6],
+        ["MPH", "mph", 2.23693629205],
+        ["Feet/Sec", "ft/s", 3.28083989501]
+    ],
+    i_settings_depth: [
+        ["Meter", "m", 1],
+        ["Feet", "ft", 3.28084],
+        ["Fathom", "ftm", 1.8288]
+    ],
+    i_settings_geofmt: [
+        ["Degree/Decimal", 0],
+        ["Degree,Minute", 1],
+        ["Degree,Minute,Second", 2]
+    ],
+    i_settings_compass: [
+        ["True", 0]
+    ],
+    i_settings_language: [
+        ["English", "en"],
+        ["Deutsch", "de"],
+        ["Fran\u00e7ais", "fr"]
+    ],
+    /* label, then steps of lower bound in metres, unit, factor, decimals;
+    ** the first step whose bound the value reaches applies */
+    i_settings_distance: [
+        ["Nautical Miles & Meter", [[18520, "nm", 0.000539957, 0], [1852, "nm", 0.000539957, 1],
+            [500, "nm", 0.000539957, 2], [0, "m", 1, 0]]],
+        ["Kilometer & Meter", [[10000, "km", 0.001, 0], [1000, "km", 0.001, 1], [0, "m", 1, 0]]],
+        ["Nautical Miles & Feet", [[18520, "nm", 0.000539957, 0], [1852, "nm", 0.000539957, 1],
+            [305, "nm", 0.000539957, 2], [0, "ft", 3.28084, 0]]],
+        ["Land Miles & Feet", [[160900, "mi", 0.000621371, 0], [16090, "mi", 0.000621371, 1],
+            [305, "mi", 0.000621371, 2], [0, "ft", 3.28084, 0]]]
+    ],
 
     /* letters for the hemispheres; the German copy writes east as "O" */
-    s.EAST = "E";
+    EAST: "E",
 
-    s.defaults = function () {
+    defaults: function () {
+        var s = kelvor.settings;
         var v = {
             i_settings_boat_name: "Boat 1",
-            i_settings_boat_speed: 8 / KT,
+            /* 8 knots, in m/s as the record keeps every speed */
+            i_settings_boat_speed: 8 / s.i_settings_speed[0][2],
             i_settings_boat_draft: 2,
             i_traffic_ais_ip: "",
             i_traffic_ais_port: ""
@@ -121,11 +117,12 @@ kelvor.settings = (function () {
                 i_traffic_mrapp_show: false, i_debug_mode: false, i_night_mode: false
             }
         };
-    };
+    },
 
     /* Recursive merge: an object present in both takes the stored members one
     ** by one; anything else is replaced. Returns dst. */
-    s.merge = function (dst, src) {
+    merge: function (dst, src) {
+        var s = kelvor.settings;
         for (var key in src) {
             if (!Object.prototype.hasOwnProperty.call(src, key)) continue;
             var a = dst[key], b = src[key];
@@ -136,11 +133,11 @@ kelvor.settings = (function () {
             }
         }
         return dst;
-    };
+    },
 
     /* Derives the client's own fields from the /hostversion reply. */
-    s.setHost = function (h) {
-        var dev = String(h.device || "").split("|");
+    setHost: function (h) {
+        var s = kelvor.settings, dev = String(h.device || "").split("|");
         h.loc = String(h.locale || "").toLowerCase().split("-");
         h.name = dev[3];
         h.tz = new Date().getTimezoneOffset() * 60;
@@ -149,12 +146,12 @@ kelvor.settings = (function () {
         if (kelvor.aux.isIos()) h.iosversion = dev[2];
         s.host = h;
         return h;
-    };
+    },
 
     /* Reads the stored record over the defaults. Any fault is logged and
     ** leaves the record as far as it got. */
-    s.load = function () {
-        var k = s.k;
+    load: function () {
+        var s = kelvor.settings, k = s.k;
         try {
             var stored = JSON.parse(getSync("/getValue/settings"));
             if (stored && typeof stored === "object") s.merge(k, stored);
@@ -181,98 +178,108 @@ kelvor.settings = (function () {
         } catch (e) {
             console.log("settings.load: " + e);
         }
-    };
+    },
 
     /* ---- the chart server ------------------------------------------- */
 
     /* The chart server's address as the host keeps it ("host" or
     ** "host:port"), or "" when none is set or the host does not answer. */
-    s.getChartServer = function () {
+    getChartServer: function () {
         var t = getSync("/getChartServer");
         return t === false ? "" : String(t).trim();
-    };
+    },
 
     /* What a person may type for the address: blanks, a leading "http://"
     ** and a trailing "/" are dropped. */
-    s.normChartServer = function (text) {
+    normChartServer: function (text) {
         return String(text || "").trim().replace(/^http:\/\//i, "").replace(/\/+$/, "");
-    };
+    },
 
     /* Stores the address on the host; "" removes it. Returns true when the
     ** host took it, false when it refused the address. */
-    s.setChartServer = function (text) {
+    setChartServer: function (text) {
+        var s = kelvor.settings;
         return getSync("/setChartServer/" + encodeURIComponent(s.normChartServer(text))) === "OK";
-    };
+    },
 
-    s.saveOnly = function () {
+    saveOnly: function () {
+        var s = kelvor.settings;
         postSync("/setValue/settings", JSON.stringify(s.k));
-    };
+    },
 
-    s.save = function () {
+    save: function () {
+        var s = kelvor.settings;
         s.saveOnly();
         if (kelvor.ais) {
             kelvor.ais.onoff();
             kelvor.ais.setnmea();
         }
         s.setOther();
-    };
+    },
 
     /* Night mode inverts the image buttons. */
-    s.setOther = function () {
+    setOther: function () {
+        var s = kelvor.settings;
         if (typeof document === "undefined") return;
         var list = document.getElementsByClassName("img50");
         for (var i = 0; i < list.length; i++) {
             if (s.k.C.i_night_mode) kelvor.aux.addClass(list[i], "nightMode");
             else kelvor.aux.removeClass(list[i], "nightMode");
         }
-    };
+    },
 
-    s.changeLang = function (lang) {
+    changeLang: function (lang) {
+        var s = kelvor.settings;
         getSync("/getSetState/alang=" + lang);
         s.k.S.i_settings_language = lang;
         s.save();
         window.location.reload();
-    };
+    },
 
     /* ---- unit formats -------------------------------------------------- */
 
-    function row(table, key) {
-        var r = s[table][s.k.I[key]];
+    _row: function (table, key) {
+        var s = kelvor.settings, r = s[table][s.k.I[key]];
         return r || s[table][0];
-    }
+    },
 
-    s.fmtSpeed = function (v) {
+    fmtSpeed: function (v) {
+        var s = kelvor.settings;
         try {
-            var r = row("i_settings_speed", "i_settings_speed");
+            var r = s._row("i_settings_speed", "i_settings_speed");
             var x = v * r[2];
             return x.toFixed(Math.abs(x) < 100 ? 1 : 0) + " " + r[1];
         } catch (e) {
             console.log("fmtSpeed: " + e);
         }
-    };
+    },
 
-    s.getSpeed = function (t) {
-        return parseFloat(String(t).replace(",", ".")) / row("i_settings_speed", "i_settings_speed")[2];
-    };
+    getSpeed: function (t) {
+        var s = kelvor.settings;
+        return parseFloat(String(t).replace(",", ".")) / s._row("i_settings_speed", "i_settings_speed")[2];
+    },
 
-    s.fmtDeep = function (v) {
+    fmtDeep: function (v) {
+        var s = kelvor.settings;
         try {
-            var r = row("i_settings_depth", "i_settings_depth");
+            var r = s._row("i_settings_depth", "i_settings_depth");
             var x = v * r[2];
             var a = Math.abs(x);
             return x.toFixed(a < 10 ? 2 : (a < 100 ? 1 : 0)) + " " + r[1];
         } catch (e) {
             console.log("fmtDeep: " + e);
         }
-    };
+    },
 
-    s.getDeep = function (t) {
-        return parseFloat(String(t).replace(",", ".")) / row("i_settings_depth", "i_settings_depth")[2];
-    };
+    getDeep: function (t) {
+        var s = kelvor.settings;
+        return parseFloat(String(t).replace(",", ".")) / s._row("i_settings_depth", "i_settings_depth")[2];
+    },
 
-    s.fmtDist = function (v) {
+    fmtDist: function (v) {
+        var s = kelvor.settings;
         try {
-            var steps = row("i_settings_distance", "i_settings_distance")[1];
+            var steps = s._row("i_settings_distance", "i_settings_distance")[1];
             for (var i = 0; i < steps.length; i++) {
                 if (v >= steps[i][0]) return (v * steps[i][2]).toFixed(steps[i][3]) + "&nbsp;" + steps[i][1];
             }
@@ -280,15 +287,16 @@ kelvor.settings = (function () {
         } catch (e) {
             console.log("fmtDist: " + e);
         }
-    };
+    },
 
-    function pad(t, n) {
+    _pad: function (t, n) {
         t = String(t);
         while (t.length < n) t = "0" + t;
         return t;
-    }
+    },
 
-    s.fmtGeo = function (v, positive, negative) {
+    fmtGeo: function (v, positive, negative) {
+        var s = kelvor.settings;
         try {
             if (v > 180) return "---";
             var f = Number(s.k.I.i_settings_geofmt);
@@ -297,7 +305,7 @@ kelvor.settings = (function () {
             var a = Math.abs(v);
             if (f === 1) {
                 var d1 = Math.floor(a);
-                return d1 + "\u00b0" + pad(((a - d1) * 60).toFixed(3), 6) + "'" + letter;
+                return d1 + "\u00b0" + s._pad(((a - d1) * 60).toFixed(3), 6) + "'" + letter;
             }
             /* one hundredth of a second on top, so 0.9999999 reads 1 */
             a += 1 / 36000000;
@@ -305,24 +313,25 @@ kelvor.settings = (function () {
             var mf = (a - d) * 60;
             var m = Math.floor(mf);
             var sec = (mf - m) * 60;
-            return d + "\u00b0" + pad(m, 2) + "'" + pad(sec.toFixed(2), 5) + "\"" + letter;
+            return d + "\u00b0" + s._pad(m, 2) + "'" + s._pad(sec.toFixed(2), 5) + "\"" + letter;
         } catch (e) {
             console.log("fmtGeo: " + e);
         }
-    };
+    },
 
-    var DURATION = [[604800, "W"], [86400, "D"], [3600, "h"], [60, "min"], [1, "s"]];
+    _durations: [[604800, "W"], [86400, "D"], [3600, "h"], [60, "min"], [1, "s"]],
 
-    s.fmtDuration = function (v) {
+    fmtDuration: function (v) {
+        var s = kelvor.settings;
         try {
             if (!(v > 0)) return "---";
             var out = "", n = 0;
             v = Math.floor(v);
-            for (var i = 0; i < DURATION.length && n < 2; i++) {
-                var q = Math.floor(v / DURATION[i][0]);
+            for (var i = 0; i < s._durations.length && n < 2; i++) {
+                var q = Math.floor(v / s._durations[i][0]);
                 if (q > 0) {
-                    out += q + DURATION[i][1] + "&nbsp;";
-                    v -= q * DURATION[i][0];
+                    out += q + s._durations[i][1] + "&nbsp;";
+                    v -= q * s._durations[i][0];
                     n++;
                 }
             }
@@ -330,25 +339,25 @@ kelvor.settings = (function () {
         } catch (e) {
             console.log("fmtDuration: " + e);
         }
-    };
+    },
 
-    s.fmtBrg = function (v) {
+    fmtBrg: function (v) {
         try {
             if (v < 0) v += 360;
             return v.toFixed(0) + "\u00b0T";
         } catch (e) {
             console.log("fmtBrg: " + e);
         }
-    };
+    },
 
-    s.fmtLat = function (v) { return s.fmtGeo(v, "N", "S"); };
-    s.fmtLon = function (v) { return s.fmtGeo(v, s.EAST, "W"); };
+    fmtLat: function (v) { return kelvor.settings.fmtGeo(v, "N", "S"); },
+    fmtLon: function (v) { var s = kelvor.settings; return s.fmtGeo(v, s.EAST, "W"); },
 
     /* ---- the dialogue -------------------------------------------------- */
 
     /* Options from a table: an I select's value is the row number, an S
     ** select's value is the row's key. */
-    function fillSelect(e, table, byRow) {
+    _fillSelect: function (e, table, byRow) {
         if (e.options.length) return;
         for (var i = 0; i < table.length; i++) {
             var o = document.createElement("option");
@@ -356,11 +365,11 @@ kelvor.settings = (function () {
             o.value = byRow ? i : table[i][1];
             e.add(o);
         }
-    }
+    },
 
     /* Fills every element named by a key of the five groups. */
-    s.fill = function () {
-        var k = s.k, el = kelvor.aux.el, key, e;
+    fill: function () {
+        var s = kelvor.settings, k = s.k, el = kelvor.aux.el, key, e;
         for (key in k.V) {
             e = el(key);
             if (!e) continue;
@@ -372,7 +381,7 @@ kelvor.settings = (function () {
             for (key in k[sel[g]]) {
                 e = el(key);
                 if (!e) continue;
-                if (s[key]) fillSelect(e, s[key], sel[g] === "I");
+                if (s[key]) s._fillSelect(e, s[key], sel[g] === "I");
                 e.value = String(k[sel[g]][key]);
             }
         }
@@ -385,11 +394,11 @@ kelvor.settings = (function () {
             if (e) e.checked = !!k.C[key];
         }
         s._filled = true;
-    };
+    },
 
     /* Reads every element back into the record. */
-    s.read = function () {
-        var k = s.k, el = kelvor.aux.el, key, e;
+    read: function () {
+        var s = kelvor.settings, k = s.k, el = kelvor.aux.el, key, e;
         for (key in k.V) {
             e = el(key);
             if (!e) continue;
@@ -413,17 +422,18 @@ kelvor.settings = (function () {
             e = el(key);
             if (e) k.C[key] = !!e.checked;
         }
-    };
+    },
 
-    s.showTab = function (tab) {
+    showTab: function (tab) {
         var tabs = ["np_settings_chart", "np_settings_common", "np_settings_boat", "np_settings_ais"];
         for (var i = 0; i < tabs.length; i++) kelvor.aux.show(tabs[i], tabs[i] === tab);
-    };
+    },
 
     /* show(false) only fills the inputs; show(tab) also opens the dialogue
     ** on that tab. The inputs are filled once: after that they keep what
     ** the user left in them, and done() reads them back. */
-    s.show = function (tab) {
+    show: function (tab) {
+        var s = kelvor.settings;
         if (!s._filled) s.fill();
         if (tab === false) return;
         /* the chart server's field shows what the host has each time */
@@ -432,27 +442,27 @@ kelvor.settings = (function () {
         s._serverError(false);
         s.showTab(tab || "np_settings_chart");
         cpApp.sizeDialog(kelvor.aux.el("np_settings_dlg"));
-    };
+    },
 
     /* The network feed is one of the three hosts the dialogue keeps; the
     ** network source selection picks which, and the host is told only
     ** the picked address and port. */
-    s.pickHost = function () {
-        var V = s.k.V, n = Number(s.k.I.i_wifi_source);
+    pickHost: function () {
+        var s = kelvor.settings, V = s.k.V, n = Number(s.k.I.i_wifi_source);
         n = n >= 0 && n <= 2 ? Math.floor(n) + 1 : 1;
         V.i_traffic_ais_ip = String(V["i_traffic_ais_ip" + n] || "").trim();
         V.i_traffic_ais_port = String(V["i_traffic_ais_port" + n] || "").trim();
-    };
+    },
 
-    s._serverError = function (on) {
+    _serverError: function (on) {
         kelvor.aux.show("i_chart_server_error", on);
-    };
+    },
 
     /* Stores a changed chart server address. An address the host refuses
     ** keeps the dialogue open on the Chart tab with the field marked, so
     ** nothing the user typed is lost. Returns false then. */
-    s._doneChartServer = function () {
-        var srv = kelvor.aux.el("i_chart_server");
+    _doneChartServer: function () {
+        var s = kelvor.settings, srv = kelvor.aux.el("i_chart_server");
         if (!srv) return true;
         var v = s.normChartServer(srv.value);
         var same = v === s.getChartServer();
@@ -467,10 +477,10 @@ kelvor.settings = (function () {
         s._serverError(true);
         srv.focus();
         return false;
-    };
+    },
 
-    s.done = function () {
-        var lang = s.k.S.i_settings_language;
+    done: function () {
+        var s = kelvor.settings, lang = s.k.S.i_settings_language;
         if (!s._doneChartServer()) return;
         /* inputs never filled would read back as the page's blanks */
         if (!s._filled) s.fill();
@@ -482,10 +492,10 @@ kelvor.settings = (function () {
         s.save();
         if (cpApp && cpApp.map) cpApp.map.update(true);
         if (s.k.S.i_settings_language !== lang) s.changeLang(s.k.S.i_settings_language);
-    };
+    },
 
-    return s;
-})();
+    _filled: false
+};
 
 /* The host record is read when the script loads; without it the client
 ** cannot start, and nothing catches that on purpose. */

@@ -127,11 +127,8 @@ TEST_F(NavPlayback, FileLinesReachTheInterpreterUnchecked) {
     gpsfix.logDistance = 1;
     int32_t before = MR_LOAD(mrApp.threadCount);
     ASSERT_EQ(0, nmea_playback(path.c_str()));
-    for (int i = 0; i < 500; i++) {
-        if (MR_LOAD(mrApp.threadCount) == before && logRows().size() >= 3) break;
-        usleep(10000);
-    }
-    while (MR_LOAD(mrApp.threadCount) != before) usleep(10000);
+    // the playback thread ends at the end of the file
+    ASSERT_TRUE(waitFor([&] { return MR_LOAD(mrApp.threadCount) == before && logRows().size() >= 3; }, 10000));
     auto rows = logRows();
     ASSERT_EQ(3u, rows.size());
     EXPECT_EQ(0u, rows[0].find("2|")) << rows[0];

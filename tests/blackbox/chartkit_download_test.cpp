@@ -14,22 +14,6 @@
 
 namespace {
 
-std::string jsonAt(const std::string &json, const std::string &path) {
-    sqlite3 *h = nullptr;
-    sqlite3_stmt *st = nullptr;
-    std::string v = "(none)";
-    sqlite3_open(":memory:", &h);
-    if (sqlite3_prepare_v2(h, "SELECT json_extract(?, ?)", -1, &st, nullptr) == SQLITE_OK) {
-        sqlite3_bind_text(st, 1, json.c_str(), -1, SQLITE_STATIC);
-        sqlite3_bind_text(st, 2, path.c_str(), -1, SQLITE_STATIC);
-        if (sqlite3_step(st) == SQLITE_ROW && sqlite3_column_type(st, 0) != SQLITE_NULL)
-            v = (const char *)sqlite3_column_text(st, 0);
-    }
-    sqlite3_finalize(st);
-    sqlite3_close(h);
-    return v;
-}
-
 TEST(ChartkitDownload, AKitGoesFromTheServerIntoTheHostAndShowsItsTiles) {
     std::string packs = makeTempDir("mareplot-kits-");
     writeFile(packs + "/bay.kap", kit::kapChart(10.0, 54.4, 10.2, 54.5));
@@ -49,21 +33,21 @@ TEST(ChartkitDownload, AKitGoesFromTheServerIntoTheHostAndShowsItsTiles) {
     ASSERT_TRUE(host.running());
 
     /* the request the kit dialogue sends, with the list's own figures */
-    std::string start = "/download/" + jsonAt(list, k + ".pid") + "%20" + jsonAt(list, k + ".version") + "%20" +
-                        jsonAt(list, k + ".filesize") + "%20" + jsonAt(list, k + ".crc32");
+    std::string start = "/download/" + kit::jsonAt(list, k + ".pid") + "%20" + kit::jsonAt(list, k + ".version") + "%20" +
+                        kit::jsonAt(list, k + ".filesize") + "%20" + kit::jsonAt(list, k + ".crc32");
     httpGet(start);
     std::string status;
     for (int i = 0; i < 600; i++) {
         status = httpGet("/download/*").body;
-        if (jsonAt(status, "$.s") == "0") break;
+        if (kit::jsonAt(status, "$.s") == "0") break;
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
-    EXPECT_EQ("0", jsonAt(status, "$.s")) << status;
-    EXPECT_EQ("0", jsonAt(status, "$.e")) << status;
+    EXPECT_EQ("0", kit::jsonAt(status, "$.s")) << status;
+    EXPECT_EQ("0", kit::jsonAt(status, "$.e")) << status;
     EXPECT_EQ(bytes, readFile(home.path("A000007.marepack")));
 
     EXPECT_EQ("000 " + home.path("A000007.marepack"), httpGet("/getSetState/chartdb=A000007.marepack").body);
-    EXPECT_EQ("Test Harbour", jsonAt(httpGet("/getMapData/chartlist").body, "$[0].na"));
+    EXPECT_EQ("Test Harbour", kit::jsonAt(httpGet("/getMapData/chartlist").body, "$[0].na"));
     /* the zoom 9 tile over the chart's middle, 54.45 N 10.1 E */
     const double lat = 54.45 * M_PI / 180;
     int z = 9, x = (int)((10.1 + 180) / 360 * 512), y = (int)((1 - log(tan(lat) + 1 / cos(lat)) / M_PI) / 2 * 512);

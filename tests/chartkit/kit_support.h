@@ -11,6 +11,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
+#include <sqlite3.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
@@ -57,6 +58,24 @@ inline Run run(const std::vector<std::string> &args) {
     unlink(outName);
     unlink(errName);
     return r;
+}
+
+/* A member of a JSON text by an SQLite JSON path, as text; "(none)" when
+** absent. */
+inline std::string jsonAt(const std::string &json, const std::string &path) {
+    sqlite3 *h = nullptr;
+    sqlite3_stmt *st = nullptr;
+    std::string v = "(none)";
+    sqlite3_open(":memory:", &h);
+    if (sqlite3_prepare_v2(h, "SELECT json_extract(?, ?)", -1, &st, nullptr) == SQLITE_OK) {
+        sqlite3_bind_text(st, 1, json.c_str(), -1, SQLITE_STATIC);
+        sqlite3_bind_text(st, 2, path.c_str(), -1, SQLITE_STATIC);
+        if (sqlite3_step(st) == SQLITE_ROW && sqlite3_column_type(st, 0) != SQLITE_NULL)
+            v = (const char *)sqlite3_column_text(st, 0);
+    }
+    sqlite3_finalize(st);
+    sqlite3_close(h);
+    return v;
 }
 
 /* The byte image of a small BSB/KAP chart: a text header with the chart's

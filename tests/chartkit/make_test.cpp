@@ -42,25 +42,8 @@ std::string sqlOne(const std::string &db, const std::string &sql) {
     return v;
 }
 
-/* A member of a JSON text, by an SQLite JSON path; "(none)" when absent. */
-std::string jsonAt(const std::string &json, const std::string &path) {
-    sqlite3 *h = nullptr;
-    sqlite3_stmt *st = nullptr;
-    std::string v = "(none)";
-    sqlite3_open(":memory:", &h);
-    if (sqlite3_prepare_v2(h, "SELECT json_extract(?, ?)", -1, &st, nullptr) == SQLITE_OK) {
-        sqlite3_bind_text(st, 1, json.c_str(), -1, SQLITE_STATIC);
-        sqlite3_bind_text(st, 2, path.c_str(), -1, SQLITE_STATIC);
-        if (sqlite3_step(st) == SQLITE_ROW && sqlite3_column_type(st, 0) != SQLITE_NULL)
-            v = (const char *)sqlite3_column_text(st, 0);
-    }
-    sqlite3_finalize(st);
-    sqlite3_close(h);
-    return v;
-}
-
 double jsonNumber(const std::string &json, const std::string &path) {
-    return atof(jsonAt(json, path).c_str());
+    return atof(kit::jsonAt(json, path).c_str());
 }
 
 std::string tileOf(const std::string &pack, int z, int y, int x) {
@@ -177,7 +160,7 @@ TEST_F(ChartkitMake, MbtilesTilesAreCopiedWithTheirRowsTurned) {
     ASSERT_GT(count, 10);
     EXPECT_EQ(std::to_string(count), sqlOne(at("A000005.marepack"), "SELECT count(*) FROM tiles"));
     std::string info = kit::run({kTool, "info", at("A000005.marepack")}).out;
-    for (const auto &z : perZoom) EXPECT_EQ(std::to_string(z.second), jsonAt(info, "$.tiles.\"" + std::to_string(z.first) + "\""));
+    for (const auto &z : perZoom) EXPECT_EQ(std::to_string(z.second), kit::jsonAt(info, "$.tiles.\"" + std::to_string(z.first) + "\""));
 }
 
 TEST_F(ChartkitMake, MbtilesWithoutBoundsTakeTheBoxOfTheirFinestTiles) {
@@ -222,12 +205,12 @@ TEST_F(ChartkitMake, ChartListHoldsTheDataBoxNameAndScale) {
         SCOPED_TRACE(c.pack);
         kit::Run r = kit::run({kTool, "info", at(c.pack)});
         ASSERT_EQ(0, r.status) << r.err;
-        EXPECT_EQ(c.kit, jsonAt(r.out, "$.name"));
-        EXPECT_EQ(c.chart, jsonAt(r.out, "$.charts[0].name"));
-        EXPECT_EQ("(none)", jsonAt(r.out, "$.charts[1]"));
+        EXPECT_EQ(c.kit, kit::jsonAt(r.out, "$.name"));
+        EXPECT_EQ(c.chart, kit::jsonAt(r.out, "$.charts[0].name"));
+        EXPECT_EQ("(none)", kit::jsonAt(r.out, "$.charts[1]"));
         for (int i = 0; i < 4; i++)
             EXPECT_NEAR(c.box[i], jsonNumber(r.out, "$.charts[0].box[" + std::to_string(i) + "]"), c.tolerance) << i;
-        long sc = atol(jsonAt(r.out, "$.charts[0].sc").c_str());
+        long sc = atol(kit::jsonAt(r.out, "$.charts[0].sc").c_str());
         EXPECT_GE(sc, c.scaleLow);
         EXPECT_LE(sc, c.scaleHigh);
         /* the grid box of the chart list and the file's own figures */
@@ -238,9 +221,9 @@ TEST_F(ChartkitMake, ChartListHoldsTheDataBoxNameAndScale) {
         EXPECT_EQ(c.pack == std::string("A000007.marepack") ? "10" : "8", sqlOne(at(c.pack), "SELECT json_array_length(CAST(v AS TEXT), '$[0].po') FROM kvt WHERE k='chartlist'"))
             << list;
         std::string bytes = readFile(at(c.pack));
-        EXPECT_EQ(std::to_string(bytes.size()), jsonAt(r.out, "$.bytes"));
-        EXPECT_EQ(crcHex(bytes), jsonAt(r.out, "$.crc32"));
-        EXPECT_EQ(c.pack[6] - '0', atoi(jsonAt(r.out, "$.id").c_str()));
+        EXPECT_EQ(std::to_string(bytes.size()), kit::jsonAt(r.out, "$.bytes"));
+        EXPECT_EQ(crcHex(bytes), kit::jsonAt(r.out, "$.crc32"));
+        EXPECT_EQ(c.pack[6] - '0', atoi(kit::jsonAt(r.out, "$.id").c_str()));
     }
 }
 

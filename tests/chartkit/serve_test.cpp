@@ -18,22 +18,6 @@ namespace {
 
 const char *kTool = CHARTKIT_PATH;
 
-std::string jsonAt(const std::string &json, const std::string &path) {
-    sqlite3 *h = nullptr;
-    sqlite3_stmt *st = nullptr;
-    std::string v = "(none)";
-    sqlite3_open(":memory:", &h);
-    if (sqlite3_prepare_v2(h, "SELECT json_extract(?, ?)", -1, &st, nullptr) == SQLITE_OK) {
-        sqlite3_bind_text(st, 1, json.c_str(), -1, SQLITE_STATIC);
-        sqlite3_bind_text(st, 2, path.c_str(), -1, SQLITE_STATIC);
-        if (sqlite3_step(st) == SQLITE_ROW && sqlite3_column_type(st, 0) != SQLITE_NULL)
-            v = (const char *)sqlite3_column_text(st, 0);
-    }
-    sqlite3_finalize(st);
-    sqlite3_close(h);
-    return v;
-}
-
 class ChartkitServe : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -68,22 +52,22 @@ TEST_F(ChartkitServe, KitListAgreesWithInfoForEveryPack) {
     ASSERT_EQ(0u, reply.find("HTTP/1.1 200 OK\r\n")) << reply;
     EXPECT_NE(std::string::npos, reply.find("\r\nAccess-Control-Allow-Origin: *\r\n"));
     std::string list = kit::bodyOf(reply);
-    EXPECT_EQ("(none)", jsonAt(list, "$.update.9")) << "a file that is no pack is left out";
+    EXPECT_EQ("(none)", kit::jsonAt(list, "$.update.9")) << "a file that is no pack is left out";
     EXPECT_LT(list.find("\"7\":"), list.find("\"12\":")) << "ids ascending";
     for (int id : {7, 12}) {
         SCOPED_TRACE(id);
         std::string info = kit::run({kTool, "info", pack(id)}).out;
-        std::string kit = "$.update.\"" + std::to_string(id) + "\"";
-        EXPECT_EQ(std::to_string(id), jsonAt(list, kit + ".pid"));
-        EXPECT_EQ(jsonAt(info, "$.name"), jsonAt(list, kit + ".name"));
-        EXPECT_EQ(jsonAt(info, "$.bytes"), jsonAt(list, kit + ".filesize"));
-        EXPECT_EQ(jsonAt(info, "$.crc32"), jsonAt(list, kit + ".crc32"));
+        std::string entry = "$.update.\"" + std::to_string(id) + "\"";
+        EXPECT_EQ(std::to_string(id), kit::jsonAt(list, entry + ".pid"));
+        EXPECT_EQ(kit::jsonAt(info, "$.name"), kit::jsonAt(list, entry + ".name"));
+        EXPECT_EQ(kit::jsonAt(info, "$.bytes"), kit::jsonAt(list, entry + ".filesize"));
+        EXPECT_EQ(kit::jsonAt(info, "$.crc32"), kit::jsonAt(list, entry + ".crc32"));
         sqlite3 *h;
         sqlite3_stmt *st;
         sqlite3_open_v2(pack(id).c_str(), &h, SQLITE_OPEN_READONLY, nullptr);
         sqlite3_prepare_v2(h, "SELECT CAST(v AS TEXT) FROM kvt WHERE k='version'", -1, &st, nullptr);
         ASSERT_EQ(SQLITE_ROW, sqlite3_step(st));
-        EXPECT_EQ((const char *)sqlite3_column_text(st, 0), jsonAt(list, kit + ".version"));
+        EXPECT_EQ((const char *)sqlite3_column_text(st, 0), kit::jsonAt(list, entry + ".version"));
         sqlite3_finalize(st);
         sqlite3_close(h);
     }
@@ -97,8 +81,8 @@ TEST_F(ChartkitServe, KitListAgreesWithInfoForEveryPack) {
     std::string sound = readFile(pack(12));
     ASSERT_EQ(0, make(12, "Sound, second edition", "bay.kap"));
     std::string after = kit::bodyOf(kit::get(server.port(), "/kits.json"));
-    EXPECT_EQ("Sound, second edition", jsonAt(after, "$.update.\"12\".name"));
-    EXPECT_NE(jsonAt(list, "$.update.\"12\".version"), jsonAt(after, "$.update.\"12\".version"));
+    EXPECT_EQ("Sound, second edition", kit::jsonAt(after, "$.update.\"12\".name"));
+    EXPECT_NE(kit::jsonAt(list, "$.update.\"12\".version"), kit::jsonAt(after, "$.update.\"12\".version"));
 }
 
 TEST_F(ChartkitServe, PackBytesFromAPositionAndRefusals) {
@@ -140,7 +124,7 @@ TEST_F(ChartkitServe, ManyClientsAtOnceGetWholePacks) {
         clients.emplace_back([&, i] {
             std::string reply = i % 2 ? kit::get(server.port(), "/kits.json")
                                       : kit::get(server.port(), "/ajax3.php?download=7&v=1&p=0&u=0", 30000);
-            if (i % 2 ? jsonAt(kit::bodyOf(reply), "$.update.\"7\".pid") == "7" : kit::bodyOf(reply) == bytes) good++;
+            if (i % 2 ? kit::jsonAt(kit::bodyOf(reply), "$.update.\"7\".pid") == "7" : kit::bodyOf(reply) == bytes) good++;
         });
     for (std::thread &t : clients) t.join();
     EXPECT_EQ(8, good.load());

@@ -53,21 +53,12 @@ kelvor.settings = {
     /* letters for the hemispheres; the German copy writes east as "O" */
     EAST: "E",
 
+    /* A new record: the pack in use and the map's place, the kit list with
+    ** the program's own two packs, and the five groups of dialogue fields,
+    ** by the kind of element that shows them: V inputs, I selects by row,
+    ** S selects by key, R radio groups, C check boxes. */
     defaults: function () {
         var s = kelvor.settings;
-        var v = {
-            i_settings_boat_name: "Boat 1",
-            /* 8 knots, in m/s as the record keeps every speed */
-            i_settings_boat_speed: 8 / s.i_settings_speed[0][2],
-            i_settings_boat_draft: 2,
-            i_traffic_ais_ip: "",
-            i_traffic_ais_port: ""
-        };
-        for (var n = 1; n <= 3; n++) {
-            v["i_traffic_ais_ip" + n] = "";
-            v["i_traffic_ais_port" + n] = "";
-        }
-        var lang = s.host && s.host.alang ? s.host.alang : "en";
         return {
             chartkit: "A000002.marepack",
             map: { lonX: 10.1, latY: 54.52, zoom: 8 },
@@ -83,39 +74,68 @@ kelvor.settings = {
             },
             ovlList: {},
             lastUpdate: false,
-            V: v,
+            V: s._defaultInputs(),
             I: {
                 i_settings_speed: 0, i_settings_distance: 0, i_settings_depth: 0,
                 i_settings_compass: 0, i_settings_geofmt: 2, i_gps_intern: 2,
                 i_gps_source: 0, i_nmea_source: 0, i_wifi_source: 0
             },
-            S: {
-                i_settings_language: lang,
-                i_settings_track_predictor: 1080,
-                i_settings_track_interval: 86400,
-                i_settings_track_distance: 50,
-                i_settings_track_length: 7200,
-                i_settings_track_maxdist: 500,
-                i_settings_xte_max: 50,
-                i_chart_raster_detail: 2,
-                i_chart_raster_detail2: 2,
-                i_traffic_ais_predictor: 1080,
-                i_traffic_ais_track_length: 0,
-                i_settings_screensize: 1,
-                i_chart_wind_source: "auto",
-                i_chart_stream_source: "auto",
-                i_traffic_ais_marker_text_1: 1,
-                i_traffic_ais_marker_text_2: 2
-            },
+            S: s._defaultKeyed(),
             R: { i_chart_follow_mode: 1 },
-            C: {
-                i_chart_layer_raster: true, i_chart_layer_frames: true, i_chart_layer_info: true,
-                i_chart_layer_nob: true, i_traffic_mrapp_report: true, i_traffic_mrapp_report2: true,
-                i_traffic_ais_showClassA: true, i_traffic_ais_showClassB: true,
-                i_chart_wind_autoupdate: true, i_chart_stream_autoupdate: true,
-                i_chart_wind_iso: true, i_chart_stream_iso: true, i_opengl_mode: true, i_track_on: true,
-                i_traffic_mrapp_show: false, i_debug_mode: false, i_night_mode: false
-            }
+            C: s._defaultChecks()
+        };
+    },
+
+    /* The boat and the network feed: the one the host is told, then the
+    ** three the dialogue keeps. */
+    _defaultInputs: function () {
+        var s = kelvor.settings;
+        var v = {
+            i_settings_boat_name: "Boat 1",
+            /* 8 knots, in m/s as the record keeps every speed */
+            i_settings_boat_speed: 8 / s.i_settings_speed[0][2],
+            i_settings_boat_draft: 2,
+            i_traffic_ais_ip: "",
+            i_traffic_ais_port: ""
+        };
+        for (var n = 1; n <= 3; n++) {
+            v["i_traffic_ais_ip" + n] = "";
+            v["i_traffic_ais_port" + n] = "";
+        }
+        return v;
+    },
+
+    /* Selects by key; the language is the host's. */
+    _defaultKeyed: function () {
+        var s = kelvor.settings;
+        return {
+            i_settings_language: s.host && s.host.alang ? s.host.alang : "en",
+            i_settings_track_predictor: 1080,
+            i_settings_track_interval: 86400,
+            i_settings_track_distance: 50,
+            i_settings_track_length: 7200,
+            i_settings_track_maxdist: 500,
+            i_settings_xte_max: 50,
+            i_chart_raster_detail: 2,
+            i_chart_raster_detail2: 2,
+            i_traffic_ais_predictor: 1080,
+            i_traffic_ais_track_length: 0,
+            i_settings_screensize: 1,
+            i_chart_wind_source: "auto",
+            i_chart_stream_source: "auto",
+            i_traffic_ais_marker_text_1: 1,
+            i_traffic_ais_marker_text_2: 2
+        };
+    },
+
+    _defaultChecks: function () {
+        return {
+            i_chart_layer_raster: true, i_chart_layer_frames: true, i_chart_layer_info: true,
+            i_chart_layer_nob: true, i_traffic_mrapp_report: true, i_traffic_mrapp_report2: true,
+            i_traffic_ais_showClassA: true, i_traffic_ais_showClassB: true,
+            i_chart_wind_autoupdate: true, i_chart_stream_autoupdate: true,
+            i_chart_wind_iso: true, i_chart_stream_iso: true, i_opengl_mode: true, i_track_on: true,
+            i_traffic_mrapp_show: false, i_debug_mode: false, i_night_mode: false
         };
     },
 

@@ -9,6 +9,7 @@
 #include <sqlite3.h>
 #include <string.h>
 
+#include "shell/app_record.h"
 #include "store/pack_store.h"
 
 /* Collects the reply of getValue into b without sending it; the reply type
@@ -105,31 +106,40 @@ int getValueAAt(ResponseBuffer *b, const char *key, sqlite3 *const *slot, const 
 
 /* Deletes every row of key, then inserts (key, value, type, "**"); the two
 ** steps are no transaction. Sends nothing. Returns 0, -1 when the DELETE
-** failed, -2 when the INSERT failed (the status text then says which). */
+** failed, -2 when the INSERT failed (the status text then says which).
+**
+** On the trip database both steps run under dbMutex. Its handle is shared
+** with the feed, whose track row opens a transaction that also replaces a
+** "settings" row of its own: falling between the DELETE and the INSERT it
+** would take the key, the INSERT would fail on the unique index, and the
+** client's settings would be lost to the host's status text. */
 int setValue(ResponseBuffer *b, const char *key, const void *value, int32_t valueLength, int type,
              sqlite3 *db) {
+    sqlite3_mutex *guard = db != NULL && db == mrApp.tripDb ? mrApp.dbMutex : NULL;
     sqlite3_stmt *stmt = NULL;
-    int rc;
+    int result = 0;
 
+    sqlite3_mutex_enter(guard);
     sqlite3_prepare_v2(db, "DELETE FROM kvt WHERE k=?", -1, &stmt, NULL);
     sqlite3_bind_text(stmt, 1, key, -1, SQLITE_STATIC);
-    rc = sqlite3_step(stmt);
-    sqlite3_finalize(stmt);
-    if (rc != SQLITE_DONE) {
+    if (sqlite3_step(stmt) != SQLITE_DONE) {
         buffAppendStatus(b, "500 DELETE FROM kvt");
-        return -1;
+        result = -1;
+        goto done;
     }
+    sqlite3_finalize(stmt);
     stmt = NULL;
     sqlite3_prepare_v2(db, "INSERT INTO kvt VALUES (?,?,?,'**')", -1, &stmt, NULL);
     sqlite3_bind_text(stmt, 1, key, -1, SQLITE_STATIC);
     sqlite3_bind_text(stmt, 2, value ? (const char *)value : "", valueLength < 0 ? 0 : valueLength,
                       SQLITE_STATIC);
     sqlite3_bind_int(stmt, 3, type);
-    rc = sqlite3_step(stmt);
-    sqlite3_finalize(stmt);
-    if (rc != SQLITE_DONE) {
+    if (sqlite3_step(stmt) != SQLITE_DONE) {
         buffAppendStatus(b, "500 ERROR INSERT kvt");
-        return -2;
+        result = -2;
     }
-    return 0;
+done:
+    sqlite3_finalize(stmt);
+    sqlite3_mutex_leave(guard);
+    return result;
 }

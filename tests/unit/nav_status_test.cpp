@@ -3,6 +3,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <thread>
+
+#include "store/pack_store.h"
+
 #include "nav_support.h"
 
 using navtest::NavFixture;
@@ -132,6 +136,34 @@ TEST_F(NavStatus, SettingsTextKeepsItsCapacity) {
         EXPECT_EQ(c.capacity, mrApp.settingsCapacity);
         EXPECT_EQ(c.body, mrApp.settingsText);
     }
+}
+
+// The trip database is one handle shared by the feed and the connections.
+// A track row's transaction also rewrites a type-10 "settings" row; a
+// settings save that falls between its two statements must still leave the
+// client's row, with the saved value, and report success.
+TEST_F(NavStatus, SettingsSavedWhileTrackRowsAreWrittenSurvive) {
+    std::string b;
+    call("1/1/1/1", "{\"status\":1}", 12, &b);  // the text a track row stores
+    const int rounds = 5000;
+    std::thread feedThread([] {
+        for (int i = 0; i < rounds; i++) nmea_log_track();
+    });
+    int failed = 0;
+    char value[32];
+    for (int i = 0; i < rounds; i++) {
+        int n = snprintf(value, sizeof(value), "{\"n\":%d}", i);
+        if (setValue(&out_, "settings", value, n, 12, mrApp.tripDb) != 0) failed++;
+    }
+    feedThread.join();
+    EXPECT_EQ(0, failed);
+    sqlite3_stmt *st = NULL;
+    sqlite3_prepare_v2(mrApp.tripDb, "SELECT t, v FROM kvt WHERE k='settings'", -1, &st, NULL);
+    ASSERT_EQ(SQLITE_ROW, sqlite3_step(st));
+    EXPECT_EQ(12, sqlite3_column_int(st, 0));
+    EXPECT_EQ(std::string(value), (const char *)sqlite3_column_text(st, 1));
+    EXPECT_EQ(SQLITE_DONE, sqlite3_step(st));
+    sqlite3_finalize(st);
 }
 
 } // namespace

@@ -21,9 +21,9 @@
 
 static pthread_rwlock_t dbGuard = PTHREAD_RWLOCK_WRITER_NONRECURSIVE_INITIALIZER_NP;
 
-/* Counts the closes of the chart pack's handle. A statement kept on
-** chartDb across requests (the tile lookup) is valid only while this holds
-** the value it was prepared under. */
+/* Counts the opens and closes of the chart pack's handle. What a
+** connection thread keeps of the pack across requests (its tile lookup)
+** belongs to the value it was made under. */
 static uint32_t chartGeneration;
 
 void mr_db_read_begin(void) { pthread_rwlock_rdlock(&dbGuard); }
@@ -82,6 +82,7 @@ static void open_chart(const char *path) {
         return;
     }
     sqlite3_exec(mrApp.chartDb, "PRAGMA locking_mode=EXCLUSIVE", NULL, NULL, NULL);
+    MR_ADD(chartGeneration, 1);
 }
 
 /* chartdb=<file>: close the pack in use, open packDir + file, else

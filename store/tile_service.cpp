@@ -5,12 +5,13 @@
 **
 ** This is the host's hottest path: one primary-key lookup, one copy from
 ** the database page into the connection's buffer, one reply. No tile is
-** cached here (the web view caches through max-age); only the prepared
-** statement is kept per connection thread.
+** cached here (the web view caches through max-age); each connection
+** thread keeps its own handle on the pack and its prepared statement.
 */
 #include <pthread.h>
 #include <sqlite3.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include "shell/app_record.h"
 #include "store/pack_store.h"
@@ -70,55 +71,84 @@ int tile_key_of_id(const char *text, int64_t *key) {
     return 0;
 }
 
-/* The tile statement of one connection thread, prepared on its first tile
-** request and kept until the thread ends or chartDb is closed (which
-** finalizes it and moves the chart generation on). Preparing costs more
-** than the lookup itself. */
-typedef struct TileStmt {
+/* The tile lookup of one connection thread: a read-only handle of its own
+** on the pack in use, and the statement prepared on it. Tile requests of
+** different connections then share no SQLite mutex and no reader lock: a
+** thread descheduled in the middle of a lookup holds up nobody else. The
+** handle belongs to one chart generation (mr_chart_generation moves on at
+** every open and close of chartDb); a request under a newer one closes it
+** and opens the pack that is in use then, or none. A lookup that races a
+** switch may still serve a tile of the old pack, as a request a moment
+** earlier would have. */
+typedef struct TileLookup {
+    sqlite3 *db;         /* NULL: no pack, or it couldn't be opened */
     sqlite3_stmt *stmt;
     uint32_t generation;
-} TileStmt;
+    int valid;           /* generation has been looked at */
+} TileLookup;
 
-static pthread_key_t tileStmtKey;
-static pthread_once_t tileStmtOnce = PTHREAD_ONCE_INIT;
+static pthread_key_t tileLookupKey;
+static pthread_once_t tileLookupOnce = PTHREAD_ONCE_INIT;
 
-/* Thread exit: finalizes the statement unless a close already did. */
-static void tile_stmt_release(void *p) {
-    TileStmt *t = (TileStmt *)p;
-    mr_db_read_begin();
-    if (t->stmt && t->generation == mr_chart_generation()) sqlite3_finalize(t->stmt);
-    mr_db_read_end();
-    free(t);
+static void tile_lookup_close(TileLookup *t) {
+    sqlite3_finalize(t->stmt);
+    sqlite3_close(t->db);
+    t->stmt = NULL;
+    t->db = NULL;
 }
 
-static void tile_stmt_key_make(void) { pthread_key_create(&tileStmtKey, tile_stmt_release); }
+/* Thread exit: the handle is the thread's own, no lock is needed. */
+static void tile_lookup_release(void *p) {
+    tile_lookup_close((TileLookup *)p);
+    free(p);
+}
 
-/* This thread's tile statement on chartDb, reset and ready to bind, or
-** NULL when there is no pack or it has no tiles table. Caller holds the
-** read side. */
+static void tile_lookup_key_make(void) { pthread_key_create(&tileLookupKey, tile_lookup_release); }
+
+/* Opens the file of the pack in use into t, or leaves t empty when there
+** is none. The name is read under the reader lock, together with the
+** generation it belongs to. */
+static void tile_lookup_open(TileLookup *t) {
+    char path[1024];
+    path[0] = 0;
+    mr_db_read_begin();
+    t->generation = mr_chart_generation();
+    if (mrApp.chartDb) {
+        const char *name = sqlite3_db_filename(mrApp.chartDb, "main");
+        if (name && strlen(name) < sizeof(path)) memcpy(path, name, strlen(name) + 1);
+    }
+    mr_db_read_end();
+    t->valid = 1;
+    if (path[0] == 0) return;
+    if (sqlite3_open_v2(path, &t->db, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, NULL) != SQLITE_OK) {
+        tile_lookup_close(t);
+        return;
+    }
+    /* as chartDb: keep the shared lock, the file is never written while open;
+    ** a small cache, since the kernel's page cache is shared by all threads */
+    sqlite3_exec(t->db, "PRAGMA locking_mode=EXCLUSIVE; PRAGMA cache_size=-512", NULL, NULL, NULL);
+    if (sqlite3_prepare_v2(t->db, "SELECT png FROM tiles WHERE zyx=?", -1, &t->stmt, NULL) != SQLITE_OK)
+        tile_lookup_close(t);
+}
+
+/* This thread's tile statement, reset and ready to bind, or NULL when
+** there is no pack, it has no tiles table or memory ran out. */
 static sqlite3_stmt *tile_stmt(void) {
-    TileStmt *t;
-    uint32_t generation = mr_chart_generation();
+    TileLookup *t;
 
-    pthread_once(&tileStmtOnce, tile_stmt_key_make);
-    t = (TileStmt *)pthread_getspecific(tileStmtKey);
+    pthread_once(&tileLookupOnce, tile_lookup_key_make);
+    t = (TileLookup *)pthread_getspecific(tileLookupKey);
     if (t == NULL) {
-        t = (TileStmt *)calloc(1, sizeof(*t));
+        t = (TileLookup *)calloc(1, sizeof(*t));
         /* out of memory: no lookup, the GIF goes out */
-        if (t == NULL || pthread_setspecific(tileStmtKey, t) != 0) {
+        if (t == NULL || pthread_setspecific(tileLookupKey, t) != 0) {
             free(t);
             return NULL;
         }
     }
-    if (t->stmt && t->generation != generation) t->stmt = NULL;  /* finalized by the close */
-    if (t->stmt == NULL) {
-        if (sqlite3_prepare_v2(mrApp.chartDb, "SELECT png FROM tiles WHERE zyx=?", -1, &t->stmt, NULL) !=
-            SQLITE_OK) {
-            sqlite3_finalize(t->stmt);
-            t->stmt = NULL;
-            return NULL;
-        }
-        t->generation = generation;
+    if (!t->valid || t->generation != mr_chart_generation()) {
+        tile_lookup_close(t);
+        tile_lookup_open(t);
     }
     return t->stmt;
 }
@@ -128,28 +158,26 @@ static sqlite3_stmt *tile_stmt(void) {
 ** have no meaning and must not hit tile 0 by accident. */
 static int tile_send(ResponseBuffer *b, int have, int64_t key) {
     sqlite3_stmt *stmt;
-    int type = 8;
+    int type = MT_GIF;
 
     if (have) {
-        mr_db_read_begin();
         stmt = tile_stmt();
         if (stmt) {
             sqlite3_bind_int64(stmt, 1, key);
             if (sqlite3_step(stmt) == SQLITE_ROW) {
                 buffAddData(b, sqlite3_column_blob(stmt, 0), sqlite3_column_bytes(stmt, 0));
-                type = 6;
+                type = MT_PNG;
             }
             sqlite3_reset(stmt);
         }
-        mr_db_read_end();
     }
-    if (type == 8) {
+    if (type == MT_GIF) {
         b->length = 0;
         buffAddData(b, onepixelgif, (int)sizeof(onepixelgif));
     }
     /* 600 is raised to 900 by the header writer: both replies cache */
     buffSendHttp(b, NULL, type, 600);
-    return type == 6 ? 0 : 404;
+    return type == MT_PNG ? 0 : 404;
 }
 
 int getTile(ResponseBuffer *b, const char *text) {

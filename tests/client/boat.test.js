@@ -172,13 +172,6 @@ test('rolling track: since advances, old points drop, no position is skipped', (
     assert.deepStrictEqual([t.lastTrackTimeStamp, t.trackCoords.length], [4294967295, 6], 'a track turned off takes nothing');
 });
 
-test('the track line breaks after a day or a long jump', () => {
-    const t = client().kelvor.track;
-    // [time gap, pixel gap, max pixels, breaks]
-    const cases = [[84600, 10, 50, false], [84601, 10, 50, true], [10, 51, 50, true], [10, 0, 0, false], [10, 1, 0, true]];
-    for (const [dt, dpx, max, want] of cases) assert.strictEqual(t.gap(dt, dpx, max), want, `${dt} ${dpx} ${max}`);
-});
-
 /* Near Me: classes read in words; a row closes the list, then opens its
 ** entry: the place's card, a target's dialogue. */
 test('near me rows name their class and open their entry', () => {

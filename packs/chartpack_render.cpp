@@ -261,6 +261,24 @@ static cairo_status_t pngToString(void *closure, const unsigned char *data, unsi
     return CAIRO_STATUS_SUCCESS;
 }
 
+int cp_finishTile(cairo_surface_t *s, std::string *png, int *cornerOpaque) {
+    cairo_surface_flush(s);
+    if (cairo_surface_status(s) != CAIRO_STATUS_SUCCESS) return -1;
+    const unsigned char *d = cairo_image_surface_get_data(s);
+    int stride = cairo_image_surface_get_stride(s);
+    const int last = CP_TILE_SIZE - 1;
+    const int corners[4][2] = {{0, 0}, {last, 0}, {0, last}, {last, last}};
+    *cornerOpaque = 1;
+    for (const auto &c : corners) {
+        uint32_t px;
+        memcpy(&px, d + c[1] * stride + c[0] * 4, 4);
+        if ((px >> 24) != 255) *cornerOpaque = 0;
+    }
+    /* Cairo itself writes a tile that is opaque all over as an RGB PNG. */
+    png->clear();
+    return cairo_surface_write_to_png_stream(s, pngToString, png) == CAIRO_STATUS_SUCCESS ? 0 : -1;
+}
+
 int cp_drawTile(int z, int y, int x, const std::vector<CpRing> &rings, const CpTileStyle &style,
                 std::string *png, int *cornerOpaque) {
     const double scale = (double)(1 << z) * CP_TILE_SIZE; /* unit square to tile pixels */
@@ -329,22 +347,7 @@ int cp_drawTile(int z, int y, int x, const std::vector<CpRing> &rings, const CpT
     if (style.labels) drawLabels(cr, *style.labels, ox, oy);
 
     cairo_destroy(cr);
-    cairo_surface_flush(s);
-    if (cairo_surface_status(s) == CAIRO_STATUS_SUCCESS) {
-        const unsigned char *d = cairo_image_surface_get_data(s);
-        int stride = cairo_image_surface_get_stride(s);
-        const int last = CP_TILE_SIZE - 1;
-        const int corners[4][2] = {{0, 0}, {last, 0}, {0, last}, {last, last}};
-        *cornerOpaque = 1;
-        for (const auto &c : corners) {
-            uint32_t px;
-            memcpy(&px, d + c[1] * stride + c[0] * 4, 4);
-            if ((px >> 24) != 255) *cornerOpaque = 0;
-        }
-        /* Cairo itself writes a tile that is opaque all over as an RGB PNG. */
-        png->clear();
-        if (cairo_surface_write_to_png_stream(s, pngToString, png) == CAIRO_STATUS_SUCCESS) rc = 0;
-    }
+    rc = cp_finishTile(s, png, cornerOpaque);
     cairo_surface_destroy(s);
     return rc;
 }

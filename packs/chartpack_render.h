@@ -10,6 +10,7 @@
 #ifndef MAREPLOT_CHARTPACK_RENDER_H
 #define MAREPLOT_CHARTPACK_RENDER_H
 
+#include <cairo.h>
 #include <stdint.h>
 
 #include <string>
@@ -75,6 +76,11 @@ struct CpTileStyle {
 ** 255. Returns 0, or -1 when Cairo failed. */
 int cp_drawTile(int z, int y, int x, const std::vector<CpRing> &rings, const CpTileStyle &style,
                 std::string *png, int *cornerOpaque);
+
+/* Finishes a tile drawn on a 256 by 256 ARGB surface: sets *cornerOpaque
+** to 1 when its four corner pixels have alpha 255 (else 0) and writes the
+** surface into *png. Returns 0, or -1 when Cairo failed. */
+int cp_finishTile(cairo_surface_t *s, std::string *png, int *cornerOpaque);
 
 /* The padding around a tile, in tile pixels, that rings are cut to: wider
 ** than the coastline's pen, so the cut edges never show. */

@@ -101,4 +101,8 @@ long ck_scale_of_resolution(double metresPerPixel);
 int ck_make_main(int argc, char **argv);
 int ck_serve_main(int argc, char **argv);
 
+/* Appends s to out with <, >, & and " written as HTML entities: names and
+** credits from the inputs go into the pack's HTML texts and the kit page. */
+void ck_html_text(std::string *out, const std::string &s);
+
 #endif

@@ -11,6 +11,16 @@ void ck_fail(const char *file, const char *reason) {
     fprintf(stderr, "mareplot-chartkit: %s: %s\n", file, reason);
 }
 
+void ck_html_text(std::string *out, const std::string &s) {
+    for (char c : s) {
+        if (c == '<') out->append("&lt;");
+        else if (c == '>') out->append("&gt;");
+        else if (c == '&') out->append("&amp;");
+        else if (c == '"') out->append("&quot;");
+        else out->push_back(c);
+    }
+}
+
 static const char ckUsage[] =
     "usage: mareplot-chartkit make --id N --name TEXT --out FILE [--zooms A-B] INPUT...\n"
     "       mareplot-chartkit info FILE\n"

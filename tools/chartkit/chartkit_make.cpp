@@ -186,16 +186,6 @@ static long make_s57_add(const char *path, CkZooms zooms, CkPackWriter *w, CkCha
 
 /* ---- the documents ---- */
 
-static void make_html_text(std::string *out, const std::string &s) {
-    for (char c : s) {
-        if (c == '<') out->append("&lt;");
-        else if (c == '>') out->append("&gt;");
-        else if (c == '&') out->append("&amp;");
-        else if (c == '"') out->append("&quot;");
-        else out->push_back(c);
-    }
-}
-
 static void make_grid_clamped(double lon, double lat, int32_t *x, int32_t *y) {
     const double maxLat = 85.05112878;
     if (lat > maxLat) lat = maxLat;
@@ -255,13 +245,13 @@ static std::string make_chartlist(const std::vector<CkChartInfo> &charts) {
 
 static std::string make_info_html(const std::string &kitName, const std::vector<CkChartInfo> &charts) {
     std::string h = "<h3>";
-    make_html_text(&h, kitName);
+    ck_html_text(&h, kitName);
     h += "</h3>\n<p>Charts and their sources:</p>\n<ul>\n";
     for (const CkChartInfo &c : charts) {
         h += "<li>";
-        make_html_text(&h, c.name);
+        ck_html_text(&h, c.name);
         h += ": ";
-        make_html_text(&h, c.credit);
+        ck_html_text(&h, c.credit);
         h += "</li>\n";
     }
     return h + "</ul>\n";
@@ -270,12 +260,12 @@ static std::string make_info_html(const std::string &kitName, const std::vector<
 static std::string make_history_html(const std::string &kitName, const std::vector<CkChartInfo> &charts,
                                      long version) {
     std::string h = "<p>";
-    make_html_text(&h, kitName);
+    ck_html_text(&h, kitName);
     h += ", version " + std::to_string(version) + ", made with mareplot-chartkit from " +
          std::to_string(charts.size()) + (charts.size() == 1 ? " source" : " sources") + ":</p>\n<ul>\n";
     for (const CkChartInfo &c : charts) {
         h += "<li>";
-        make_html_text(&h, c.credit);
+        ck_html_text(&h, c.credit);
         h += "</li>\n";
     }
     return h + "</ul>\n";

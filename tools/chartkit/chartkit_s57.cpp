@@ -825,12 +825,6 @@ static void s57_drawFeature(cairo_t *cr, const S57Feature &f, const S57Frame &fr
     }
 }
 
-/* Cairo's PNG writer callback: appends to a std::string. */
-static cairo_status_t s57_pngToString(void *closure, const unsigned char *data, unsigned int length) {
-    ((std::string *)closure)->append((const char *)data, length);
-    return CAIRO_STATUS_SUCCESS;
-}
-
 /* Reads the drawn tile: 1 when no pixel shows anything, else its corner
 ** flag and PNG and 0; -1 when Cairo failed. */
 static int s57_finishTile(cairo_surface_t *surface, std::string *png, int *cornerOpaque) {
@@ -844,16 +838,7 @@ static int s57_finishTile(cairo_surface_t *surface, std::string *png, int *corne
         for (int col = 0; col < CP_TILE_SIZE && !any; col++) any = (line[col] >> 24) != 0;
     }
     if (!any) return 1;
-    const int last = CP_TILE_SIZE - 1;
-    const int corners[4][2] = {{0, 0}, {last, 0}, {0, last}, {last, last}};
-    *cornerOpaque = 1;
-    for (const auto &c : corners) {
-        uint32_t px;
-        memcpy(&px, d + c[1] * stride + c[0] * 4, 4);
-        if ((px >> 24) != 255) *cornerOpaque = 0;
-    }
-    png->clear();
-    return cairo_surface_write_to_png_stream(surface, s57_pngToString, png) == CAIRO_STATUS_SUCCESS ? 0 : -1;
+    return cp_finishTile(surface, png, cornerOpaque);
 }
 
 int ck_s57_draw_tile(CkS57Cell *cell, int z, int y, int x, std::string *png, int *cornerOpaque) {

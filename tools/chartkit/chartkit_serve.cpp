@@ -302,16 +302,6 @@ static void sv_kits_json(int sock) {
     sv_reply(sock, "application/json; charset=UTF-8", j);
 }
 
-static void sv_html_text(std::string *out, const std::string &s) {
-    for (char c : s) {
-        if (c == '<') out->append("&lt;");
-        else if (c == '>') out->append("&gt;");
-        else if (c == '&') out->append("&amp;");
-        else if (c == '"') out->append("&quot;");
-        else out->push_back(c);
-    }
-}
-
 static void sv_index_html(int sock) {
     std::vector<CkPackInfo> kits = sv_list();
     std::string h =
@@ -322,7 +312,7 @@ static void sv_index_html(int sock) {
     for (const CkPackInfo &k : kits) {
         char row[256];
         h += "<tr><td>" + std::to_string(k.id) + "</td><td>";
-        sv_html_text(&h, k.name);
+        ck_html_text(&h, k.name);
         snprintf(row, sizeof(row), "</td><td>%ld</td><td>%lld</td><td>%08x</td></tr>\n", k.version, k.bytes,
                  k.crc32);
         h += row;

@@ -80,28 +80,8 @@ echo
 "$TOOL" make --id 51 --name Bench --out "$WORK/packs/A000051.marepack" "$MBTILES" > /dev/null
 SIZE=$(stat -c %s "$WORK/packs/A000051.marepack")
 chmod -R a+rX "$WORK"
-cat > "$WORK/nginx/nginx.conf" <<CONF
-worker_processes auto;
-daemon off;
-pid $WORK/nginx/nginx.pid;
-error_log $WORK/nginx/error.log;
-events { worker_connections 1024; }
-http {
-    access_log off;
-    sendfile on;
-    tcp_nodelay on;
-    client_body_temp_path $WORK/nginx;
-    proxy_temp_path $WORK/nginx;
-    fastcgi_temp_path $WORK/nginx;
-    uwsgi_temp_path $WORK/nginx;
-    scgi_temp_path $WORK/nginx;
-    server {
-        listen 127.0.0.1:$NGINX_PORT;
-        root $WORK/packs;
-        default_type application/octet-stream;
-    }
-}
-CONF
+. "$ROOT/bench/nginx_peer.sh"
+nginx_peer_conf "$WORK" "$NGINX_PORT" "$WORK/packs" application/octet-stream
 nginx -c "$WORK/nginx/nginx.conf" -p "$WORK/nginx" &
 NGINX_PID=$!
 "$TOOL" serve --dir "$WORK/packs" --port-file "$WORK/port" > /dev/null &

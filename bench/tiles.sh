@@ -59,29 +59,8 @@ WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i+1 FROM n WHERE i<6000)
 INSERT INTO tiles (zyx,png) SELECT $KEY + i, randomblob($TILE_SIZE) FROM n;
 SQL
 
-cat > "$WORK/nginx/nginx.conf" <<CONF
-worker_processes auto;
-daemon off;
-pid $WORK/nginx/nginx.pid;
-error_log $WORK/nginx/error.log;
-events { worker_connections 1024; }
-http {
-    access_log off;
-    sendfile on;
-    tcp_nodelay on;
-    keepalive_requests 100000;
-    client_body_temp_path $WORK/nginx;
-    proxy_temp_path $WORK/nginx;
-    fastcgi_temp_path $WORK/nginx;
-    uwsgi_temp_path $WORK/nginx;
-    scgi_temp_path $WORK/nginx;
-    server {
-        listen 127.0.0.1:$NGINX_PORT;
-        root $WORK/www;
-        default_type image/png;
-    }
-}
-CONF
+. "$ROOT/bench/nginx_peer.sh"
+nginx_peer_conf "$WORK" "$NGINX_PORT" "$WORK/www" image/png
 
 # CPU clock ticks (user and system) used so far by the given processes.
 cpu_ticks() {

@@ -4,7 +4,8 @@
 ** grid list and grid SQL, overlays. A backup restores routes, markers and
 ** the log in one transaction; a routed wind grid goes through the host's
 ** SQL into barbs and values; an overlay draws in WebGL with its world grid
-** and its tappable feature shows its texts.
+** and its tappable feature shows its texts. Downloading kits from a chart
+** server is the chart kit journey's.
 **
 ** Needs build/mareplotd (or MAREPLOTD) and /usr/bin/chromium; binds port
 ** 19999, so run it through tests/support/isolate.sh.
@@ -13,7 +14,7 @@
 
 const test = require('node:test');
 const assert = require('node:assert');
-const { startHost, openPage, settled, setAndReload, syntheticPack, PAGE } = require('./browser');
+const { startHost, withPage, settled, syntheticPack } = require('./browser');
 
 const CLOUD = 'http://cloud.mareplot.invalid/**';
 
@@ -33,28 +34,11 @@ let host;
 test.before(async () => { host = await startHost(); });
 test.after(async () => { if (host) await host.stop(); });
 
-async function withPage(setup, fn) {
-    const b = await openPage();
-    try {
-        await b.page.goto(PAGE);
-        await b.page.waitForFunction(() => window.cpApp && cpApp.map && cpApp.map._renderCount > 0);
-        await setAndReload(b.page, setup.fn, setup.arg);
-        await fn(b.page);
-        assert.deepStrictEqual(b.page.errors, [], 'no script errors');
-    } finally {
-        await b.close();
-    }
-}
-
-const plain2d = { fn: () => {
-    const k = kelvor.settings.k;
-    k.wizzard = COREVERSION;
-    k.C.i_opengl_mode = false;
-    k.map = { lonX: 10.1, latY: 54.52, zoom: 8 };
-} };
+/* The 2D path at 10.1 E, 54.52 N, zoom 8. */
+const plain2d = { settings: { C: { i_opengl_mode: false }, map: { lonX: 10.1, latY: 54.52, zoom: 8 } } };
 
 test('a backup restores routes, markers and the log in one transaction', async () => {
-    await withPage(plain2d, async (page) => {
+    await withPage(async (page) => {
         let saved = null;
         await routeCloud(page, (q, body) => {
             if (q.has('saveInCloud')) {
@@ -109,7 +93,7 @@ test('a backup restores routes, markers and the log in one transaction', async (
         assert.strictEqual(tx[0], 'BEGIN');
         assert.strictEqual(tx[1], 'DELETE FROM log');
         assert.strictEqual(tx[tx.length - 1], 'COMMIT');
-    });
+    }, plain2d);
 });
 
 /* A 5 by 5 wind grid over 9 to 11 E, 54 to 55 N; u and v from the red and
@@ -131,7 +115,7 @@ function expectedWind(lat, lon) {
 }
 
 test('a routed wind grid goes through the host into barbs and values', async () => {
-    await withPage(plain2d, async (page) => {
+    await withPage(async (page) => {
         const png = await page.evaluate((px) => {
             const c = document.createElement('canvas');
             c.width = 5;
@@ -187,7 +171,7 @@ test('a routed wind grid goes through the host into barbs and values', async () 
         assert.ok(!asked.includes('getGridData'), asked.join());
         await page.evaluate(() => kelvor.wind.windFinderStep(1));
         await page.waitForFunction(() => document.getElementById('np_html_wind_time').selectedIndex === 1);
-    });
+    }, plain2d);
 });
 
 /* Sheets drawn in the page: a symbol sheet with a yellow disc in its top
@@ -237,13 +221,7 @@ function overlay(img) {
 
 test('an overlay draws in WebGL with the world grid; its feature shows its texts', async () => {
     syntheticPack(host.home);
-    await withPage({ fn: () => {
-        const k = kelvor.settings.k;
-        k.wizzard = COREVERSION;
-        k.C.i_opengl_mode = true;
-        k.map = { lonX: 10.1, latY: 54.52, zoom: 8 };
-        k.chartkit = 'A000003.marepack';
-    } }, async (page) => {
+    await withPage(async (page) => {
         const img = await page.evaluate(sheets);
         await page.evaluate((doc) => {
             postSync("/UPexecSql/REPLACE INTO kvt (k,v,t,l) VALUES(3,?,13,'**')", JSON.stringify(doc));
@@ -318,101 +296,5 @@ test('an overlay draws in WebGL with the world grid; its feature shows its texts
             return document.getElementById('cp_dialog_common').innerText;
         });
         assert.ok(tapped && /Harbour office/.test(tapped) && /Open 8 to 18/.test(tapped), String(tapped));
-    });
-});
-
-/* CRC-32 as the host checks it, in hex. */
-function crcHex(buf) {
-    let c = 0xffffffff;
-    for (const b of buf) {
-        c ^= b;
-        for (let k = 0; k < 8; k++) c = c & 1 ? (c >>> 1) ^ 0xedb88320 : c >>> 1;
-    }
-    return ((c ^ 0xffffffff) >>> 0).toString(16).padStart(8, '0');
-}
-
-/* Starts the chart server of the download tests on a free port. */
-async function chartServer(dir, extra) {
-    const fs = require('fs'), path = require('path');
-    const { spawn } = require('child_process');
-    const bin = process.env.MAREPLOT_CHARTKIT || path.resolve(__dirname, '../../build/mareplot-chartkit');
-    const portFile = path.join(dir, 'port' + Date.now());
-    const proc = spawn(bin, ['serve', '--dir', dir, '--port', '0', '--port-file', portFile].concat(extra || []), { stdio: 'ignore' });
-    /* the server writes the file (whole, by a rename) once it listens */
-    const end = Date.now() + 20000;
-    while (!fs.existsSync(portFile)) {
-        if (Date.now() > end) throw new Error('the chart server wrote no port file');
-        await new Promise((r) => setTimeout(r, 50));
-    }
-    return { port: Number(fs.readFileSync(portFile, 'utf8')), stop: () => proc.kill('SIGTERM') };
-}
-
-test('a kit downloads from the chart server with progress; a broken one shows its label', async () => {
-    const fs = require('fs'), os = require('os'), path = require('path');
-    const { writeChartPack } = require('./browser');
-    const packs = fs.mkdtempSync(path.join(os.tmpdir(), 'mareplot-kits-'));
-    // writeChartPack puts the pack under <dir>/.local/share/mareplot
-    fs.mkdirSync(path.join(packs, '.local/share/mareplot'), { recursive: true });
-    const file = writeChartPack(packs, 'A000005.marepack', {}, {
-        version: 7,
-        chartlist: [{ n: 'Test bay', sc: 50000, x1: 21000000, y1: 12000000, x2: 21100000, y2: 12100000, po: [] }],
-        filler: 'x'.repeat(400000),
-    });
-    const dir = path.dirname(file);
-    const bytes = fs.readFileSync(file);
-    const server = await chartServer(dir, ['--rate', '150000']);
-    fs.writeFileSync(path.join(host.home, '.local/share/mareplot/chartserver.key'), `127.0.0.1:${server.port}\n`);
-    try {
-        await withPage(plain2d, async (page) => {
-            const update = {
-                5: { pid: 5, name: 'Test bay', version: 7, filesize: bytes.length, crc32: crcHex(bytes), stat: 0 },
-                6: { pid: 6, name: 'Missing kit', version: 1, filesize: 5000, crc32: '00000000', stat: 0 },
-            };
-            /* the server's own list plus a kit it does not have */
-            await page.route(`http://127.0.0.1:${server.port}/kits.json`, (route) => route.fulfill({
-                status: 200, body: JSON.stringify({ update }),
-                headers: { 'Access-Control-Allow-Origin': '*', 'Content-Type': 'application/json' } }));
-            await page.evaluate(() => kelvor.chartkit.showKitList());
-            await page.waitForSelector('#btn_chartkit_exec');
-            await page.check('#np_chartkit_add_form input[value="5"]');
-            await page.click('#btn_chartkit_exec');
-            const shown = new Set();
-            let last = '';
-            for (let i = 0; i < 200; i++) {
-                const st = await page.evaluate(() => ({
-                    text: document.getElementById('np_chartkit_progress_text').innerText,
-                    kit: kelvor.settings.k.chartkit,
-                }));
-                last = st.text.replace(/\s+/g, ' ');
-                if (/\d+ %/.test(st.text)) shown.add(last);
-                if (st.kit === 'A000005.marepack') break;
-                await new Promise((r) => setTimeout(r, 100));
-            }
-            const done = await page.evaluate(() => ({
-                kit: kelvor.settings.k.chartkit,
-                listed: kelvor.settings.k.chartKitList2[5] && kelvor.settings.k.chartKitList2[5].stat,
-                charts: kelvor.chartkit.chartList.map((c) => c.n),
-            }));
-            assert.deepStrictEqual(done, { kit: 'A000005.marepack', listed: 2, charts: ['Test bay'] },
-                'progress seen: ' + [...shown].join(' | ') + '; last text: ' + last);
-            assert.ok(shown.size >= 2, 'several progress steps: ' + [...shown].join(' | '));
-            assert.ok([...shown].some((t) => /Test bay/.test(t) && /MB \/ 0\.\d\d MB/.test(t)));
-
-            // a kit the server does not have ends with a label and stays unlisted
-            await page.evaluate(() => kelvor.chartkit.showKitList());
-            await page.waitForSelector('#btn_chartkit_exec');
-            await page.check('#np_chartkit_add_form input[value="6"]');
-            await page.click('#btn_chartkit_exec');
-            await page.waitForFunction(() => {
-                const l = document.getElementById('dl_label');
-                return l && l.textContent.length > 0;
-            }, null, { timeout: 20000 });
-            const label = await page.evaluate(() => document.getElementById('dl_label').textContent);
-            assert.ok(['Network Error', 'Download Failed', 'Server not found', 'Provider Error', 'Internal Error'].includes(label), label);
-            assert.strictEqual(await page.evaluate(() => !!kelvor.settings.k.chartKitList2[6]), false);
-        });
-    } finally {
-        server.stop();
-        fs.rmSync(packs, { recursive: true, force: true });
-    }
+    }, { settings: { C: { i_opengl_mode: true }, map: plain2d.settings.map, chartkit: 'A000003.marepack' } });
 });

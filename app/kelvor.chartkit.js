@@ -44,16 +44,33 @@ kelvor.chartkit = {
     ** entry of the chart list. */
     loadChartKit: function (dbname, page) {
         if (dbname === "void") return;
-        var ck = kelvor.chartkit, k = kelvor.settings.k, map = cpApp.map;
+        var ck = kelvor.chartkit, k = kelvor.settings.k;
+        ck._setLangs(dbname, ck._openPack(dbname));
+        ck._loadCharts();
+        var showMenu = page === -1;
+        if (page === -1) page = ck._bestChart();
+        ck.loadmarker(k.maplang[dbname]);
+        ck.loadOverlay();
+        if (page !== false) ck.centerOnChart(page);
+        /* a new pack's bar lists its own charts and languages */
+        if (showMenu) ck.menu();
+        cpApp.update();
+        ck.setOutDated();
+    },
+
+    /* Opens dbname on the host, the base chart when the host cannot, and
+    ** returns the pack's marker languages as [lang, count] rows, fewest
+    ** markers first. A pack that cannot answer the query leaves the base
+    ** chart open and gives no rows. */
+    _openPack: function (dbname) {
+        var map = cpApp.map, rows = [];
         map.clearImageList();
         var r = getSync("/getSetState/chartdb=" + dbname);
         if (parseInt(r, 10) === 500) getSync("/getSetState/chartdb=A000002.marepack");
         /* mapVersion names the requested pack even after the fallback; tile
         ** paths do not depend on it */
         map.mapVersion = String(dbname).split(".")[0];
-        k.chartkit = dbname;
-
-        var rows = [];
+        kelvor.settings.k.chartkit = dbname;
         try {
             rows = JSON.parse(postSync("/MexecSql",
                 "SELECT l,count(l) FROM kvt WHERE k='mrk' AND l <> '**' GROUP BY l ORDER BY 2 ASC"));
@@ -63,20 +80,31 @@ kelvor.chartkit = {
             map.mapVersion = "A000002";
             rows = [];
         }
+        return rows;
+    },
+
+    /* The language list of the bar, and the map language of a pack opened
+    ** for the first time. */
+    _setLangs: function (dbname, rows) {
+        var ck = kelvor.chartkit, k = kelvor.settings.k;
         ck.langlist = [];
         for (var i = 0; i < rows.length; i++) ck.langlist.push(rows[i][0]);
         if (!k.maplang) k.maplang = {};
-        if (!k.maplang[dbname]) {
-            var loc = kelvor.settings.host.loc || [];
-            var found = null;
-            for (var j = 0; j < rows.length && !found; j++) {
-                if (rows[j][0] === loc[0] || rows[j][0] === loc[1]) found = rows[j][0];
-            }
-            /* the locale match is overwritten on purpose: a pack opens in
-            ** its least-marked language first */
-            k.maplang[dbname] = rows.length ? rows[0][0] : "en";
+        if (k.maplang[dbname]) return;
+        var loc = kelvor.settings.host.loc || [];
+        var found = null;
+        for (var j = 0; j < rows.length && !found; j++) {
+            if (rows[j][0] === loc[0] || rows[j][0] === loc[1]) found = rows[j][0];
         }
+        /* the locale match is overwritten on purpose: a pack opens in
+        ** its least-marked language first */
+        k.maplang[dbname] = rows.length ? rows[0][0] : "en";
+    },
 
+    /* The chart list and the tiles the pack holds; a pack without the
+    ** avtiles2 document has its tiles listed from the tile table. */
+    _loadCharts: function () {
+        var ck = kelvor.chartkit;
         ck.chartList = ck._json(getSync("/getMapData/chartlist"), []);
         if (!Array.isArray(ck.chartList)) ck.chartList = [];
         var av = ck._json(getSync("/getMapData/avtiles2"), false);
@@ -88,26 +116,20 @@ kelvor.chartkit = {
             }
         }
         ck.avTiles = av;
+    },
 
-        var showMenu = page === -1;
-        if (page === -1) {
-            var best = 0, bestSc = -1;
-            for (var c = 0; c < ck.chartList.length; c++) {
-                var sc = Number(ck.chartList[c].sc);
-                if (sc < 5000000 && sc > bestSc) {
-                    bestSc = sc;
-                    best = c;
-                }
+    /* The entry of the chart list to open a pack at: the largest scale
+    ** number under 1:5,000,000, the first entry when none is. */
+    _bestChart: function () {
+        var list = kelvor.chartkit.chartList, best = 0, bestSc = -1;
+        for (var c = 0; c < list.length; c++) {
+            var sc = Number(list[c].sc);
+            if (sc < 5000000 && sc > bestSc) {
+                bestSc = sc;
+                best = c;
             }
-            page = best;
         }
-        ck.loadmarker(k.maplang[dbname]);
-        ck.loadOverlay();
-        if (page !== false) ck.centerOnChart(page);
-        /* a new pack's bar lists its own charts and languages */
-        if (showMenu) ck.menu();
-        cpApp.update();
-        ck.setOutDated();
+        return best;
     },
 
     setOutDated: function () {

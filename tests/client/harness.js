@@ -7,6 +7,7 @@
 */
 'use strict';
 
+const assert = require('node:assert');
 const fs = require('fs');
 const path = require('path');
 const vm = require('vm');
@@ -76,6 +77,17 @@ function load(scripts, route) {
     return ctx;
 }
 
+/* Compares values made in the client's realm by their JSON (their
+** prototypes are that realm's, so deepStrictEqual would not match). */
+function same(a, b, msg) {
+    assert.strictEqual(JSON.stringify(a), JSON.stringify(b), msg);
+}
+
+/* Asserts that a number lies within eps of the wanted one. */
+function near(a, b, eps, msg) {
+    assert.ok(Math.abs(a - b) <= eps, `${msg}: ${a} vs ${b}`);
+}
+
 /* The scripts the logic tests need, in the page's order. */
 const CORE = ['kelvor.js', 'kelvor.marepack.js', 'kelvor.marker.js', 'kelvor.track.js', 'kelvor.tides.js',
     'kelvor.chartkit.js', 'kelvor.ais.js', 'kelvor.navrte.js', 'kelvor.boat.js', 'kelvor.vmap.js',
@@ -86,4 +98,4 @@ const NAV = ['kelvor.js', 'kelvor.marepack.js', 'kelvor.marker.js', 'kelvor.rout
     'kelvor.track.js', 'kelvor.chartkit.js', 'kelvor.ais.js', 'kelvor.navrte.js', 'kelvor.boat.js',
     'kelvor.vmap.js', 'kelvor.settings.js'];
 
-module.exports = { load, CORE, NAV, HOST, APP };
+module.exports = { load, same, near, CORE, NAV, HOST, APP };

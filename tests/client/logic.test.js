@@ -7,12 +7,7 @@
 
 const test = require('node:test');
 const assert = require('node:assert');
-const { load, CORE, HOST } = require('./harness');
-
-/* Compares values made in another realm by their JSON. */
-function same(a, b, msg) {
-    assert.strictEqual(JSON.stringify(a), JSON.stringify(b), msg);
-}
+const { load, same, CORE, HOST } = require('./harness');
 
 function client(route) {
     return load(CORE, route);

@@ -7,7 +7,7 @@
 
 const test = require('node:test');
 const assert = require('node:assert');
-const { load, NAV, HOST } = require('./harness');
+const { load, near, NAV, HOST } = require('./harness');
 
 /* A client with a stand-in application object that records saves. */
 function client(elements) {
@@ -24,10 +24,6 @@ function client(elements) {
             setPosWorldMerc() {} },
     };
     return ctx;
-}
-
-function near(a, b, eps, msg) {
-    assert.ok(Math.abs(a - b) <= eps, `${msg}: ${a} vs ${b}`);
 }
 
 /* Numbers rounded to 1e-9, for exact comparison of computed values. */

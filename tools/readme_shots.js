@@ -24,7 +24,7 @@
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
-const { spawn, spawnSync } = require('child_process');
+const { spawnSync } = require('child_process');
 
 const ROOT = path.resolve(__dirname, '..');
 const BUILD = path.resolve(ROOT, process.argv[2] || 'build');
@@ -44,6 +44,7 @@ if (process.argv[3] !== INNER) {
 process.env.MAREPLOTD = path.join(BUILD, 'mareplotd');
 process.env.JOURNEY_SHOTS = fs.mkdtempSync(path.join(os.tmpdir(), 'mareplot-shots-'));
 const j = require('../tests/journeys/journey');
+const { chartServer } = require('../tests/journeys/chart_server');
 const CHARTKIT = path.join(BUILD, 'mareplot-chartkit');
 
 function run(cmd, args) {
@@ -76,24 +77,7 @@ function makeKits(work, dir) {
         at('relief.mbtiles')]);
 }
 
-/* mareplot-chartkit serve for dir on a free port; resolves to
-** { address, stop() }. */
-async function serve(dir) {
-    const portFile = path.join(dir, 'port');
-    const proc = spawn(CHARTKIT, ['serve', '--dir', dir, '--port', '0', '--port-file', portFile],
-        { stdio: ['ignore', 'ignore', 'inherit'] });
-    let exited = false;
-    const gone = new Promise((res) => proc.on('exit', () => { exited = true; res(); }));
-    await j.until(() => exited || fs.existsSync(portFile), 'the chart server\'s port file', 20000);
-    if (exited) throw new Error('mareplot-chartkit serve ended');
-    return {
-        address: '127.0.0.1:' + Number(fs.readFileSync(portFile, 'utf8')),
-        async stop() {
-            if (!exited) proc.kill('SIGTERM');
-            await gone;
-        },
-    };
-}
+const serve = (dir) => chartServer(CHARTKIT, dir);
 
 const kitInUse = (page) => page.evaluate(() => kelvor.settings.k.chartkit);
 

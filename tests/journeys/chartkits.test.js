@@ -15,8 +15,9 @@ const assert = require('node:assert');
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
-const { spawn, spawnSync } = require('child_process');
+const { spawnSync } = require('child_process');
 const j = require('./journey');
+const { chartServer } = require('./chart_server');
 const { MAREPLOTD } = require('../client/browser');
 
 const CHARTKIT = process.env.MAREPLOT_CHARTKIT || path.join(path.dirname(MAREPLOTD), 'mareplot-chartkit');
@@ -79,22 +80,7 @@ function kit(dir, id, o) {
 
 /* mareplot-chartkit serve on a free port for the packs in dir, slowed so
 ** that a download shows its progress. */
-async function serve(dir) {
-    const portFile = path.join(dir, 'port');
-    const proc = spawn(CHARTKIT, ['serve', '--dir', dir, '--port', '0', '--port-file', portFile, '--rate', '250000'],
-        { stdio: ['ignore', 'ignore', 'inherit'] });
-    let exited = false;
-    const gone = new Promise((res) => proc.on('exit', () => { exited = true; res(); }));
-    await j.until(() => exited || fs.existsSync(portFile), 'the chart server\'s port file', 20000);
-    if (exited) throw new Error('mareplot-chartkit serve ended');
-    return {
-        address: '127.0.0.1:' + Number(fs.readFileSync(portFile, 'utf8')),
-        async stop() {
-            if (!exited) proc.kill('SIGTERM');
-            await gone;
-        },
-    };
-}
+const serve = (dir) => chartServer(CHARTKIT, dir, ['--rate', '250000']);
 
 /* The share of sample points around the middle of the map that show the
 ** colour rgb. */

@@ -2,10 +2,8 @@
 // chart server (mareplot-chartkit serve) named in chartserver.key, through
 // drops, bad replies, cancels and restarts; and /getcrc32/.
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -16,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "chartkit/kit_support.h"
 #include "support/test_pack.h"
 
 namespace {
@@ -62,50 +61,27 @@ std::string crcHex(const std::string &data) {
     return hex;
 }
 
-// mareplot-chartkit serve on a free port, with the given switches.
-class ChartServer {
-  public:
-    ChartServer(const std::string &dir, const std::vector<std::string> &switches) {
-        portFile_ = dir + "/.port";
-        logFile_ = dir + "/.requests";
-        unlink(portFile_.c_str());
-        unlink(logFile_.c_str());
-        std::vector<std::string> args = {CHARTKIT_PATH, "serve", "--dir", dir, "--port-file",
-                                         portFile_,     "--log",   logFile_};
-        args.insert(args.end(), switches.begin(), switches.end());
-        pid_ = fork();
-        if (pid_ == 0) {
-            std::vector<char *> argv;
-            for (std::string &a : args) argv.push_back(&a[0]);
-            argv.push_back(nullptr);
-            freopen("/dev/null", "w", stdout);
-            execv(CHARTKIT_PATH, argv.data());
-            _exit(127);
-        }
-        for (int i = 0; i < 200 && !fileExists(portFile_); i++)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        port_ = atoi(readFile(portFile_).c_str());
-    }
-    ~ChartServer() {
-        if (pid_ > 0) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, nullptr, 0);
-        }
-    }
-    std::string host() const { return "127.0.0.1:" + std::to_string(port_); }
+// mareplot-chartkit serve on a free port, with the given switches; it logs
+// every pack request to dir/.requests (emptied first: the server appends).
+std::vector<std::string> withLog(const std::string &dir, std::vector<std::string> switches) {
+    unlink((dir + "/.requests").c_str());
+    switches.insert(switches.end(), {"--log", dir + "/.requests"});
+    return switches;
+}
+
+struct ChartServer : kit::Server {
+    ChartServer(const std::string &dir, const std::vector<std::string> &switches)
+        : kit::Server(CHARTKIT_PATH, dir, withLog(dir, switches)), log_(dir + "/.requests") {}
+    std::string host() const { return "127.0.0.1:" + std::to_string(port()); }
     // "p" of every pack request so far, in order.
     std::vector<int> positions() const {
         std::vector<int> out;
-        std::string log = readFile(logFile_);
+        std::string log = readFile(log_);
         for (size_t at = log.find(" p="); at != std::string::npos; at = log.find(" p=", at + 1))
             out.push_back(atoi(log.c_str() + at + 3));
         return out;
     }
-
-  private:
-    std::string portFile_, logFile_;
-    pid_t pid_ = -1;
-    int port_ = 0;
+    std::string log_;
 };
 
 class Download : public ::testing::Test {

@@ -1,9 +1,9 @@
 // The TCP feed end to end: mareplotd connects to a test feed server on
-// loopback, and the status reply, the trip database and the host's printed
-// texts show what it made of the lines.
+// loopback, and the status reply and the host's printed texts show what it
+// made of the lines. (Track rows in the trip database through a feed are
+// the crash-safety test's.)
 #include <gtest/gtest.h>
 #include <math.h>
-#include <sqlite3.h>
 
 #include <memory>
 #include <string>
@@ -11,7 +11,6 @@
 #include "support/feed_server.h"
 #include "support/host_harness.h"
 #include "support/nmea_sentence.h"
-#include "support/test_pack.h"
 
 namespace {
 
@@ -29,11 +28,6 @@ bool latIs(double minutes) { return fabs(field(status(), "latY") - (54 + minutes
 std::string setMode(const std::string &mode) { return httpGet("/setNmeaMode/" + mode).body; }
 std::string feedMode(int port, const char *user = "0") {
     return "0/1/1/127.0.0.1/" + std::to_string(port) + "/" + user;
-}
-
-int trackRowsIn(const std::string &db) {
-    std::string n = testpack::sqlColumn(db, "SELECT COUNT(*) FROM log WHERE t=1");
-    return n.empty() ? -1 : atoi(n.c_str());
 }
 
 TEST(NavFeed, StatusOfAFreshHostReadsExactly) {
@@ -118,34 +112,6 @@ TEST(NavFeed, NewPortReconnectsAtTheNextLine) {
     second.sendLine(rmc("33.0000"));
     EXPECT_TRUE(waitFor([] { return latIs(33); }, 3000));
     EXPECT_EQ(1, field(status(), "nmea_stat"));
-}
-
-TEST(NavFeed, TrackRowsByDistanceInTheTripDatabase) {
-    Host host;
-    FeedServer feed;
-    std::string db = host.dataDir() + "/marepack.trip";
-    status("86400/50/1/4294967295");  // track on, 50 m, one day
-    setMode(feedMode(feed.port()));
-    ASSERT_TRUE(feed.waitAccepts(1, 5000));
-
-    // the first row is due at once, the next after 50 m (the thresholds
-    // themselves are the interpreter's unit tests)
-    struct {
-        const char *minutes;
-        int rows;
-    } steps[] = {{"30.0000", 1}, {"30.0275", 2}, {"30.0300", 2}};
-    for (const auto &s : steps) {
-        feed.sendLine(rmc(s.minutes));
-        // every status call hands the track settings over again
-        ASSERT_TRUE(waitFor([&] {
-            return fabs(field(status("86400/50/1/4294967295"), "latY") - (54 + atof(s.minutes) / 60)) < 1e-6;
-        }, 3000));
-        EXPECT_TRUE(waitFor([&] { return trackRowsIn(db) == s.rows; }, 2000)) << s.minutes;
-        usleep(100000);
-        EXPECT_EQ(s.rows, trackRowsIn(db)) << s.minutes;
-    }
-    // which of them a status reply carries is the status handler's unit test
-    EXPECT_NE(std::string::npos, status("86400/50/1/0").find("\"track\":[["));
 }
 
 // A feed that goes away: the host retries each second until it is back.

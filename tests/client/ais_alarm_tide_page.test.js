@@ -1,7 +1,7 @@
 /*
 ** Traffic in the page: own boat and AIS traffic made here and fed through
-** nmea_replay into the host's TCP feed; the list order, the SART alert
-** and the ageing of targets.
+** nmea_replay into the host's TCP feed; the SART alert and the ageing of
+** targets over the page's clock. The list itself is the AIS journey's.
 **
 ** Needs build/mareplotd and build/nmea_replay (or MAREPLOTD and
 ** NMEA_REPLAY) and /usr/bin/chromium; binds port 19999, so run it through
@@ -15,29 +15,25 @@ const { startHost, withPage, replay } = require('./browser');
 const { msg1, rmc } = require('./ais_nmea');
 
 const BOAT = { lat: 54.52, lon: 10.1 };
-const PORT = 19987;
-/* lines looped ten a second */
-const feed = (lines) => replay(lines, PORT, ['-r', '10', '-l']);
 
 let host;
 test.before(async () => { host = await startHost(); });
 test.after(async () => { if (host) await host.stop(); });
 
-/* The page reading position and AIS from the feed, 2D, at the boat. */
-const FEED = {
+/* The page reading position and AIS from the feed on port, 2D, at the boat. */
+const feedSettings = (port) => ({
     C: { i_opengl_mode: false },
     I: { i_nmea_source: 1, i_gps_source: 1, i_wifi_source: 0 },
-    V: { i_traffic_ais_ip1: '127.0.0.1', i_traffic_ais_ip: '127.0.0.1', i_traffic_ais_port1: String(PORT),
-        i_traffic_ais_port: String(PORT) },
+    V: { i_traffic_ais_ip1: '127.0.0.1', i_traffic_ais_ip: '127.0.0.1', i_traffic_ais_port1: String(port),
+        i_traffic_ais_port: String(port) },
     map: { lonX: BOAT.lon, latY: BOAT.lat, zoom: 14 },
-};
+});
 
-/* Three ships east of the boat at 1, 2 and 3 km; the nearest heads west
-** toward the boat. Then a SART. */
+/* A still ship 3 km east of the boat and one at 1 km heading west toward
+** it. Then a SART. */
 const SHIPS = [
     { mmsi: 211000003, lat: BOAT.lat, lon: BOAT.lon + 0.0465, sog: 0, cog: 0 },
     { mmsi: 211000001, lat: BOAT.lat, lon: BOAT.lon + 0.0155, sog: 12, cog: 270, hdg: 270 },
-    { mmsi: 211000002, lat: BOAT.lat + 0.005, lon: BOAT.lon + 0.031, sog: 3, cog: 180, hdg: 180 },
 ];
 const SART = { mmsi: 970123456, lat: BOAT.lat - 0.003, lon: BOAT.lon, status: 14 };
 
@@ -52,8 +48,9 @@ function ticks(page, n) {
     }, n);
 }
 
-test('targets appear, list by range, age and go; a SART raises one alert', async () => {
-    const f = feed([rmc(BOAT)].concat(SHIPS.map(msg1), [msg1(SART)]));
+test('targets appear, age and go; a SART raises one alert', async () => {
+    /* looped ten lines a second */
+    const f = await replay([rmc(BOAT)].concat(SHIPS.map(msg1), [msg1(SART)]), ['-r', '10', '-l']);
     try {
         await withPage(async (page) => {
             await page.evaluate(() => {
@@ -63,13 +60,6 @@ test('targets appear, list by range, age and go; a SART raises one alert', async
             });
             await page.waitForFunction((ids) => ids.every((id) => kelvor.ais.ais_elem[id] && kelvor.ais.ais_elem[id].X),
                 SHIPS.map((s) => s.mmsi), { timeout: 20000 });
-            await page.waitForFunction(() => document.querySelectorAll('#r_ais_list .ais_entry').length >= 3);
-            const list = await page.evaluate(() => [...document.querySelectorAll('#r_ais_list .ais_entry')]
-                .map((e) => ({ id: Number(e.dataset.mmsi), cpa: e.querySelector('.ais_cpa').textContent })));
-            const ships = list.filter((e) => e.id !== SART.mmsi).map((e) => e.id);
-            assert.deepStrictEqual(ships, [211000001, 211000002, 211000003], 'nearest first');
-            assert.match(list.find((e) => e.id === 211000001).cpa, /\//, 'the approaching ship has a CPA');
-            assert.strictEqual(list.find((e) => e.id === 211000003).cpa, '---', 'the still ship has none');
 
             // the SART alert comes once, "yes" makes the MOB marker
             await page.waitForFunction(() => cpApp.activeDialog && cpApp.activeDialog.id === 'np_chartkit_yesno');
@@ -104,7 +94,7 @@ test('targets appear, list by range, age and go; a SART raises one alert', async
             assert.deepStrictEqual([st[211000001], st[211000003]], [true, false], 'moving ship greys first');
             assert.strictEqual((await stale(300))[211000003], true);
             assert.strictEqual((await stale(905)).left, 0, 'all records gone after 900 s');
-        }, { settings: FEED });
+        }, { settings: feedSettings(f.port) });
     } finally {
         await f.stop();
     }

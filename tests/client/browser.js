@@ -180,6 +180,12 @@ function syntheticPack(home) {
     return writeChartPack(home, 'A000003.marepack', tiles, { avtiles2: av, chartlist: [] });
 }
 
+/* Waits until the page has started and made its first render pass. */
+function loaded(page, timeout) {
+    return page.waitForFunction(() => window.cpApp && cpApp.map && cpApp.map._renderCount > 0, null,
+        { timeout: timeout || 30000 });
+}
+
 /* Waits for a render pass with every tile of the view drawn (a deadline
 ** for a loaded machine and a sanitizer build of the host). */
 async function settled(page, timeout) {
@@ -193,7 +199,7 @@ async function setAndReload(page, fn, arg) {
     await page.evaluate(fn, arg);
     await page.evaluate(() => kelvor.settings.saveOnly());
     await page.reload();
-    await page.waitForFunction(() => window.cpApp && cpApp.map && cpApp.map._renderCount > 0);
+    await loaded(page);
 }
 
 /* Stores settings given as an object and reloads: objects are merged one
@@ -221,7 +227,7 @@ async function withPage(fn, opts) {
     const b = await openPage(o);
     try {
         await b.page.goto(PAGE);
-        await b.page.waitForFunction(() => window.cpApp && cpApp.map && cpApp.map._renderCount > 0);
+        await loaded(b.page);
         if (o.settings) await configure(b.page, o.settings);
         await fn(b.page);
         assert.deepStrictEqual(b.page.errors, [], 'no script errors');
@@ -238,25 +244,39 @@ async function drag(page, from, to) {
     await page.mouse.up();
 }
 
-/* Serves NMEA lines on a TCP port through nmea_replay (NMEA_REPLAY, default
-** beside mareplotd) until stopped; args are its further options. */
-function replay(lines, port, args) {
+/* Serves NMEA lines through nmea_replay (NMEA_REPLAY, default beside
+** mareplotd) on a free port of 127.0.0.1 until stopped; args are its
+** further options (-r, -x, -l). Returns { port, stop() } once it listens. */
+async function replay(lines, args) {
     const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'mareplot-replay-'));
     const file = path.join(dir, 'feed.nmea');
     fs.writeFileSync(file, lines.join('\r\n') + '\r\n');
-    const proc = spawn(REPLAY, ['-p', String(port)].concat(args || [], [file]), { stdio: 'ignore' });
+    const proc = spawn(REPLAY, ['-p', '0'].concat(args || [], [file]), { stdio: ['ignore', 'pipe', 'inherit'] });
     let exited = false;
-    proc.on('exit', () => { exited = true; });
-    return {
-        async stop() {
-            if (!exited) {
-                proc.kill('SIGTERM');
-                await new Promise((res) => { if (exited) res(); else proc.on('exit', res); });
-            }
-            fs.rmSync(dir, { recursive: true, force: true });
-        },
+    const done = new Promise((res) => proc.on('exit', () => { exited = true; res(); }));
+    const stop = async () => {
+        if (!exited) proc.kill('SIGTERM');
+        await done;
+        fs.rmSync(dir, { recursive: true, force: true });
     };
+    try {
+        const port = await new Promise((resolve, reject) => {
+            let out = '';
+            const timer = setTimeout(() => reject(new Error('nmea_replay did not start')), 10000);
+            proc.stdout.on('data', (d) => {
+                out += d.toString();
+                const m = /serving .* on 127\.0\.0\.1:(\d+)/.exec(out);
+                if (m) { clearTimeout(timer); resolve(Number(m[1])); }
+            });
+            proc.on('exit', () => { clearTimeout(timer); reject(new Error('nmea_replay ended: ' + out)); });
+        });
+        proc.stdout.resume();
+        return { port, stop };
+    } catch (e) {
+        await stop();
+        throw e;
+    }
 }
 
-module.exports = { startHost, openPage, settled, setAndReload, configure, withPage, drag, replay, writeChartPack,
+module.exports = { startHost, openPage, loaded, settled, setAndReload, configure, withPage, drag, replay, writeChartPack,
     syntheticPack, PAGE, ORIGIN, MAREPLOTD };

@@ -19,13 +19,11 @@ const fs = require('fs');
 const os = require('os');
 const path = require('path');
 const zlib = require('zlib');
-const { spawn } = require('child_process');
 const browser = require('../client/browser');
 
 const WIDTH = 1280;
 const HEIGHT = 800;
 const ROOT = path.resolve(__dirname, '../..');
-const REPLAY = process.env.NMEA_REPLAY || path.join(path.dirname(browser.MAREPLOTD), 'nmea_replay');
 const SHOTS = process.env.JOURNEY_SHOTS || path.join(os.tmpdir(), 'mareplot-journeys');
 
 /* The element's box when it is visible and wholly inside the viewport,
@@ -96,8 +94,7 @@ async function start(opts) {
     try {
         b = await browser.openPage(Object.assign({ width: WIDTH, height: HEIGHT }, opts || {}));
         await b.page.goto(browser.PAGE);
-        await b.page.waitForFunction(() => window.cpApp && cpApp.map && cpApp.map._renderCount > 0,
-            null, { timeout: 20000 });
+        await browser.loaded(b.page, 20000);
     } catch (e) {
         if (b) await b.close();
         await host.stop();
@@ -295,15 +292,12 @@ async function shot(page, name) {
     return img;
 }
 
-/* Serves NMEA text through nmea_replay on a free port of 127.0.0.1:
-** by default the recorded demo voyage, looped. opts: lines (array of
-** sentences instead of the voyage), startAt (seconds of the voyage to
-** skip), speed (-x), loop (default true).
+/* Serves the recorded demo voyage, looped, through nmea_replay. opts:
+** lines (array of sentences instead of the voyage), startAt (seconds of
+** the voyage to skip), speed (-x), loop (default true).
 ** Returns { port, stop() } once the replay listens. */
-async function voyage(opts) {
+function voyage(opts) {
     const o = opts || {};
-    const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'mareplot-voyage-'));
-    const file = path.join(dir, 'voyage.nmea');
     let lines = o.lines || require(path.join(ROOT, 'tools/demo_voyage.js')).voyage().split('\r\n').filter(Boolean);
     if (o.startAt) {
         /* each second of the voyage begins with its RMC sentence */
@@ -311,36 +305,12 @@ async function voyage(opts) {
         const from = lines.findIndex((l) => l.startsWith('$GPRMC') && n++ === o.startAt);
         lines = lines.slice(from).concat(lines.slice(0, from));
     }
-    const textOut = lines.join('\r\n') + '\r\n';
-    fs.writeFileSync(file, textOut);
-    const args = ['-p', '0'];
+    const args = [];
     if (o.speed) args.push('-x', String(o.speed));
     if (o.loop !== false) args.push('-l');
-    args.push(file);
-    const proc = spawn(REPLAY, args, { stdio: ['ignore', 'pipe', 'inherit'] });
-    let exited = false;
-    const done = new Promise((res) => proc.on('exit', () => { exited = true; res(); }));
-    const port = await new Promise((resolve, reject) => {
-        let out = '';
-        const timer = setTimeout(() => reject(new Error('nmea_replay did not start')), 10000);
-        proc.stdout.on('data', (d) => {
-            out += d.toString();
-            const m = /serving .* on 127\.0\.0\.1:(\d+)/.exec(out);
-            if (m) { clearTimeout(timer); resolve(Number(m[1])); }
-        });
-        proc.on('exit', () => { clearTimeout(timer); reject(new Error('nmea_replay ended: ' + out)); });
-    });
-    proc.stdout.resume();
-    return {
-        port,
-        async stop() {
-            if (!exited) proc.kill('SIGTERM');
-            await done;
-            fs.rmSync(dir, { recursive: true, force: true });
-        },
-    };
+    return browser.replay(lines, args);
 }
 
-module.exports = { WIDTH, HEIGHT, start, firstStart, closeWizard, chartPainted, openMainMenu, menuEntry,
+module.exports = { WIDTH, HEIGHT, start, firstStart, closeWizard, loaded: browser.loaded, chartPainted, openMainMenu, menuEntry,
     waitInView, waitHidden, isInView, until, click, columnClashes,
     openSettings, settingsDone, setNetworkFeed, scaleBar, text, select, type, shot, decodePng, voyage };

@@ -46,7 +46,6 @@ function visibleTexts(page) {
 
 async function reloaded(page) {
     await page.reload();
-    await page.waitForFunction(() => window.cpApp && cpApp.map && cpApp.map._renderCount > 0, null, { timeout: 20000 });
     await j.chartPainted(page);
 }
 
@@ -159,8 +158,7 @@ test('units, languages and night mode through Settings', { timeout: 300000 }, as
             const nav = page.waitForNavigation();
             await j.click(page, '#btn_settings_done');
             await nav;
-            await page.waitForFunction(() => window.cpApp && cpApp.map && cpApp.map._renderCount > 0, null,
-                { timeout: 20000 });
+            await j.loaded(page, 20000);
             const left = untranslated(await screenTexts(page, lang), english, table(lang));
             assert.deepStrictEqual(left, [], lang + ': no English text left');
         }

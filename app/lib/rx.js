@@ -71,15 +71,9 @@ RX.mercator.prototype = {
 /* ---- vertex buffer -------------------------------------------------------- */
 
 RX.vertexbuffer = function (z, color) {
-    this.vertexXY = [];
-    this.vertexUV = [];
-    this.vertexNormal = [];
-    this.vertexColor = [];
-    this.vertexZ = [];
-    this.vertexIndex = [];
+    this._empty();
     this.z = z || 0;
     this.color = color || [0, 0, 0, 255];
-    this.refresh = true;
     this.texture = null;
     this.gl = null;
     this.ctx = null;
@@ -112,7 +106,8 @@ RX.vertexbuffer.prototype = {
         if (!this.gl) return;
         for (var k in this.gl) if (this.gl[k] && gl.isBuffer(this.gl[k])) gl.deleteBuffer(this.gl[k]);
     },
-    clear: function (gl) {
+    /* Starts every vertex array afresh; the buffer must upload again. */
+    _empty: function () {
         this.vertexXY = [];
         this.vertexUV = [];
         this.vertexNormal = [];
@@ -120,6 +115,9 @@ RX.vertexbuffer.prototype = {
         this.vertexZ = [];
         this.vertexIndex = [];
         this.refresh = true;
+    },
+    clear: function (gl) {
+        this._empty();
         if (gl) this._free(gl);
         this.gl = null;
     },

@@ -263,37 +263,43 @@ kelvor.settings = {
         return r || s[table][0];
     },
 
-    fmtSpeed: function (v) {
-        var s = kelvor.settings;
+    /* v (base units) in the unit chosen in table: the number with
+    ** places(|x|) decimals, a space and the unit's name. Undefined, and a
+    ** line on the console under name, when the table can't say. */
+    _fmtUnit: function (name, table, v, places) {
         try {
-            var r = s._row("i_settings_speed", "i_settings_speed");
+            var r = kelvor.settings._row(table, table);
             var x = v * r[2];
-            return x.toFixed(Math.abs(x) < 100 ? 1 : 0) + " " + r[1];
+            return x.toFixed(places(Math.abs(x))) + " " + r[1];
         } catch (e) {
-            console.log("fmtSpeed: " + e);
+            console.log(name + ": " + e);
         }
+    },
+
+    /* A number typed in the unit chosen in table (a comma counts as the
+    ** decimal point), in base units. */
+    _parseUnit: function (table, t) {
+        return parseFloat(String(t).replace(",", ".")) / kelvor.settings._row(table, table)[2];
+    },
+
+    fmtSpeed: function (v) {
+        return kelvor.settings._fmtUnit("fmtSpeed", "i_settings_speed", v, function (a) {
+            return a < 100 ? 1 : 0;
+        });
     },
 
     getSpeed: function (t) {
-        var s = kelvor.settings;
-        return parseFloat(String(t).replace(",", ".")) / s._row("i_settings_speed", "i_settings_speed")[2];
+        return kelvor.settings._parseUnit("i_settings_speed", t);
     },
 
     fmtDeep: function (v) {
-        var s = kelvor.settings;
-        try {
-            var r = s._row("i_settings_depth", "i_settings_depth");
-            var x = v * r[2];
-            var a = Math.abs(x);
-            return x.toFixed(a < 10 ? 2 : (a < 100 ? 1 : 0)) + " " + r[1];
-        } catch (e) {
-            console.log("fmtDeep: " + e);
-        }
+        return kelvor.settings._fmtUnit("fmtDeep", "i_settings_depth", v, function (a) {
+            return a < 10 ? 2 : (a < 100 ? 1 : 0);
+        });
     },
 
     getDeep: function (t) {
-        var s = kelvor.settings;
-        return parseFloat(String(t).replace(",", ".")) / s._row("i_settings_depth", "i_settings_depth")[2];
+        return kelvor.settings._parseUnit("i_settings_depth", t);
     },
 
     fmtDist: function (v) {

@@ -73,6 +73,10 @@ test('targets appear, age and go; a SART raises one alert', async () => {
                     wp: kelvor.boat.activeWayPoint === e.sartMarker };
             }, SART.mmsi);
             assert.deepStrictEqual(mob, { name: 'AIS SART 970123456', klaxon: false, wp: true });
+            /* the emergency is noted in the log, once */
+            const alerts = () => JSON.parse(postSync('/UexecSql', 'SELECT v FROM log WHERE t=4')).map((r) => r[0]);
+            await page.waitForFunction(`(${alerts})().length > 0`, null, { polling: 100 });
+            assert.deepStrictEqual(await page.evaluate(alerts), ['AIS SART 970123456']);
 
             // the feed ends: stale after 240 s at low speed, 60 s moving; gone after 900 s
             await f.stop();

@@ -420,6 +420,16 @@ test('a pass with nothing new keeps the composed chart', () => {
     assert.ok(!v.busy());
 });
 
+/* A bare map at display zoom 10 over the one full tile 10/600/1000, with
+** a clock the test moves (clock.now) and the images it asked for (made). */
+function oneTileMap() {
+    const ctx = client(), clock = { now: 1000000 }, made = [];
+    require('vm').runInContext('Date', ctx).now = () => clock.now;
+    ctx.Image = function () { made.push(this); };
+    ctx.kelvor.chartkit.avTiles = { [id(10, 600, 1000)]: 1 };
+    return { v: bareMap(ctx, Math.pow(2, 18)), clock, made };
+}
+
 test('a tile that does not come holds the map busy for tileWait at most', async (t) => {
     /* how each tile's request ends: never, with an error, with the host's
     ** one-pixel answer, or with the tile after the wait ran out */
@@ -430,16 +440,10 @@ test('a tile that does not come holds the map busy for tileWait at most', async 
     ];
     for (const c of cases) {
         await t.test(c.name, () => {
-            const ctx = client();
-            let now = 1000000;
-            require('vm').runInContext('Date', ctx).now = () => now;
-            const made = [];
-            ctx.Image = function () { made.push(this); };
-            const v = bareMap(ctx, Math.pow(2, 18));
+            const { v, clock, made } = oneTileMap();
             v.bctx = { setTransform() {}, fillRect() {}, translate() {}, rotate() {}, drawImage() {} };
             v.ctx = { drawImage() {} };
             v.buffer = {};
-            ctx.kelvor.chartkit.avTiles = { [id(10, 600, 1000)]: 1 };
             v.renderRasterTile = function () {
                 this.renderList = {};
                 this.checkTile(1000, 600, 10, 5);
@@ -449,10 +453,10 @@ test('a tile that does not come holds the map busy for tileWait at most', async 
             c.end(made[0]);
             v._compose(false);
             assert.strictEqual(v.busy(), c.busyAt0, 'busy right after the request ended');
-            now += v.tileWait - 1;
+            clock.now += v.tileWait - 1;
             v._compose(false);
             assert.strictEqual(v.busy(), c.busyAt0, 'still the same just before the wait runs out');
-            now += 1;
+            clock.now += 1;
             v._compose(false);
             assert.strictEqual(v.busy(), false, 'not busy once the wait ran out');
             v._compose(true);
@@ -462,20 +466,14 @@ test('a tile that does not come holds the map busy for tileWait at most', async 
     }
 
     await t.test('a failed tile is asked again with the next tile list; a late one composes anew', () => {
-        const ctx = client();
-        let now = 5;
-        require('vm').runInContext('Date', ctx).now = () => now;
-        const made = [];
-        ctx.Image = function () { made.push(this); };
-        const v = bareMap(ctx, Math.pow(2, 18));
-        ctx.kelvor.chartkit.avTiles = { [id(10, 600, 1000)]: 1 };
+        const { v, clock, made } = oneTileMap();
         v.checkTile(1000, 600, 10, 5);
         made[0].onerror();
         v.renderList = {};
         v.checkTile(1000, 600, 10, 5);
         assert.strictEqual(made.length, 2, 'a new request for the failed tile');
         v.tileList = Object.keys(v.renderList).map(Number);
-        now += v.tileWait;
+        clock.now += v.tileWait;
         v._missing();
         v.force = false;
         made[1].naturalWidth = 256;

@@ -8,9 +8,11 @@
 ** answers there. The port is fixed: tests run through
 ** tests/support/isolate.sh, which gives each a loopback of its own.
 ** openPage() launches Debian's chromium through playwright-core with a
-** fresh profile; Playwright never downloads a browser of its own. withPage() wraps both for one test, configure()
-** stores settings and reloads, replay() feeds NMEA through nmea_replay,
-** drag() moves the mouse with its button down.
+** fresh profile; Playwright never downloads a browser of its own.
+** withPage() wraps both for one test, loaded() waits for the page's first
+** render pass, configure() stores settings and reloads, replay() serves
+** NMEA through nmea_replay on a free port, drag() moves the mouse with
+** its button down. The journeys build on these helpers.
 */
 'use strict';
 

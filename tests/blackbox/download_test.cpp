@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "chartkit/kit_support.h"
+#include "support/feed_server.h"
 #include "support/test_pack.h"
 
 namespace {
@@ -35,22 +36,17 @@ DlStatus dl(const std::string &rest) {
     return parseStatus(httpGet(path).body);
 }
 
-// Polls until the download thread is idle again.
+// Polls until the download thread is idle again; returns the last status.
 DlStatus waitIdle(int timeoutMs = 30000) {
     DlStatus st;
-    for (int waited = 0; waited < timeoutMs; waited += 50) {
-        st = dl("*");
-        if (st.s == 0) return st;
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
+    waitFor([&] { return (st = dl("*")).s == 0; }, timeoutMs);
     return st;
 }
 
 // Polls until at least bytes have arrived; returns the last status.
 DlStatus waitBytes(int bytes) {
     DlStatus st;
-    for (int i = 0; i < 200 && (st = dl("*")).b < bytes; i++)
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    waitFor([&] { return (st = dl("*")).b >= bytes; }, 4000);
     return st;
 }
 

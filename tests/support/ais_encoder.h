@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "support/nmea_sentence.h"
+
 namespace aisenc {
 
 /* The six-bit character set of AIS text fields, by value. */
@@ -60,15 +62,6 @@ class Bits {
     std::vector<uint8_t> bits_;
 };
 
-/* "!" + body + "*" + two hex digits of the XOR over body. */
-inline std::string withChecksum(const std::string &body, char start = '!') {
-    unsigned x = 0;
-    for (char c : body) x ^= (unsigned char)c;
-    char tail[4];
-    snprintf(tail, sizeof(tail), "*%02X", x & 0xff);
-    return std::string(1, start) + body + tail;
-}
-
 /* The sentences that carry payload: one when it fits maxChars, otherwise
 ** consecutive parts under sequential id seqId. fill goes on the last. */
 inline std::vector<std::string> sentences(const std::string &payload, int fill,
@@ -83,7 +76,7 @@ inline std::vector<std::string> sentences(const std::string &payload, int fill,
                            "," + (parts > 1 ? std::to_string(seqId) : std::string()) + "," +
                            std::string(1, channel) + "," + piece + "," +
                            std::to_string(i + 1 == parts ? fill : 0);
-        out.push_back(withChecksum(body));
+        out.push_back(withChecksum(body, '!'));
     }
     return out;
 }

@@ -9,14 +9,17 @@
 
 #include <string>
 
-/* "$" + body + "*" + its checksum + CR LF. */
-inline std::string checksummed(const std::string &body) {
+/* start + body + "*" + two hex digits of the XOR over body. */
+inline std::string withChecksum(const std::string &body, char start = '$') {
     unsigned char x = 0;
     for (char c : body) x ^= (unsigned char)c;
-    char tail[8];
-    snprintf(tail, sizeof(tail), "*%02X\r\n", x);
-    return "$" + body + tail;
+    char tail[4];
+    snprintf(tail, sizeof(tail), "*%02X", x);
+    return std::string(1, start) + body + tail;
 }
+
+/* "$" + body + "*" + its checksum + CR LF. */
+inline std::string checksummed(const std::string &body) { return withChecksum(body) + "\r\n"; }
 
 /* A valid RMC sentence for the position, stamped with the current UTC time
 ** and ended by CR LF, with its checksum. */

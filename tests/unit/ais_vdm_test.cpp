@@ -9,10 +9,8 @@
 #include "ais/ais.h"
 #include "support/ais_encoder.h"
 
-using aisenc::withChecksum;
-
 // "AIVDM,<total>,<number>,<id>,A,<payload>,0" with its checksum.
-static std::string vdm(const std::string &fields) { return withChecksum("AIVDM," + fields); }
+static std::string vdm(const std::string &fields) { return withChecksum("AIVDM," + fields, '!'); }
 
 TEST(AisVdm, AssemblySequences) {
     std::string p300a(150, 'A'), p300b(150, 'B');
@@ -37,10 +35,10 @@ TEST(AisVdm, AssemblySequences) {
          {vdm("2,1,5,A,AAA,0"), "!AIVDM,2,1,9,A,ZZZ,0*00", vdm("2,2,5,A,BBB,0")},
          {1, 2, 0},
          "AAABBB"},
-        {"not VDM or VDO", {withChecksum("AIVDX,1,1,,A,abc,0"), withChecksum("GPRMC,1", '$')},
+        {"not VDM or VDO", {withChecksum("AIVDX,1,1,,A,abc,0", '!'), withChecksum("GPRMC,1", '$')},
          {3, 3}, ""},
-        {"short sentence", {withChecksum("AI"), withChecksum("AIVDM,1,1")}, {3, 4}, ""},
-        {"VDO of any talker", {withChecksum("XXVDO,1,1,,A,w,0")}, {0}, "w"},
+        {"short sentence", {withChecksum("AI", '!'), withChecksum("AIVDM,1,1", '!')}, {3, 4}, ""},
+        {"VDO of any talker", {withChecksum("XXVDO,1,1,,A,w,0", '!')}, {0}, "w"},
         {"cut at 255", {vdm("2,1,1,A," + p300a + ",0"), vdm("2,2,1,A," + p300b + ",0")}, {1, 0},
          p300a + p300b.substr(0, 105)},
         {"no checksum", {"!AIVDM,1,1,,A,abc,0"}, {2}, ""},

@@ -52,6 +52,11 @@ function nmeaLon(lon) {
     return `${String(d).padStart(3, '0')}${((a - d) * 60).toFixed(4).padStart(7, '0')},${lon < 0 ? 'W' : 'E'}`;
 }
 
+/* RMC of a position p (lat, lon, sog in knots, cog) at t, Unix seconds. */
+function rmc(p, t) {
+    return sentence('$', `GPRMC,${hhmmss(t)},A,${nmeaLat(p.lat)},${nmeaLon(p.lon)},${p.sog.toFixed(1)},${p.cog.toFixed(1)},${ddmmyy(t)},2.5,E,A`);
+}
+
 /* ---- AIS six-bit payloads ---------------------------------------------- */
 
 class Bits {
@@ -179,7 +184,7 @@ function voyage() {
         const hdg = (o.cog + 3 + 360) % 360;
         const depth = 14 + 6 * Math.sin(s / 120);
         const wind = { angle: ((225 - hdg) % 360 + 360) % 360, speed: 12 + 3 * Math.sin(s / 90) };
-        out.push(sentence('$', `GPRMC,${hhmmss(t)},A,${nmeaLat(o.lat)},${nmeaLon(o.lon)},${o.sog.toFixed(1)},${o.cog.toFixed(1)},${ddmmyy(t)},2.5,E,A`));
+        out.push(rmc(o, t));
         out.push(sentence('$', `GPGGA,${hhmmss(t)},${nmeaLat(o.lat)},${nmeaLon(o.lon)},1,09,0.9,3.0,M,39.0,M,,`));
         out.push(sentence('$', `HCHDG,${hdg.toFixed(1)},,,2.5,E`));
         // the host adds the third field to the first: depth below the
@@ -209,4 +214,4 @@ if (require.main === module) {
     else process.stdout.write(text);
 }
 
-module.exports = { voyage, vdm, Bits, msg1, msg14, checksum, ownShip, DURATION };
+module.exports = { voyage, vdm, Bits, msg1, msg14, rmc, checksum, ownShip, DURATION };

@@ -12,7 +12,12 @@
 const test = require('node:test');
 const assert = require('node:assert');
 const { startHost, withPage, replay } = require('./browser');
-const { msg1, rmc } = require('./ais_nmea');
+const demo = require('../../tools/demo_voyage');
+
+/* Message 1 of a class A ship: sog in knots, cog in degrees (the heading
+** follows the course). */
+const msg1 = ({ mmsi, lat, lon, sog = 0, cog = 0, status = 0 }) =>
+    demo.vdm(demo.msg1({ mmsi, sog, cog, status }, { lat, lon }, 0))[0];
 
 const BOAT = { lat: 54.52, lon: 10.1 };
 
@@ -50,7 +55,8 @@ function ticks(page, n) {
 
 test('targets appear, age and go; a SART raises one alert', async () => {
     /* looped ten lines a second */
-    const f = await replay([rmc(BOAT)].concat(SHIPS.map(msg1), [msg1(SART)]), ['-r', '10', '-l']);
+    const own = demo.rmc(Object.assign({ sog: 0, cog: 0 }, BOAT), Math.floor(Date.now() / 1000));
+    const f = await replay([own].concat(SHIPS.map(msg1), [msg1(SART)]), ['-r', '10', '-l']);
     try {
         await withPage(async (page) => {
             await page.evaluate(() => {

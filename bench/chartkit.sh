@@ -24,15 +24,10 @@ for t in gdal_translate gdaldem gdalwarp gdaladdo wrk nginx curl sqlite3 bc; do
     command -v $t >/dev/null || { echo "$t is missing (tools/debian-packages.txt)" >&2; exit 1; }
 done
 
-WORK=$(mktemp -d /tmp/mareplot-kitbench-XXXXXX)
+. "$ROOT/bench/scratch.sh"
 SERVE_PID=""
 NGINX_PID=""
-cleanup() {
-    [ -n "$SERVE_PID" ] && kill "$SERVE_PID" 2>/dev/null || true
-    [ -n "$NGINX_PID" ] && kill "$NGINX_PID" 2>/dev/null || true
-    rm -rf "$WORK"
-}
-trap cleanup EXIT
+bench_scratch kitbench SERVE_PID NGINX_PID
 mkdir -p "$CACHE" "$WORK/packs" "$WORK/nginx"
 
 # Relief of 0 to 30 E, 35 to 62 N in a graded sea and land palette, warped to

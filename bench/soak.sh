@@ -26,16 +26,11 @@ PACK=$BUILD/packs/A000002.marepack
 for f in "$HOSTBIN" "$REPLAY" "$PACK"; do [ -e "$f" ] || { echo "build $f first" >&2; exit 1; }; done
 for t in wrk sqlite3 curl node; do command -v $t >/dev/null || { echo "$t is needed" >&2; exit 1; }; done
 
-WORK=$(mktemp -d /tmp/mareplot-soak-XXXXXX)
+. "$ROOT/bench/scratch.sh"
 HOST_PID=""
 REPLAY_PID=""
 SAMPLER_PID=""
-cleanup() {
-    for p in $SAMPLER_PID $REPLAY_PID $HOST_PID; do kill "$p" 2>/dev/null || true; done
-    wait 2>/dev/null || true
-    rm -rf "$WORK"
-}
-trap cleanup EXIT
+bench_scratch soak SAMPLER_PID REPLAY_PID HOST_PID
 
 if [ "${MAREPLOT_NETNS:-}" != 1 ]; then
     exec 9>/tmp/mareplot-port.lock
@@ -47,10 +42,7 @@ status_of() { awk -v k="$2:" '$1 == k {print $2}' "/proc/$1/status"; }
 # ---- the host, its chart pack and the feed ----
 HOME=$WORK "$HOSTBIN" > "$WORK/host.log" 2>&1 &
 HOST_PID=$!
-for _ in $(seq 100); do
-    curl -s -o /dev/null http://127.0.0.1:19999/hostversion && break
-    sleep 0.1
-done
+bench_wait_host 100
 curl -s http://127.0.0.1:19999/getSetState/chartdb=A000002.marepack | grep -q '^000 ' ||
     { echo "chart pack not selected" >&2; exit 1; }
 

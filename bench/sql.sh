@@ -14,23 +14,16 @@ HOSTBIN=$BUILD/mareplotd
 ROWS=100000
 [ -x "$HOSTBIN" ] || { echo "build $HOSTBIN first" >&2; exit 1; }
 
-WORK=$(mktemp -d /tmp/mareplot-sqlbench-XXXXXX)
+. "$ROOT/bench/scratch.sh"
 HOST_PID=""
-cleanup() {
-    [ -n "$HOST_PID" ] && kill "$HOST_PID" 2>/dev/null || true
-    rm -rf "$WORK"
-}
-trap cleanup EXIT
+bench_scratch sqlbench HOST_PID
 
 exec 9>/tmp/mareplot-port.lock
 flock 9
 
 HOME=$WORK "$HOSTBIN" > "$WORK/host.log" 2>&1 &
 HOST_PID=$!
-for _ in $(seq 50); do
-    curl -s -o /dev/null http://127.0.0.1:19999/hostversion && break
-    sleep 0.1
-done
+bench_wait_host 50
 # A track of ROWS points, filled through the gateway itself.
 fill="WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i+1 FROM n WHERE i<$ROWS)
 INSERT INTO log (ts,x,y,t,v) SELECT 1600000000+i*10, 10.0+i*0.00001, 54.0+i*0.000007, 1, '' FROM n"

@@ -33,15 +33,10 @@ if [ -n "$need" ]; then
 fi
 [ -x "$HOSTBIN" ] || { echo "build $HOSTBIN first" >&2; exit 1; }
 
-WORK=$(mktemp -d /tmp/mareplot-tilebench-XXXXXX)
+. "$ROOT/bench/scratch.sh"
 HOST_PID=""
 NGINX_PID=""
-cleanup() {
-    [ -n "$HOST_PID" ] && kill "$HOST_PID" 2>/dev/null || true
-    [ -n "$NGINX_PID" ] && kill "$NGINX_PID" 2>/dev/null || true
-    rm -rf "$WORK"
-}
-trap cleanup EXIT
+bench_scratch tilebench HOST_PID NGINX_PID
 
 # One tile: PNG signature and random bytes, the same file for both servers.
 DATA=$WORK/home/.local/share/mareplot

@@ -214,4 +214,4 @@ if (require.main === module) {
     else process.stdout.write(text);
 }
 
-module.exports = { voyage, vdm, Bits, msg1, msg14, rmc, checksum, ownShip, DURATION };
+module.exports = { voyage, vdm, msg1, msg5, msg14, rmc, checksum, ownShip, DURATION };

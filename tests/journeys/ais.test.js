@@ -12,14 +12,9 @@ const assert = require('node:assert');
 const j = require('./journey');
 const demo = require('../../tools/demo_voyage');
 
-const ODD = { mmsi: 211999001, name: '<IMG SRC=X>', call: 'D<=>', dest: 'A=B', lat: 54.547, lon: 10.1 };
-
-/* Message 5 (static and voyage data) of the odd target. */
-function staticReport(v) {
-    return new demo.Bits().u(6, 5).u(2, 0).u(30, v.mmsi).u(2, 0).u(30, 0).text(7, v.call).text(20, v.name)
-        .u(8, 36).u(9, 8).u(9, 4).u(6, 2).u(6, 2).u(4, 1).u(4, 6).u(5, 21).u(5, 18).u(6, 0).u(8, 15)
-        .text(20, v.dest).u(1, 0).u(1, 0);
-}
+/* a 12 m sailing yacht (type 36) with odd texts */
+const ODD = { mmsi: 211999001, name: '<IMG SRC=X>', call: 'D<=>', dest: 'A=B', lat: 54.547, lon: 10.1,
+    type: 36, len: 12, beam: 4, draught: 1.5 };
 
 /* The demo voyage with the odd target added: 3 km north of the own
 ** ship's circle, reporting southward at 10 kt every 10 s, its name every
@@ -32,7 +27,7 @@ function lines() {
         out.push(l);
         if (!/^\$GPRMC/.test(l)) continue;
         if (s % 10 === 0) out.push(...demo.vdm(demo.msg1({ mmsi: ODD.mmsi, sog: 10, cog: 180 }, ODD, s)));
-        if (s % 30 === 1) out.push(...demo.vdm(staticReport(ODD)));
+        if (s % 30 === 1) out.push(...demo.vdm(demo.msg5(ODD)));
         s++;
     }
     return out;

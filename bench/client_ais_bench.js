@@ -12,20 +12,11 @@
 */
 'use strict';
 
-const { startHost, openPage, settled, setAndReload, PAGE } = require('../tests/client/browser');
-
-function pct(list, p) {
-    const s = list.slice().sort((a, b) => a - b);
-    return s.length ? s[Math.min(s.length - 1, Math.floor(p * s.length))] : NaN;
-}
+const { settled, setAndReload } = require('../tests/client/browser');
+const { pct, withClient } = require('./bench_client');
 
 async function main() {
-    const host = await startHost();
-    const b = await openPage({ width: 1280, height: 800 });
-    try {
-        const page = b.page;
-        await page.goto(PAGE);
-        await page.waitForFunction(() => window.cpApp && cpApp.map);
+    await withClient(async (page) => {
         await setAndReload(page, () => {
             const k = kelvor.settings.k;
             k.wizzard = COREVERSION;
@@ -72,10 +63,7 @@ async function main() {
                 `p90 ${pct(r.all, 0.9).toFixed(2)} ms; AIS drawing median ${pct(r.ais, 0.5).toFixed(2)} ms, ` +
                 `p90 ${pct(r.ais, 0.9).toFixed(2)} ms`);
         }
-    } finally {
-        await b.close();
-        await host.stop();
-    }
+    });
 }
 
 main().catch((e) => { console.error(e); process.exit(1); });

@@ -20,20 +20,11 @@
 'use strict';
 
 const path = require('path');
-const { startHost, openPage, settled, setAndReload, syntheticPack, PAGE } = require('../tests/client/browser');
-
-function pct(list, p) {
-    const s = list.slice().sort((a, b) => a - b);
-    return s.length ? s[Math.min(s.length - 1, Math.floor(p * s.length))] : NaN;
-}
+const { openPage, settled, setAndReload, syntheticPack, PAGE } = require('../tests/client/browser');
+const { pct, withClient } = require('./bench_client');
 
 async function oneRun(gl) {
-    const host = await startHost();
-    const b = await openPage({ width: 1280, height: 800 });
-    try {
-        const page = b.page;
-        await page.goto(PAGE);
-        await page.waitForFunction(() => window.cpApp && cpApp.map);
+    return withClient(async (page, host, b) => {
         /* choose the path and skip the wizard, then measure a fresh load */
         await setAndReload(page, (g) => {
             kelvor.settings.k.wizzard = COREVERSION;
@@ -98,10 +89,7 @@ async function oneRun(gl) {
             await f.close();
         }
         return { first, passes, pack, warm, floor };
-    } finally {
-        await b.close();
-        await host.stop();
-    }
+    });
 }
 
 async function main() {

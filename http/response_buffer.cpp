@@ -95,6 +95,16 @@ static void buffCompact(ResponseBuffer *b) {
     b->tail = b->data + inHand;
 }
 
+/* At end of stream: hands back the bytes in hand, from the start of the
+** data, as the last piece (NUL-terminated, lineLength says how many) and
+** leaves the buffer empty. Returns b->data. */
+static char *buffEndOfStream(ResponseBuffer *b) {
+    b->lineLength = (int32_t)(b->tail - b->data);
+    *b->tail = 0;
+    b->tail = b->data;
+    return b->data;
+}
+
 /* Returns the next line as zero-terminated text inside the buffer, its line
 ** end overwritten by zeros; lineLength counts the bytes consumed, line end
 ** included. At end of stream the bytes in hand come back as the last line
@@ -123,12 +133,7 @@ char *buffGetLine(ResponseBuffer *b) {
         b->scan = b->tail;
         int got = buffRecv(b, b->capacity - b->lineLength);
         if (got < 0) return NULL;
-        if (got == 0) {
-            b->lineLength = (int32_t)(b->tail - b->data);
-            *b->tail = 0;
-            b->tail = b->data;
-            return b->data;
-        }
+        if (got == 0) return buffEndOfStream(b);
         b->tail += got;
     }
 }
@@ -153,12 +158,7 @@ char *buffGetData(ResponseBuffer *b, int n) {
         buffCompact(b);
         int got = buffRecv(b, n - (int)(b->tail - b->head));
         if (got < 0) return NULL;
-        if (got == 0) {
-            b->lineLength = (int32_t)(b->tail - b->data);
-            *b->tail = 0;
-            b->tail = b->data;
-            return b->data;
-        }
+        if (got == 0) return buffEndOfStream(b);
         b->tail += got;
     }
     char *block = b->head;

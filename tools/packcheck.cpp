@@ -46,10 +46,11 @@ static void problem(Checker *c, const char *kind, const char *fmt, ...) {
 
 struct PngSource {
     const unsigned char *p;
-    unsigned int left;
+    size_t left;
 };
 
-static cairo_status_t readPng(void *closure, unsigned char *data, unsigned int length) {
+/* cairo's read callback over a PngSource: hands out the next length bytes. */
+static cairo_status_t pc_readPng(void *closure, unsigned char *data, unsigned int length) {
     PngSource *s = (PngSource *)closure;
     if (length > s->left) return CAIRO_STATUS_READ_ERROR;
     memcpy(data, s->p, length);
@@ -58,11 +59,15 @@ static cairo_status_t readPng(void *closure, unsigned char *data, unsigned int l
     return CAIRO_STATUS_SUCCESS;
 }
 
+cairo_surface_t *pc_decodePng(const void *png, size_t length) {
+    PngSource src = {(const unsigned char *)png, length};
+    return cairo_image_surface_create_from_png_stream(pc_readPng, &src);
+}
+
 int pc_cornerValue(const void *png, int length) {
     static const unsigned char sig[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
     if (png == NULL || length < 8 || memcmp(png, sig, 8) != 0) return 0;
-    PngSource src = {(const unsigned char *)png, (unsigned int)length};
-    cairo_surface_t *s = cairo_image_surface_create_from_png_stream(readPng, &src);
+    cairo_surface_t *s = pc_decodePng(png, (size_t)length);
     int value = 0;
     if (cairo_surface_status(s) == CAIRO_STATUS_SUCCESS) {
         int w = cairo_image_surface_get_width(s), h = cairo_image_surface_get_height(s);

@@ -7,6 +7,10 @@
 #ifndef MAREPLOT_PACKCHECK_H
 #define MAREPLOT_PACKCHECK_H
 
+#include <cairo.h>
+
+#include <stddef.h>
+
 #include <string>
 #include <vector>
 
@@ -24,5 +28,10 @@ int pc_checkFile(const char *path, PcReport *report);
 ** of the PNG are opaque, 2 when one of them isn't, 0 when the bytes are not
 ** a PNG that can be decoded. */
 int pc_cornerValue(const void *png, int length);
+
+/* Decodes length bytes of PNG held in memory. Returns a surface the caller
+** destroys; its status is not CAIRO_STATUS_SUCCESS when the bytes are not
+** a PNG that can be decoded. */
+cairo_surface_t *pc_decodePng(const void *png, size_t length);
 
 #endif

@@ -48,34 +48,16 @@ static int make_exec(sqlite3 *db, const char *sql) {
 
 /* ---- drawing a tile over another ---- */
 
-struct MakePngRead {
-    const unsigned char *p;
-    size_t left;
-};
-
-static cairo_status_t make_png_read(void *closure, unsigned char *data, unsigned int length) {
-    MakePngRead *r = (MakePngRead *)closure;
-    if (length > r->left) return CAIRO_STATUS_READ_ERROR;
-    memcpy(data, r->p, length);
-    r->p += length;
-    r->left -= length;
-    return CAIRO_STATUS_SUCCESS;
-}
-
 static cairo_status_t make_png_write(void *closure, const unsigned char *data, unsigned int length) {
     ((std::string *)closure)->append((const char *)data, length);
     return CAIRO_STATUS_SUCCESS;
 }
 
-static cairo_surface_t *make_decode(const std::string &png) {
-    MakePngRead r = {(const unsigned char *)png.data(), png.size()};
-    return cairo_image_surface_create_from_png_stream(make_png_read, &r);
-}
-
 /* Draws top over bottom into *out (a PNG). Returns 0, or -1 when either
 ** can't be decoded, as a JPEG tile can't. */
 static int make_composite(const std::string &bottom, const std::string &top, std::string *out) {
-    cairo_surface_t *b = make_decode(bottom), *t = make_decode(top);
+    cairo_surface_t *b = pc_decodePng(bottom.data(), bottom.size());
+    cairo_surface_t *t = pc_decodePng(top.data(), top.size());
     int rc = -1;
     if (cairo_surface_status(b) == CAIRO_STATUS_SUCCESS && cairo_surface_status(t) == CAIRO_STATUS_SUCCESS) {
         cairo_surface_t *s = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, CP_TILE_SIZE, CP_TILE_SIZE);

@@ -228,14 +228,20 @@ kelvor.marepack.prototype = {
     MENUBARS: ["cp_menu_main", "cp_route_menu", "cp_ruler_menu", "cp_marker_menu", "cp_chartkit_menu",
         "cp_track_menu", "cp_alarm_menu", "cp_boat_menu"],
 
-    showDashBoard: function (id) {
+    /* Gives cls to the element id among the ids and takes it from the
+    ** others; ids the page lacks are passed over. */
+    _markOne: function (ids, id, cls) {
         var aux = kelvor.aux;
-        for (var i = 0; i < this.DASHBOARDS.length; i++) {
-            var e = kelvor.aux.el(this.DASHBOARDS[i]);
+        for (var i = 0; i < ids.length; i++) {
+            var e = aux.el(ids[i]);
             if (!e) continue;
-            if (this.DASHBOARDS[i] === id) aux.addClass(e, "show_top");
-            else aux.removeClass(e, "show_top");
+            if (ids[i] === id) aux.addClass(e, cls);
+            else aux.removeClass(e, cls);
         }
+    },
+
+    showDashBoard: function (id) {
+        this._markOne(this.DASHBOARDS, id, "show_top");
         this.avtiveDashBoard = id;
         if (id !== "*" && kelvor.wind && kelvor.wind.off) kelvor.wind.off();
         /* an open bar moves the scale bar down below it, never sideways
@@ -249,13 +255,7 @@ kelvor.marepack.prototype = {
     },
 
     showMenuBar: function (id) {
-        var aux = kelvor.aux;
-        for (var i = 0; i < this.MENUBARS.length; i++) {
-            var e = kelvor.aux.el(this.MENUBARS[i]);
-            if (!e) continue;
-            if (this.MENUBARS[i] === id) aux.addClass(e, "show_bottom");
-            else aux.removeClass(e, "show_bottom");
-        }
+        this._markOne(this.MENUBARS, id, "show_bottom");
         this.activeMenuBar = id;
         kelvor.aux.show("cp_tool", id !== "cp_menu_main");
         if (id !== "cp_boat_menu" && kelvor.boat && kelvor.boat.autoUpdate) kelvor.boat.cruiseMode(0);

@@ -229,11 +229,8 @@ kelvor.alarm.add = function (t) {
     al.m.push(A._newPoint(al, c.x + d, c.y, "AP 2"));
     kelvor.alarmList.push(al);
     A.select(al);
-    A.modified = true;
-    cpApp.setModified();
     cpApp.helpBubbleShow("help_bubble_center", "help-alarm.txt");
-    A.menu();
-    cpApp.update();
+    kelvor.aux.edited(A);
     return al;
 };
 
@@ -249,10 +246,7 @@ kelvor.alarm.del = function (ok) {
     var j = kelvor.alarmList.indexOf(al);
     if (j >= 0) kelvor.alarmList.splice(j, 1);
     A.unSelect();
-    A.modified = true;
-    cpApp.setModified();
-    A.menu();
-    cpApp.update();
+    kelvor.aux.edited(A);
 };
 
 kelvor.alarm.delWaypoint = function (ok) {
@@ -266,10 +260,7 @@ kelvor.alarm.delWaypoint = function (ok) {
     A._removePoint(p);
     al.m.splice(al.m.indexOf(p), 1);
     A.activePoint = false;
-    A.modified = true;
-    cpApp.setModified();
-    A.menu();
-    cpApp.update();
+    kelvor.aux.edited(A);
 };
 
 kelvor.alarm.lock = function () {

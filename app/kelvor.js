@@ -249,6 +249,16 @@ kelvor.aux = {
         else aux.addClass(e, "none");
     },
 
+    /* After a change to one of mod's items (mod is kelvor.route, ruler,
+    ** marker or alarm): mod's list and the trip data count as changed, so
+    ** the save timer runs, and mod's menu and the chart are drawn again. */
+    edited: function (mod) {
+        mod.modified = true;
+        cpApp.setModified();
+        mod.menu();
+        cpApp.update();
+    },
+
     /* The style of map labels: 12 px text, centred, black with a white rim
     ** (strokeText first, then fillText). */
     labelStyle: function (ctx) {

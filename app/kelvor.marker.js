@@ -187,11 +187,8 @@ kelvor.marker.add = function () {
     var m = M.attach(new M(c.x, c.y, "img/icon-50-marker.png"));
     m.locked = false;
     M.activeMarker = m;
-    M.modified = true;
-    cpApp.setModified();
     cpApp.helpBubbleShow("help_bubble_center", "help-marker.txt");
-    M.menu();
-    cpApp.update();
+    kelvor.aux.edited(M);
     return m;
 };
 
@@ -213,10 +210,7 @@ kelvor.marker.del = function (ok) {
     }
     if (kelvor.boat.activeWayPoint === m) kelvor.boat.setActiveWaypoint(false);
     M.remove(m);
-    M.modified = true;
-    cpApp.setModified();
-    M.menu();
-    cpApp.update();
+    kelvor.aux.edited(M);
 };
 
 kelvor.marker.lock = function () { if (kelvor.marker.activeMarker) kelvor.marker.activeMarker.locked = true; kelvor.marker.menu(); };

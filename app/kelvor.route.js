@@ -190,11 +190,8 @@ kelvor.route.add = function () {
     var r = R.addNew();
     r.locked = false;
     r.select();
-    R.modified = true;
-    cpApp.setModified();
     cpApp.helpBubbleShow("help_bubble_center", "help-route.txt");
-    R.menu();
-    cpApp.update();
+    kelvor.aux.edited(R);
     return r;
 };
 
@@ -215,10 +212,7 @@ kelvor.route.del = function (ok) {
     for (var i = 0; i < r.m.length; i++) M.remove(r.m[i]);
     var k = kelvor.routeList.indexOf(r);
     if (k >= 0) kelvor.routeList.splice(k, 1);
-    R.modified = true;
-    cpApp.setModified();
-    R.menu();
-    cpApp.update();
+    kelvor.aux.edited(R);
 };
 
 kelvor.route.delWaypoint = function (ok) {
@@ -233,10 +227,7 @@ kelvor.route.delWaypoint = function (ok) {
     r.m.splice(r.m.indexOf(wp), 1);
     M.remove(wp);
     R.removeHandle();
-    R.modified = true;
-    cpApp.setModified();
-    R.menu();
-    cpApp.update();
+    kelvor.aux.edited(R);
 };
 
 kelvor.route.lock = function () { if (kelvor.route.activeRoute) kelvor.route.activeRoute.locked = true; kelvor.route.menu(); };
@@ -302,10 +293,7 @@ kelvor.route.reverse = function () {
     var r = R.activeRoute;
     if (!r) return;
     r.m.reverse();
-    R.modified = true;
-    cpApp.setModified();
-    R.menu();
-    cpApp.update();
+    kelvor.aux.edited(R);
 };
 
 kelvor.route.visible = function (flag) {
@@ -313,10 +301,7 @@ kelvor.route.visible = function (flag) {
     var r = R.activeRoute;
     if (!r) return;
     r.visible = !!flag;
-    R.modified = true;
-    cpApp.setModified();
-    R.menu();
-    cpApp.update();
+    kelvor.aux.edited(R);
 };
 
 kelvor.route.activate = function () {

@@ -67,11 +67,8 @@ kelvor.ruler.add = function () {
     var r = U.addNew();
     r.locked = false;
     r.select();
-    U.modified = true;
-    cpApp.setModified();
     cpApp.helpBubbleShow("help_bubble_center", "help-ruler.txt");
-    U.menu();
-    cpApp.update();
+    kelvor.aux.edited(U);
     return r;
 };
 
@@ -87,10 +84,7 @@ kelvor.ruler.del = function (ok) {
     for (var i = 0; i < r.m.length; i++) M.remove(r.m[i]);
     var k = kelvor.rulerList.indexOf(r);
     if (k >= 0) kelvor.rulerList.splice(k, 1);
-    U.modified = true;
-    cpApp.setModified();
-    U.menu();
-    cpApp.update();
+    kelvor.aux.edited(U);
 };
 
 kelvor.ruler.lock = function () { if (kelvor.ruler.activeRuler) kelvor.ruler.activeRuler.locked = true; kelvor.ruler.menu(); };

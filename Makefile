@@ -56,7 +56,8 @@ demo: build
 # run side by side: TEST_JOBS of them at a time.
 # The sanitizer build's tests run with these options.
 TEST_JOBS ?= 2
-ASAN_ENV := ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1
+ASAN_ENV := ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+  LSAN_OPTIONS=suppressions=$(CURDIR)/tests/support/lsan.supp:print_suppressions=0
 
 test-unit: build
 	cd build && ctest --output-on-failure -j$(TEST_JOBS)

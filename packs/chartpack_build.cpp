@@ -266,19 +266,9 @@ static int execAll(sqlite3 *db, const char *sql) {
     return 0;
 }
 
-/* Stores one kvt row with the value as a BLOB. Returns 0 or -1. */
-static int putKv(sqlite3 *db, const char *k, const std::string &v, int t, const char *l) {
-    sqlite3_stmt *st = NULL;
-    int rc = -1;
-    if (sqlite3_prepare_v2(db, "INSERT INTO kvt (k,v,t,l) VALUES (?,?,?,?)", -1, &st, NULL) == SQLITE_OK) {
-        sqlite3_bind_text(st, 1, k, -1, SQLITE_STATIC);
-        sqlite3_bind_blob(st, 2, v.data(), (int)v.size(), SQLITE_STATIC);
-        sqlite3_bind_int(st, 3, t);
-        sqlite3_bind_text(st, 4, l, -1, SQLITE_STATIC);
-        if (sqlite3_step(st) == SQLITE_DONE) rc = 0;
-    }
-    sqlite3_finalize(st);
-    return rc;
+/* Stores one "**" kvt row with the value as a BLOB. Returns 0 or -1. */
+static int putKv(sqlite3 *db, const char *k, const std::string &v, int t) {
+    return kv_put_blob(db, k, v.data(), (int)v.size(), t);
 }
 
 /* Appends formatted text of at most 1023 bytes. */
@@ -378,10 +368,10 @@ static int writeDocuments(sqlite3 *db, const BuildData &d, const TileJob &job, i
     char ver[32];
     snprintf(ver, sizeof(ver), "%" PRId64, version);
 
-    if (putKv(db, "/info", info, 1, "**") || putKv(db, "/history", hist, 1, "**") ||
-        putKv(db, "chartlist", charts, 5, "**") || putKv(db, "tides", d.tidesDoc, 5, "**") ||
-        putKv(db, "avtiles", av, 5, "**") || putKv(db, "avtiles2", av2, 5, "**") ||
-        putKv(db, "version", ver, 5, "**"))
+    if (putKv(db, "/info", info, 1) || putKv(db, "/history", hist, 1) ||
+        putKv(db, "chartlist", charts, 5) || putKv(db, "tides", d.tidesDoc, 5) ||
+        putKv(db, "avtiles", av, 5) || putKv(db, "avtiles2", av2, 5) ||
+        putKv(db, "version", ver, 5))
         return -1;
     return 0;
 }

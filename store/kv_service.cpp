@@ -143,3 +143,17 @@ done:
     sqlite3_mutex_leave(guard);
     return result;
 }
+
+int kv_put_blob(sqlite3 *db, const char *key, const void *value, int n, int type) {
+    sqlite3_stmt *stmt = NULL;
+    int result = -1;
+
+    if (sqlite3_prepare_v2(db, "INSERT INTO kvt (k,v,t,l) VALUES (?,?,?,'**')", -1, &stmt, NULL) == SQLITE_OK) {
+        sqlite3_bind_text(stmt, 1, key, -1, SQLITE_STATIC);
+        sqlite3_bind_blob(stmt, 2, value, n, SQLITE_STATIC);
+        sqlite3_bind_int(stmt, 3, type);
+        if (sqlite3_step(stmt) == SQLITE_DONE) result = 0;
+    }
+    sqlite3_finalize(stmt);
+    return result;
+}

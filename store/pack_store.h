@@ -26,6 +26,10 @@ int getValueA(ResponseBuffer *b, const char *key, struct sqlite3 *db, const char
 ** Returns 0, -1 (DELETE failed) or -2 (INSERT failed). */
 int setValue(ResponseBuffer *b, const char *key, const void *value, int32_t valueLength, int type,
              struct sqlite3 *db);
+/* Adds one "**" row of key holding the n bytes of value as a BLOB, as the
+** pack builders store their documents; rows already there stay. Returns 0,
+** or -1 when the row can't be added. */
+int kv_put_blob(struct sqlite3 *db, const char *key, const void *value, int n, int type);
 
 /* Guarded forms for the replaceable handles (chartDb, appDb): the handle is
 ** read from *slot and used under the read side of the handle guard, which

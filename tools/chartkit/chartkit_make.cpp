@@ -292,16 +292,7 @@ static long make_version(sqlite3 *db, const std::string &kitName, const std::str
 }
 
 static int make_put_row(sqlite3 *db, const char *key, const std::string &value, int type) {
-    sqlite3_stmt *st = NULL;
-    int rc = -1;
-    if (sqlite3_prepare_v2(db, "INSERT INTO kvt (k,v,t,l) VALUES (?,?,?,'**')", -1, &st, NULL) == SQLITE_OK) {
-        sqlite3_bind_text(st, 1, key, -1, SQLITE_STATIC);
-        sqlite3_bind_blob(st, 2, value.data(), (int)value.size(), SQLITE_STATIC);
-        sqlite3_bind_int(st, 3, type);
-        if (sqlite3_step(st) == SQLITE_DONE) rc = 0;
-    }
-    sqlite3_finalize(st);
-    return rc;
+    return kv_put_blob(db, key, value.data(), (int)value.size(), type);
 }
 
 /* ---- the command ---- */

@@ -51,19 +51,6 @@ std::string tileOf(const std::string &pack, int z, int y, int x) {
     return sqlOne(pack, "SELECT png FROM tiles WHERE zyx=" + std::to_string(key));
 }
 
-struct PngRead {
-    const std::string *s;
-    size_t at;
-};
-
-cairo_status_t readPng(void *c, unsigned char *data, unsigned int n) {
-    PngRead *r = (PngRead *)c;
-    if (r->at + n > r->s->size()) return CAIRO_STATUS_READ_ERROR;
-    memcpy(data, r->s->data() + r->at, n);
-    r->at += n;
-    return CAIRO_STATUS_SUCCESS;
-}
-
 /* The colour of the pack's pixel at a position, straight (not
 ** premultiplied) RGBA; false when there is no tile there. */
 bool pixelAt(const std::string &pack, double lon, double lat, int z, unsigned char rgba[4]) {
@@ -72,8 +59,7 @@ bool pixelAt(const std::string &pack, double lon, double lat, int z, unsigned ch
     double fy = (1 - log(tan(lat * M_PI / 180) + 1 / cos(lat * M_PI / 180)) / M_PI) / 2 * n;
     std::string png = tileOf(pack, z, (int)fy, (int)fx);
     if (png == "(none)") return false;
-    PngRead r = {&png, 0};
-    cairo_surface_t *s = cairo_image_surface_create_from_png_stream(readPng, &r);
+    cairo_surface_t *s = pc_decodePng(png.data(), png.size());
     if (cairo_surface_status(s) != CAIRO_STATUS_SUCCESS) {
         cairo_surface_destroy(s);
         return false;

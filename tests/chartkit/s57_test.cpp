@@ -15,6 +15,7 @@
 #include "support/files.h"
 #include "tools/chartkit/chartkit_s57.h"
 #include "tools/chartkit/chartkit_s57_style.h"
+#include "tools/packcheck.h"
 
 namespace {
 
@@ -74,24 +75,10 @@ TilePixel pixelAt(double lon, double lat, int z) {
     return t;
 }
 
-struct PngReader {
-    const std::string *data;
-    size_t pos;
-};
-
-cairo_status_t readPng(void *closure, unsigned char *out, unsigned int length) {
-    PngReader *r = (PngReader *)closure;
-    if (r->pos + length > r->data->size()) return CAIRO_STATUS_READ_ERROR;
-    memcpy(out, r->data->data() + r->pos, length);
-    r->pos += length;
-    return CAIRO_STATUS_SUCCESS;
-}
-
 /* The pixel at col, row of a PNG as 0xAARRGGBB (premultiplied, as Cairo
 ** holds it; opaque pixels are plain colours). 0 when it can't be read. */
 uint32_t pngPixel(const std::string &png, int col, int row) {
-    PngReader r = {&png, 0};
-    cairo_surface_t *s = cairo_image_surface_create_from_png_stream(readPng, &r);
+    cairo_surface_t *s = pc_decodePng(png.data(), png.size());
     uint32_t px = 0;
     if (cairo_surface_status(s) == CAIRO_STATUS_SUCCESS) {
         cairo_surface_t *img = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, CP_TILE_SIZE, CP_TILE_SIZE);

@@ -332,10 +332,13 @@ kelvor.vmap.prototype = {
     ** map busy, and with it the status tick, for longer than this. */
     tileWait: 4000,
 
-    /* Is a pass still to wait for this tile? Not once it has pixels, has
-    ** failed, came back without pixels, or has been awaited tileWait ms. */
+    /* Is a pass still to wait for this tile? Not once it can be drawn, has
+    ** failed, came back without pixels, or has been awaited tileWait ms.
+    ** The 2D canvas draws a tile as soon as it has pixels; WebGL only once
+    ** its onload has made the texture, which for an image from the
+    ** browser's cache comes a little after the pixels. */
     _waiting: function (img, now) {
-        if (!img || img.naturalWidth > 127 || img.failed || img.done) return false;
+        if (!img || img.failed || img.done || (!this.ctx3d && img.naturalWidth > 127)) return false;
         if (!img.askedAt) img.askedAt = now;
         if (now - img.askedAt < this.tileWait) return true;
         img.gaveUp = true;

@@ -480,6 +480,20 @@ test('a tile that does not come holds the map busy for tileWait at most', async 
         made[1].onload();
         assert.ok(v.force, 'the late tile makes the next pass compose the chart');
     });
+
+    await t.test('on WebGL a cached tile with pixels is awaited until its texture is made', () => {
+        const { v, made } = oneTileMap();
+        const gl = {};
+        for (const f of ['createTexture', 'bindTexture', 'texImage2D', 'texParameteri']) gl[f] = () => ({});
+        v.ctx3d = gl;
+        v.checkTile(1000, 600, 10, 5);
+        v.tileList = Object.keys(v.renderList).map(Number);
+        made[0].naturalWidth = 256;
+        v.queueWait = 1;
+        assert.ok(v._missing(), 'pixels without a texture still count as missing');
+        made[0].onload();
+        assert.ok(made[0].tex && !v._missing(), 'the texture ends the wait');
+    });
 });
 
 test('Settings Done sends the host that the network source selection picks', () => {

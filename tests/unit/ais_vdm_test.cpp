@@ -58,23 +58,3 @@ TEST(AisVdm, AssemblySequences) {
         }
     }
 }
-
-TEST(AisVdm, TimetagGates) {
-    SixBitReader r;
-    uint8_t tag[4] = {0, 0, 0, 0};
-    init_6bit(&r);
-    strcpy(r.bits, "123");
-    EXPECT_EQ(1, get_timetag(NULL, tag));
-    EXPECT_EQ(1, get_timetag(&r, NULL));
-    EXPECT_EQ(2, get_timetag(&r, tag));
-    // month 5, day 17, hour 23, minute 42 packed into 20 bits
-    aisenc::Bits b;
-    b.put(5, 4).put(17, 5).put(23, 5).put(42, 6);
-    init_6bit(&r);
-    strcpy(r.bits, b.armour().c_str());
-    EXPECT_EQ(0, get_timetag(&r, tag));
-    EXPECT_EQ(5, tag[0]);
-    EXPECT_EQ(17, tag[1]);
-    EXPECT_EQ(23, tag[2]);
-    EXPECT_EQ(42, tag[3]);
-}

@@ -1,12 +1,13 @@
 /*
-** files.h -- temporary directories and whole-file reads and writes for the
-** tests.
+** files.h -- temporary directories, whole-file reads and writes, and
+** environment variables set for one scope, for the tests.
 */
 #ifndef MAREPLOT_TEST_FILES_H
 #define MAREPLOT_TEST_FILES_H
 
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <time.h>
 
 #include <fstream>
 #include <sstream>
@@ -46,5 +47,27 @@ inline bool fileExists(const std::string &path) {
     struct stat st;
     return stat(path.c_str(), &st) == 0;
 }
+
+/* Sets (value non-null) or unsets an environment variable until the end of
+** the scope, then puts the old value back. tzset() follows both, for TZ. */
+class ScopedEnv {
+  public:
+    ScopedEnv(const char *name, const char *value) : name_(name), had_(getenv(name) != nullptr) {
+        if (had_) old_ = getenv(name);
+        set(value);
+    }
+    ~ScopedEnv() { set(had_ ? old_.c_str() : nullptr); }
+    void set(const char *value) {
+        if (value)
+            setenv(name_.c_str(), value, 1);
+        else
+            unsetenv(name_.c_str());
+        tzset();
+    }
+
+  private:
+    std::string name_, old_;
+    bool had_;
+};
 
 #endif

@@ -197,7 +197,9 @@ test('fitting a box clamps the zoom', () => {
     assert.ok(0.4e6 * v.base / B <= 1280 - 100 + 1e-6 && 0.3e6 * v.base / B <= 800 - 150 + 1e-6);
 });
 
-test('wheel zoom keeps the point under the pointer and stops at the limits', () => {
+/* Wheel steps and the pinch's gathered steps about the pointer are the
+** page test's; here the zoom limits. */
+test('wheel zoom stops at zoom 3 and at zoom 20', () => {
     const ctx = client();
     const v = bareMap(ctx, Math.pow(2, 11.1));
     v.imtr = new ctx.Matrix().translate(-(v.cx - 640), -(v.cy - 400)).inverse();
@@ -206,23 +208,6 @@ test('wheel zoom keeps the point under the pointer and stops at the limits', () 
     const hi = bareMap(ctx, Math.pow(2, 27.9));
     hi.imtr = v.imtr;
     assert.strictEqual(hi.onZoom(0, 0, 1.25), false, 'zoom 20 is the top');
-
-    const m = bareMap(ctx, Math.pow(2, 18));
-    m.cx = 100000; m.cy = 50000;
-    m.imtr = new ctx.Matrix().translate(-(m.cx - 640), -(m.cy - 400)).inverse();
-    const before = m.imtr.applyToPoint(900, 200);
-    m.onZoom(900, 200, 1.25);
-    // after the gathered factor applies, the same world point is under the pointer
-    const cx = m.cx * m.newScaleFactor, cy = m.cy * m.newScaleFactor;
-    assert.ok(Math.abs(cx - 640 + 900 - before.x * 1.25) < 1e-6 && Math.abs(cy - 400 + 200 - before.y * 1.25) < 1e-6);
-
-    // steps gathered between two passes (a pinch) add up to one step
-    const one = bareMap(ctx, Math.pow(2, 18)), two = bareMap(ctx, Math.pow(2, 18));
-    for (const m2 of [one, two]) { m2.cx = 100000; m2.cy = 50000; }
-    one.onZoom(900, 200, 1.5);
-    two.onZoom(900, 200, 1.25);
-    two.onZoom(900, 200, 1.2);
-    for (const f of ['cx', 'cy', 'newScaleFactor']) assert.ok(Math.abs(one[f] - two[f]) < 1e-6, f);
 });
 
 /* A host with one chart pack for the pack loading tests. */
@@ -242,7 +227,7 @@ function packHost(opts) {
 
 function withMap(ctx) {
     const v = bareMap(ctx, Math.pow(2, 16));
-    v.clearImageList = function () { this.cleared = true; };
+    v.clearImageList = function () {};
     ctx.cpApp = { map: v, update() {}, showMenuBar(id) { this.menu = id; }, showDashBoard(id) { this.dash = id; } };
     return v;
 }
@@ -258,7 +243,6 @@ test('loading a chart pack', async (t) => {
     const lang = (ctx, f) => ctx.kelvor.settings.k.maplang[f];
     const cases = [
         // [name, host, loadChartKit arguments, read (chartkit, context, map), want]
-        ['void does nothing', {}, ['void', 0], (ck, ctx, v) => [ctx.requests.length, !!v.cleared], [0, false]],
         ['page -1 picks the largest scale below 5000000, strings compared as numbers', { charts, av: '{}' },
             ['A000002.marepack', -1], (ck, ctx) => [ck.chartList[2].selected, ctx.cpApp.menu], [true, 'cp_chartkit_menu']],
         ['no mrk rows: map language en, empty language list', { av: '{}' }, ['A000002.marepack', false],

@@ -187,28 +187,7 @@ test('stored forms: key order, icons, and the XTE name on the second save', () =
     assert.strictEqual(JSON.stringify(kelvor.rulerList), ruler, 'ruler points keep noauto and note');
 });
 
-test('ruler: end-point notes, colour, point list; a named end keeps its name', () => {
-    const els = { i_nob_comment: { value: '' }, i_ruler_point_list: { innerHTML: '' } };
-    const ctx = client(els);
-    const U = ctx.kelvor.ruler, M = ctx.kelvor.marker;
-    U.load('[{"name":"R","m":[{"name":"a","x":0,"y":0},{"name":"b","x":3,"y":4,"noauto":true}],"color":"#ff00ff"}]');
-    const r = ctx.kelvor.rulerList[0];
-    U.showRuler(0);
-    U.showWayPoint(1);
-    assert.strictEqual(M.activeMarker, r.m[1], 'the list selects the end point');
-    assert.match(els.i_ruler_point_list.innerHTML, /value="1" selected>2 - b</);
-    U.noteWaypoint();
-    els.i_nob_comment.value = 'pier head';
-    U.noteSave(true);
-    U.rulerColorChange('#00ff00');
-    assert.deepStrictEqual([r.m[1].note, r.note, r.color], ['pier head', '', '#00ff00']);
-
-    r.locked = false;
-    for (const p of r.m) { p.onMove(null, 1, 1); p.onUp(); }
-    assert.strictEqual(r.name, 'Kiel --> b', 'the end named by the user is not renamed');
-});
-
-test('a moved marker is named by the gazetteer unless the user named it; a locked marker does not move', () => {
+test('a moved point is named by the gazetteer unless the user named it; a locked marker does not move', () => {
     const ctx = client();
     const M = ctx.kelvor.marker;
     const m = M.attach(new M(0, 0, 'img/icon-50-marker.png'));
@@ -224,6 +203,12 @@ test('a moved marker is named by the gazetteer unless the user named it; a locke
     m.locked = true;
     m.onMove(null, 5, 5);
     assert.deepStrictEqual([m.x, m.y], [15, 15]);
+
+    ctx.kelvor.ruler.load('[{"name":"R","m":[{"name":"a","x":0,"y":0},{"name":"b","x":3,"y":4,"noauto":true}]}]');
+    const r = ctx.kelvor.rulerList[0];
+    r.locked = false;
+    for (const p of r.m) { p.onMove(null, 1, 1); p.onUp(); }
+    assert.strictEqual(r.name, 'Kiel --> b', 'a ruler names itself after its ends, the user\'s name kept');
 });
 
 test('reverse keeps each limit on its waypoint; a two-point route keeps its waypoints', () => {

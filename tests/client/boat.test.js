@@ -7,11 +7,11 @@
 
 const test = require('node:test');
 const assert = require('node:assert');
-const { load, NAV, HOST } = require('./harness');
+const { load, NAV } = require('./harness');
 
 function client() {
     const els = {};
-    const ctx = load(NAV, (m, url) => (url === '/hostversion' ? JSON.stringify(HOST) : 'OK'));
+    const ctx = load(NAV, () => 'OK');
     ctx.document.getElementById = (id) => {
         if (!els[id]) els[id] = { id, innerHTML: '', className: '', style: {}, parentNode: null, value: '', addEventListener() {} };
         return els[id];
@@ -176,7 +176,6 @@ test('rolling track: since advances, old points drop, no position is skipped', (
 ** entry: the place's card, a target's dialogue. */
 test('near me rows name their class and open their entry', () => {
     const ctx = load(NAV.concat(['kelvor.featurcodes.js']), (m, url) => {
-        if (url === '/hostversion') return JSON.stringify(HOST);
         if (url.indexOf('/gazetteer/') === 0) return '[{"n":"Eckernf\u00f6rde","c":"P.PPLA4","x":1000,"y":0},' +
             '{"n":"Nowhere","c":"Z.ODD","x":3000,"y":0}]';
         return 'OK';

@@ -9,13 +9,12 @@
 
 const test = require('node:test');
 const assert = require('node:assert');
-const { load, CORE, HOST } = require('./harness');
+const { load, CORE } = require('./harness');
 
 /* A client whose host answers from replies (url -> text) and whose
 ** interval timers are run by hand through ctx.tick(). */
 function client(replies) {
     const ctx = load(CORE, (m, url) => {
-        if (url === '/hostversion') return JSON.stringify(HOST);
         const r = url === '/getChartServer' && !(url in replies) ? '' : replies[url];
         return r === undefined ? '0' : r;
     });

@@ -7,11 +7,10 @@
 
 const test = require('node:test');
 const assert = require('node:assert');
-const { load, CORE, HOST } = require('./harness');
+const { load, CORE } = require('./harness');
 
 function client(cloudReply) {
     const ctx = load(CORE.concat(['kelvor.route.js', 'kelvor.ruler.js', 'kelvor.alarm.js', 'kelvor.cloud.js']), (m, url) => {
-        if (url === '/hostversion') return JSON.stringify(HOST);
         if (url.indexOf('/getAuth/') === 0) return 'AUTH';
         if (url.indexOf('http') === 0) return cloudReply;
         if (url === '/UexecSql') return 'OK';

@@ -1,9 +1,10 @@
 /*
 ** harness.js: loads the client's classic scripts into a node vm context for
 ** tests of their pure logic. The context has a minimal window, a document
-** that knows no elements, and an XMLHttpRequest whose answers come from a
-** route function the test supplies: route(method, url, body) returns a
-** body (status 200), or a number for another status.
+** that knows no elements, and an XMLHttpRequest that answers /hostversion
+** itself and everything else from a route function the test supplies:
+** route(method, url, body) returns a body (status 200), or a number for
+** another status.
 */
 'use strict';
 
@@ -17,11 +18,6 @@ const MODULES = path.resolve(__dirname, '../../node_modules');
 
 const HOST = { hostversion: 'test', locale: 'de-DE', alang: 'en', skin: 'day', device: 'L|linux|1|tester', appname: 'mareplot' };
 
-function defaultRoute(method, url) {
-    if (url === '/hostversion') return JSON.stringify(HOST);
-    return 404;
-}
-
 function makeXhr(ctx) {
     return function XMLHttpRequest() {
         this.readyState = 0;
@@ -31,7 +27,7 @@ function makeXhr(ctx) {
         this.setRequestHeader = () => {};
         this.send = (body) => {
             ctx.requests.push({ method: this._m, url: this._u, body: body });
-            const r = ctx.route(this._m, this._u, body);
+            const r = this._u === '/hostversion' ? JSON.stringify(HOST) : ctx.route(this._m, this._u, body);
             this.readyState = 4;
             if (typeof r === 'number') {
                 this.status = r;
@@ -54,7 +50,7 @@ function load(scripts, route) {
         console: { log() {} },
         navigator: { userAgent: 'Mozilla/5.0 (X11; Linux x86_64) Chrome/87.0' },
         requests: [],
-        route: route || defaultRoute,
+        route: route || (() => 404),
     };
     ctx.window = ctx;
     ctx.setTimeout = () => 0;

@@ -70,7 +70,6 @@ test('settings load merges the stored record over the defaults', async (t) => {
     for (const [name, stored, read, want] of cases) {
         await t.test(name, () => {
             const ctx = client((m, url) => {
-                if (url === '/hostversion') return JSON.stringify(HOST);
                 if (url === '/getValue/settings') return typeof stored === 'object' ? JSON.stringify(stored) : stored;
                 if (url.startsWith('/getSetState/chartdb=')) return url.endsWith('2.marepack') ? '500 ' : '000 OK';
                 if (url === '/getMapData/version') return '12';
@@ -213,7 +212,6 @@ test('wheel zoom stops at zoom 3 and at zoom 20', () => {
 /* A host with one chart pack for the pack loading tests. */
 function packHost(opts) {
     return (method, url, body) => {
-        if (url === '/hostversion') return JSON.stringify(HOST);
         if (url.startsWith('/getSetState/chartdb=')) return opts.open500 && !url.endsWith('A000002.marepack') ? '500 ' : '000 OK';
         if (url === '/MexecSql' && body.indexOf("k='mrk'") >= 0) return opts.mrk === undefined ? '[]' : opts.mrk;
         if (url === '/MexecSql' && body === 'SELECT zyx FROM tiles') return JSON.stringify(opts.tiles || []);
@@ -488,7 +486,7 @@ test('Settings Done sends the host that the network source selection picks', () 
         ['a stored selection out of range falls back to host 1', 7, '10.0.0.1/2001'],
     ];
     for (const [name, source, want] of cases) {
-        const ctx = client((m, url) => (url === '/hostversion' ? JSON.stringify(HOST) : url.startsWith('/setNmeaMode/') ? '1' : ''));
+        const ctx = client((m, url) => (url.startsWith('/setNmeaMode/') ? '1' : ''));
         ctx.document.getElementsByName = () => [];
         ctx.cpApp = null;
         const k = ctx.kelvor.settings.k;

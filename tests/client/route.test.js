@@ -7,12 +7,11 @@
 
 const test = require('node:test');
 const assert = require('node:assert');
-const { load, near, NAV, HOST } = require('./harness');
+const { load, near, NAV } = require('./harness');
 
 /* A client with a stand-in application object that records saves. */
 function client(elements) {
     const ctx = load(NAV, (m, url) => {
-        if (url === '/hostversion') return JSON.stringify(HOST);
         return url.indexOf('/gazetteer/') === 0 ? '[{"n":"Kiel","c":"P","x":0,"y":0}]' : 'OK';
     });
     const els = elements || {};

@@ -9,19 +9,24 @@ const test = require('node:test');
 const assert = require('node:assert');
 const { load, NAV } = require('./harness');
 
+const PLACES = '[{"n":"Eckernf\u00f6rde","c":"P.PPLA4","x":1000,"y":0},{"n":"Nowhere","c":"Z.ODD","x":3000,"y":0}]';
+
+/* A client with elements made on first use (ctx.els), a gazetteer that
+** knows PLACES, and a stand-in application object that logs the
+** dialogues it opens and closes (ctx.steps). */
 function client() {
-    const els = {};
-    const ctx = load(NAV, () => 'OK');
-    ctx.document.getElementById = (id) => {
-        if (!els[id]) els[id] = { id, innerHTML: '', className: '', style: {}, parentNode: null, value: '', addEventListener() {} };
-        return els[id];
-    };
-    ctx.els = els;
+    const ctx = load(NAV.concat(['kelvor.featurcodes.js']), (m, url) => (url.indexOf('/gazetteer/') === 0 ? PLACES : 'OK'));
+    const els = ctx.els = {};
+    ctx.document.getElementById = (id) => els[id] || (els[id] = { id, innerHTML: '', className: '', style: {},
+        parentNode: null, value: '', children: [{ textContent: '' }, { textContent: '' }], addEventListener() {},
+        appendChild() {} });
+    ctx.steps = [];
     ctx.cpApp = {
-        setModified() {}, unSelect() {}, update() {}, closeDlg() {}, showMenuBar() {}, showDashBoard() {},
+        setModified() {}, unSelect() {}, update() {}, showMenuBar() {}, showDashBoard() {},
+        sizeDialog: (id) => ctx.steps.push('open ' + id), closeDlg: () => ctx.steps.push('close'),
         map: {
             getWidth: () => 600, getHeight: () => 500, getScm: () => 0.01, setCenter(x, y) { this.c = [x, y]; },
-            update() {}, rotation: 0, paintByTimer() {},
+            update() {}, rotation: 0, paintByTimer() {}, setPosMM() {}, setScale() {},
         },
     };
     return ctx;
@@ -175,20 +180,7 @@ test('rolling track: since advances, old points drop, no position is skipped', (
 /* Near Me: classes read in words; a row closes the list, then opens its
 ** entry: the place's card, a target's dialogue. */
 test('near me rows name their class and open their entry', () => {
-    const ctx = load(NAV.concat(['kelvor.featurcodes.js']), (m, url) => {
-        if (url.indexOf('/gazetteer/') === 0) return '[{"n":"Eckernf\u00f6rde","c":"P.PPLA4","x":1000,"y":0},' +
-            '{"n":"Nowhere","c":"Z.ODD","x":3000,"y":0}]';
-        return 'OK';
-    });
-    const els = {};
-    ctx.document.getElementById = (id) => {
-        if (!els[id]) els[id] = { id, innerHTML: '', children: [{ textContent: '' }, { textContent: '' }], appendChild() {} };
-        return els[id];
-    };
-    const steps = [];
-    ctx.cpApp = { sizeDialog: (id) => steps.push('open ' + id), closeDlg: () => steps.push('close'),
-        map: { setPosMM() {}, setScale() {} } };
-    const { kelvor } = ctx;
+    const { els, steps, kelvor } = client();
     kelvor.boat.theBoat = new kelvor.marker(0, 0);
     kelvor.chartkit.chartList = [{ x1: -1e9, y1: -1e9, x2: 1e9, y2: 1e9, sc: 50000 }];
     kelvor.ais.ais_elem = { 211000001: { user: 211000001, X: 10, Y: 0, name: 'SEEADLER', track: [] } };

@@ -15,7 +15,8 @@ const PLACES = '[{"n":"Eckernf\u00f6rde","c":"P.PPLA4","x":1000,"y":0},{"n":"Now
 ** knows PLACES, and a stand-in application object that logs the
 ** dialogues it opens and closes (ctx.steps). */
 function client() {
-    const ctx = load(NAV.concat(['kelvor.featurcodes.js']), (m, url) => (url.indexOf('/gazetteer/') === 0 ? PLACES : 'OK'));
+    const ctx = load(NAV.concat(['kelvor.featurcodes.js']),
+        (m, url) => (url.indexOf('/gazetteer/') === 0 ? PLACES : 'OK'));
     const els = ctx.els = {};
     ctx.document.getElementById = (id) => els[id] || (els[id] = { id, innerHTML: '', className: '', style: {},
         parentNode: null, value: '', children: [{ textContent: '' }, { textContent: '' }], addEventListener() {},

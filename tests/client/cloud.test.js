@@ -17,7 +17,7 @@ function client(cloudReply) {
         return '[]';
     });
     ctx.document.getElementById = () => ({ innerHTML: '' });
-    ctx.cpApp = { errors: 0, ineterror() { this.errors++; }, sizeDialog() {}, save() {},
+    ctx.cpApp = { errors: 0, saves: 0, ineterror() { this.errors++; }, sizeDialog() {}, save() { this.saves++; },
         yesno() {}, startWithWait() {}, setModified() {}, update() {}, unSelect() {},
         map: { paintByTimer() {}, getBase: () => 65536 } };
     ctx.kelvor.settings.load();
@@ -73,4 +73,20 @@ test('restore: a broken reply changes nothing, a dead host rolls back', () => {
     const q = sql(ctx2);
     assert.deepStrictEqual([q[0], q[q.length - 1]], ['BEGIN', 'ROLLBACK']);
     assert.strictEqual(ctx2.cpApp.errors, 1);
+});
+
+test('backup document and request keys', () => {
+    const ctx = client('<p>saved</p>');
+    ctx.route = ((r) => (m, url, body) => {
+        if (url === '/UexecSql') return '[[1,100,2,3,1,"a"]]';
+        if (url === '/getValue/route') return '[{"name":"R"}]';
+        return r(m, url, body);
+    })(ctx.route);
+    ctx.kelvor.cloud.saveInCloud(true);
+    const post = ctx.requests.find((r) => r.url.indexOf('?saveInCloud=') > 0);
+    assert.ok(/\?saveInCloud=7,auto-save[^,&]*&a=AUTH&alang=en&tz=-?\d+$/.test(post.url), post.url);
+    const doc = JSON.parse(post.body);
+    assert.strictEqual(doc.rt, '[{"name":"R"}]', 'lists travel as their stored text');
+    assert.deepStrictEqual(doc.tr, [[1, 100, 2, 3, 1, 'a']]);
+    assert.strictEqual(ctx.cpApp.saves, 1, 'settings saved first');
 });

@@ -318,21 +318,3 @@ TEST_F(AisRows, OwnShip) {
     EXPECT_EQ(2, ProcessAOS(&badSum[0]));
     takeRows();
 }
-
-TEST_F(AisRows, EtaTimeStamp) {
-    // in UTC, so that a summer-time offset does not move the fields read back
-    ScopedEnv utc("TZ", "UTC");
-    EXPECT_EQ(0, getTimeStamp(0));
-    struct Case {
-        uint32_t month, day, hour;
-        int wantMon, wantMday, wantMin;
-    } cases[] = {{3, 4, 5, 2, 4, 5}, {12, 31, 24, 11, 31, 0}};
-    for (const Case &c : cases) {
-        time_t t = getTimeStamp((c.month << 16) | (c.day << 11) | (c.hour << 6) | 59);
-        struct tm lt;
-        localtime_r(&t, &lt);
-        EXPECT_EQ(c.wantMon, lt.tm_mon);
-        EXPECT_EQ(c.wantMday, lt.tm_mday);
-        EXPECT_EQ(c.wantMin, lt.tm_min);
-    }
-}

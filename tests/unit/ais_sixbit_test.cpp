@@ -1,5 +1,5 @@
-// Six-bit reader: bit fields across character boundaries, invalid armour,
-// reads past the end, and the character conversions.
+// Six-bit reader: bit fields across character boundaries, invalid armour
+// and reads past the end.
 #include <gtest/gtest.h>
 #include <string.h>
 
@@ -35,18 +35,4 @@ TEST(AisSixBit, ReadSequences) {
             EXPECT_EQ(c.values[i], get_6bit(&r, (int16_t)c.counts[i]))
                 << c.text << " read " << i;
     }
-}
-
-TEST(AisSixBit, CharacterConversions) {
-    struct Case {
-        int32_t in, out;
-    } from[] = {
-        {'0', 0}, {'W', 39}, {'X', -1}, {'_', -1}, {'`', 40}, {'w', 63}, {'x', -1}, {'/', -1},
-        {'0' + 0x100, 0},  // only the low eight bits count
-    }, to[] = {
-        {0, '0'}, {39, 'W'}, {40, '`'}, {63, 'w'}, {64, -1}, {-1, '/'}, {0x100, '0'},
-    };
-    for (const Case &c : from) EXPECT_EQ(c.out, binfrom6bit(c.in)) << "binfrom6bit " << c.in;
-    for (const Case &c : to) EXPECT_EQ(c.out, binto6bit(c.in)) << "binto6bit " << c.in;
-    for (int v = 0; v < 64; v++) EXPECT_EQ(v, binfrom6bit(binto6bit(v)));
 }

@@ -179,20 +179,6 @@ TEST_F(NavTrack, DistanceAndIntervalThresholds) {
     }
 }
 
-TEST_F(NavTrack, InjectedAccuracyGate) {
-    EXPECT_EQ(0, nmea_updateLL(1, 54.5, 10, 0, 0, 40)) << "refused while the source is NMEA";
-    EXPECT_EQ(0u, trackRows());
-    gpsfix.gpsSource = 0;
-    gpsfix.gpsIntern = 2;
-    feed("**");
-    gpsfix.trackOn = 1;
-    nmea_updateLL(1, 54.5, 10, 0, 0, 60);
-    EXPECT_EQ(0u, trackRows());
-    EXPECT_EQ(2, nmea_updateLL(1, 54.5, 10, 0, 0, 40));
-    EXPECT_EQ(1u, trackRows());
-    EXPECT_EQ(-40, nema_getfix());
-}
-
 TEST_F(NavTrack, NoRowsAfterTheFixIsLost) {
     gpsfix.trackOn = 1;
     gpsfix.logDistance = 1;
@@ -265,17 +251,6 @@ TEST_F(NavTrack, SettingsRowKeepsTheFirstOffer) {
     EXPECT_NE(SQLITE_ROW, sqlite3_step(st));
     sqlite3_finalize(st);
     EXPECT_TRUE(sqlite3_get_autocommit(mrApp.tripDb)) << "transaction left open";
-}
-
-TEST_F(NavTrack, PlaybackStartRowReplacesTheLog) {
-    gpsfix.trackOn = 1;
-    rmcAt("30.0000", 0);
-    clockNow() = 1234567;
-    nmea_log_playback_start();
-    auto rows = logRows();
-    ASSERT_EQ(1u, rows.size());
-    EXPECT_EQ("2|1234567|999.000000|999.000000|NMEA playback starts", rows[0]);
-    EXPECT_EQ(1234567, gpsfix.navtime);
 }
 
 } // namespace

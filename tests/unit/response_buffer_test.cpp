@@ -1,5 +1,5 @@
 // Buffers over a socketpair: lines, counted blocks, end of stream, growth,
-// JSON escaping, url_decode and the HTTP header.
+// url_decode and the HTTP header.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -143,25 +143,6 @@ TEST(BuffAdd, ExactGrowthNullTextAndZeroedRecord) {
     EXPECT_EQ(70003, b.capacity);  // exact growth, no slack
     EXPECT_EQ(70003, buffAddData(&b, "", 0));
     buffFree(&b);
-}
-
-TEST(BuffAddJson, NineEscapesAndEverythingElseVerbatim) {
-    struct Case {
-        std::string in, out;
-    } cases[] = {
-        {"\b\t\n\f\r", "\\b\\t\\n\\f\\r"},
-        {"\"'/\\", "\\\"\\'\\/\\\\"},
-        {std::string("\x01\x7f\xc3\xa4", 4), std::string("\x01\x7f\xc3\xa4", 4)},
-        {std::string("a\0b", 3), std::string("a\0b", 3)},
-        {"", ""},
-    };
-    for (const auto &c : cases) {
-        ResponseBuffer b;
-        buffInit(&b);
-        buffAddJson(&b, (const unsigned char *)c.in.data(), (int)c.in.size());
-        EXPECT_EQ(c.out, std::string(b.data, (size_t)b.length));
-        buffFree(&b);
-    }
 }
 
 TEST(UrlDecode, EscapesAndEarlyExits) {

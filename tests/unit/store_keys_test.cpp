@@ -1,16 +1,13 @@
 // Pure parts of the store: tile keys from paths, the gazetteer's parsing,
-// grid positions, the gateway's number text, the whole-database copy and
-// the handle swap.
+// grid positions, the gateway's number text and the handle swap.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <random>
 #include <string>
 
 #include "store/pack_store.h"
-#include "support/files.h"
 
 TEST(StoreKeys, TileKeys) {
     struct Case {
@@ -97,38 +94,16 @@ TEST(StoreKeys, GridPositionsTruncate) {
     EXPECT_EQ(x1, x2);
 }
 
-namespace {
-int count(sqlite3 *db, const char *sql) {
-    sqlite3_stmt *st = NULL;
-    int n = -1;
-    sqlite3_prepare_v2(db, sql, -1, &st, NULL);
-    if (sqlite3_step(st) == SQLITE_ROW) n = sqlite3_column_int(st, 0);
-    sqlite3_finalize(st);
-    return n;
-}
-}  // namespace
-
-TEST(StoreKeys, LoadOrSaveDbCopiesBothWays) {
-    std::string dir = makeTempDir("mareplot-store-"), file = dir + "/copy.db";
+// Swapping closes the old handle and installs the new one.
+TEST(StoreKeys, DbSwap) {
     sqlite3 *a = NULL, *b = NULL;
     sqlite3_open(":memory:", &a);
     sqlite3_open(":memory:", &b);
-    sqlite3_exec(a, "CREATE TABLE t(x); INSERT INTO t VALUES (1),(2),(3)", NULL, NULL, NULL);
-
-    EXPECT_EQ(SQLITE_OK, loadOrSaveDb(a, file.c_str(), 1));
-    EXPECT_EQ(SQLITE_OK, loadOrSaveDb(b, file.c_str(), 0));
-    EXPECT_EQ(3, count(b, "SELECT count(*) FROM t"));
-    // a file that cannot be opened returns the open's code and leaves db alone
-    EXPECT_EQ(SQLITE_CANTOPEN, loadOrSaveDb(b, "/nonexistent-dir/x.db", 0));
-    EXPECT_EQ(3, count(b, "SELECT count(*) FROM t"));
-
-    // swapping closes the old handle and installs the new one
     sqlite3 *slot = a;
     mr_db_swap(&slot, b);
     EXPECT_EQ(b, slot);
     mr_db_swap(&slot, NULL);
     EXPECT_EQ(nullptr, slot);
-    removeTree(dir);
 }
 
 TEST(StoreKeys, DoubleTextMatchesPrintf) {

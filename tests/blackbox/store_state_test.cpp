@@ -1,5 +1,5 @@
-// Saved state over HTTP: the setting form for every name, key files, pack
-// switching and deleting, and the reading form's two replies.
+// Saved state over HTTP: the setting form for every name, its rows and key
+// files, and the reading form's two replies.
 #include <gtest/gtest.h>
 
 #include "support/test_pack.h"
@@ -63,28 +63,4 @@ TEST(State, ReadingFormSendsTwice) {
     EXPECT_EQ("HTTP/1.1 404 File not found", a.statusLine);
     EXPECT_EQ("HTTP/1.1 404 File not found", b.statusLine);
     EXPECT_EQ("File not found (**): never", b.body);
-}
-
-TEST(State, SwitchingPacksAndLanguage) {
-    PackedHost h;
-    h.select("A000005.marepack");
-    EXPECT_EQ("1521740772A", httpGet("/getMapData/version").body);
-    EXPECT_EQ("<p>info A</p>", httpGet("/info").body);  // "**" wins over "de"
-    h.select("A000006.marepack");
-    EXPECT_EQ("1521740772B", httpGet("/getMapData/version").body);
-
-    // the language applies at once to later lookups on every connection
-    EXPECT_EQ("nur deutsch", httpGet("/onlyde").body);
-    httpGet("/getSetState/mlang=en");
-    HttpReply r = httpGet("/onlyde");
-    EXPECT_EQ("HTTP/1.1 404 File not found", r.statusLine);
-    EXPECT_EQ("File not found (en): /onlyde", r.body);
-
-    // delchartdb closes the pack in use, whichever it is, and deletes the named file
-    ASSERT_TRUE(fileExists(h.home.path("A000005.marepack")));
-    EXPECT_EQ("000 A000005.marepack", httpGet("/getSetState/delchartdb=A000005.marepack").body);
-    EXPECT_FALSE(fileExists(h.home.path("A000005.marepack")));
-    EXPECT_TRUE(fileExists(h.home.path("A000006.marepack")));
-    EXPECT_EQ("File not found (en): version", httpGet("/getMapData/version").body);
-    EXPECT_EQ("out of memory", httpGet("/MexecSql/SELECT%201").body);
 }

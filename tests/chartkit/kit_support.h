@@ -1,7 +1,7 @@
 /*
 ** kit_support.h -- helpers of the chart kit tool's tests: running the tool
-** and GDAL's command-line programs, a hand-made BSB/KAP raster chart, the
-** tool's server on a free port, and plain HTTP to it.
+** and GDAL's command-line programs, reading packs, a hand-made BSB/KAP
+** raster chart, the tool's server on a free port, and plain HTTP to it.
 */
 #ifndef MAREPLOT_KIT_SUPPORT_H
 #define MAREPLOT_KIT_SUPPORT_H
@@ -18,6 +18,7 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <chrono>
 #include <string>
@@ -76,6 +77,31 @@ inline std::string jsonAt(const std::string &json, const std::string &path) {
     sqlite3_finalize(st);
     sqlite3_close(h);
     return v;
+}
+
+/* The first column of the first row of sql on database db, as bytes;
+** "(none)" when there is no row. */
+inline std::string sqlOne(const std::string &db, const std::string &sql) {
+    sqlite3 *h = nullptr;
+    sqlite3_stmt *st = nullptr;
+    std::string v = "(none)";
+    sqlite3_open_v2(db.c_str(), &h, SQLITE_OPEN_READONLY, nullptr);
+    if (sqlite3_prepare_v2(h, sql.c_str(), -1, &st, nullptr) == SQLITE_OK && sqlite3_step(st) == SQLITE_ROW) {
+        const void *p = sqlite3_column_blob(st, 0);
+        v.assign(p ? (const char *)p : "", (size_t)sqlite3_column_bytes(st, 0));
+    }
+    sqlite3_finalize(st);
+    sqlite3_close(h);
+    return v;
+}
+
+/* CRC-32 of data as eight hex digits, by zlib: the reference the tool's
+** and the host's own CRC are held to. */
+inline std::string crcHex(const std::string &data) {
+    char hex[16];
+    uLong c = crc32(crc32(0L, Z_NULL, 0), (const Bytef *)data.data(), (uInt)data.size());
+    snprintf(hex, sizeof(hex), "%08lx", c);
+    return hex;
 }
 
 /* The byte image of a small BSB/KAP chart: a text header with the chart's

@@ -3,19 +3,14 @@
 ** by the chart kit's cell reader: the chart list entry, colours at known
 ** places, the coverage and corner rule, update files, and bad inputs.
 */
-#include <cairo.h>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
-#include <math.h>
 #include <stdio.h>
-#include <string.h>
 
+#include "chartkit/kit_support.h"
 #include "chartkit/s57_cell.h"
-#include "packs/chartpack_render.h"
-#include "support/files.h"
+#include "chartkit/tile_pixel.h"
 #include "tools/chartkit/chartkit_s57.h"
 #include "tools/chartkit/chartkit_s57_style.h"
-#include "tools/packcheck.h"
 
 namespace {
 
@@ -59,42 +54,6 @@ bool writeUpdate(const std::string &path, const char *edition) {
     return w.ok;
 }
 
-/* A tile and a pixel in it, for a position at zoom z. */
-struct TilePixel {
-    int x, y, col, row;
-};
-
-TilePixel pixelAt(double lon, double lat, int z) {
-    double side = (double)(1 << z) * CP_TILE_SIZE;
-    double px = cp_mercX(lon) * side, py = cp_mercY(lat) * side;
-    TilePixel t;
-    t.x = (int)floor(px / CP_TILE_SIZE);
-    t.y = (int)floor(py / CP_TILE_SIZE);
-    t.col = (int)floor(px) - t.x * CP_TILE_SIZE;
-    t.row = (int)floor(py) - t.y * CP_TILE_SIZE;
-    return t;
-}
-
-/* The pixel at col, row of a PNG as 0xAARRGGBB (premultiplied, as Cairo
-** holds it; opaque pixels are plain colours). 0 when it can't be read. */
-uint32_t pngPixel(const std::string &png, int col, int row) {
-    cairo_surface_t *s = pc_decodePng(png.data(), png.size());
-    uint32_t px = 0;
-    if (cairo_surface_status(s) == CAIRO_STATUS_SUCCESS) {
-        cairo_surface_t *img = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, CP_TILE_SIZE, CP_TILE_SIZE);
-        cairo_t *cr = cairo_create(img);
-        cairo_set_source_surface(cr, s, 0, 0);
-        cairo_set_operator(cr, CAIRO_OPERATOR_SOURCE);
-        cairo_paint(cr);
-        cairo_destroy(cr);
-        cairo_surface_flush(img);
-        memcpy(&px, cairo_image_surface_get_data(img) + row * cairo_image_surface_get_stride(img) + col * 4, 4);
-        cairo_surface_destroy(img);
-    }
-    cairo_surface_destroy(s);
-    return px;
-}
-
 uint32_t argb(const CkS57Pen &p) {
     return 0xff000000u | (uint32_t)lround(p.r * 255) << 16 | (uint32_t)lround(p.g * 255) << 8 |
            (uint32_t)lround(p.b * 255);
@@ -102,7 +61,7 @@ uint32_t argb(const CkS57Pen &p) {
 
 /* The colour drawn at a position, or 0 for a tile with nothing. */
 uint32_t colourAt(CkS57Cell *cell, double lon, double lat, int z) {
-    TilePixel t = pixelAt(lon, lat, z);
+    TilePixel t = tilePixel(lon, lat, z);
     std::string png;
     int corner;
     if (ck_s57_draw_tile(cell, z, t.y, t.x, &png, &corner) != 0) return 0;
@@ -194,7 +153,7 @@ TEST_F(S57Test, TilesFollowTheCoverageAndTheCornerRule) {
         {"next to the cell", kEast + 0.03, 54.36, 14, 1, 0},
     };
     for (const auto &c : cases) {
-        TilePixel t = pixelAt(c.lon, c.lat, c.z);
+        TilePixel t = tilePixel(c.lon, c.lat, c.z);
         std::string png;
         int corner = -1;
         EXPECT_EQ(ck_s57_draw_tile(cell, c.z, t.y, t.x, &png, &corner), c.rc) << c.what;
@@ -205,7 +164,7 @@ TEST_F(S57Test, TilesFollowTheCoverageAndTheCornerRule) {
     }
 
     /* A tile is drawn the same every time, from another reading too. */
-    TilePixel t = pixelAt(10.12, 54.33, 14);
+    TilePixel t = tilePixel(10.12, 54.33, 14);
     std::string a, b;
     int corner;
     ASSERT_EQ(ck_s57_draw_tile(cell, 14, t.y, t.x, &a, &corner), 0);
@@ -271,17 +230,8 @@ TEST_F(S57Test, BadInputsAreRefusedWithAReason) {
 
 TEST_F(S57Test, MakeTakesTheCompilationScaleIntoTheChartList) {
     std::string out = dir + "/A001234.marepack";
-    std::string cmd = std::string(CHARTKIT_PATH) + " make --id 1234 --name Bay --out '" + out + "' '" + path +
-                      "' >/dev/null 2>&1";
-    ASSERT_EQ(system(cmd.c_str()), 0);
-    sqlite3 *db = NULL;
-    ASSERT_EQ(sqlite3_open_v2(out.c_str(), &db, SQLITE_OPEN_READONLY, NULL), SQLITE_OK);
-    sqlite3_stmt *st = NULL;
-    ASSERT_EQ(sqlite3_prepare_v2(db, "SELECT v FROM kvt WHERE k='chartlist'", -1, &st, NULL), SQLITE_OK);
-    ASSERT_EQ(sqlite3_step(st), SQLITE_ROW);
-    std::string list((const char *)sqlite3_column_blob(st, 0), sqlite3_column_bytes(st, 0));
-    sqlite3_finalize(st);
-    sqlite3_close(db);
+    ASSERT_EQ(0, kit::run({CHARTKIT_PATH, "make", "--id", "1234", "--name", "Bay", "--out", out, path}).status);
+    std::string list = kit::sqlOne(out, "SELECT v FROM kvt WHERE k='chartlist'");
     EXPECT_NE(list.find("\"nu\":\"MP5BAY01\""), std::string::npos) << list;
     EXPECT_NE(list.find("\"sc\":22000"), std::string::npos) << list;
 }

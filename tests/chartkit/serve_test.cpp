@@ -5,8 +5,6 @@
 ** follows a pack replaced on disk.
 */
 #include <gtest/gtest.h>
-#include <sqlite3.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
@@ -62,14 +60,7 @@ TEST_F(ChartkitServe, KitListAgreesWithInfoForEveryPack) {
         EXPECT_EQ(kit::jsonAt(info, "$.name"), kit::jsonAt(list, entry + ".name"));
         EXPECT_EQ(kit::jsonAt(info, "$.bytes"), kit::jsonAt(list, entry + ".filesize"));
         EXPECT_EQ(kit::jsonAt(info, "$.crc32"), kit::jsonAt(list, entry + ".crc32"));
-        sqlite3 *h;
-        sqlite3_stmt *st;
-        sqlite3_open_v2(pack(id).c_str(), &h, SQLITE_OPEN_READONLY, nullptr);
-        sqlite3_prepare_v2(h, "SELECT CAST(v AS TEXT) FROM kvt WHERE k='version'", -1, &st, nullptr);
-        ASSERT_EQ(SQLITE_ROW, sqlite3_step(st));
-        EXPECT_EQ((const char *)sqlite3_column_text(st, 0), kit::jsonAt(list, entry + ".version"));
-        sqlite3_finalize(st);
-        sqlite3_close(h);
+        EXPECT_EQ(kit::sqlOne(pack(id), "SELECT v FROM kvt WHERE k='version'"), kit::jsonAt(list, entry + ".version"));
     }
 
     std::string page = kit::get(server.port(), "/");

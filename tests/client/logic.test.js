@@ -370,47 +370,43 @@ test('a vote asks once no dialogue is open; an answer reaches the host and is no
     assert.ok(app.feedbackTimer, 'a new vote is');
 });
 
-test('a pass with nothing new keeps the composed chart', () => {
-    const ctx = client();
-    const v = bareMap(ctx, Math.pow(2, 18));
-    const calls = [];
-    const rec = (name) => (...a) => calls.push([name, ...a]);
-    v.bctx = { setTransform: rec('setTransform'), fillRect: rec('fillRect'), translate() {}, rotate() {}, drawImage: rec('tile') };
-    v.ctx = { drawImage: rec('copy') };
-    v.buffer = {};
-    const loaded = { xt: 1000, yt: 600, zt: 10, naturalWidth: 256 };
-    const stuck = { xt: 1001, yt: 600, zt: 10, naturalWidth: 1 };   // the host's one-pixel answer
-    v.renderRasterTile = function () {
-        this.renderList = { 1: loaded, 2: stuck };
-        this.tileList = [1, 2];
-    };
-    v._compose(true);
-    assert.strictEqual(calls.filter((c) => c[0] === 'tile').length, 1, 'the loaded tile is drawn');
-    assert.strictEqual(v.queueWait, 1);
-    assert.ok(v.busy(), 'a missing tile keeps the map busy');
-
-    calls.length = 0;
-    v.needPaint = 0;
-    v._compose(false);
-    same(calls.map((c) => c[0]), ['copy'], 'the buffer is neither cleared nor redrawn');
-    assert.ok(v.needPaint > 0, 'another pass is asked for');
-
-    stuck.naturalWidth = 256;
-    v._compose(false);
-    assert.strictEqual(calls.filter((c) => c[0] === 'tile').length, 2, 'an arrived tile redraws the buffer');
-    assert.strictEqual(v.queueWait, 0, 'the arrived tile is drawn');
-    assert.ok(!v.busy());
-});
-
 /* A bare map at display zoom 10 over the one full tile 10/600/1000, with
-** a clock the test moves (clock.now) and the images it asked for (made). */
+** a clock the test moves (clock.now), the images it asked for (made) and
+** its 2D pass logged in drawn: 'clear' and 'tile' in the buffer, 'copy'
+** of the buffer to the screen. */
 function oneTileMap() {
-    const ctx = client(), clock = { now: 1000000 }, made = [];
+    const ctx = client(), clock = { now: 1000000 }, made = [], drawn = [];
     require('vm').runInContext('Date', ctx).now = () => clock.now;
     ctx.Image = function () { made.push(this); };
     ctx.kelvor.chartkit.avTiles = { [id(10, 600, 1000)]: 1 };
-    return { v: bareMap(ctx, Math.pow(2, 18)), clock, made };
+    const v = bareMap(ctx, Math.pow(2, 18));
+    v.bctx = { setTransform() {}, translate() {}, rotate() {}, fillRect: () => drawn.push('clear'),
+        drawImage: () => drawn.push('tile') };
+    v.ctx = { drawImage: () => drawn.push('copy') };
+    v.buffer = {};
+    v.renderRasterTile = function () {
+        this.renderList = {};
+        this.checkTile(1000, 600, 10, 5);
+        this.tileList = Object.keys(this.renderList).map(Number);
+    };
+    return { v, clock, made, drawn };
 }
+
+test('a pass with nothing new keeps the composed chart', () => {
+    const { v, made, drawn } = oneTileMap();
+    v._compose(true);
+    assert.deepStrictEqual([drawn, v.queueWait, v.busy()], [['clear', 'copy'], 1, true],
+        'a missing tile keeps the map busy');
+    drawn.length = 0;
+    v.needPaint = 0;
+    v._compose(false);
+    assert.deepStrictEqual(drawn, ['copy'], 'the buffer is neither cleared nor redrawn');
+    assert.ok(v.needPaint > 0, 'another pass is asked for');
+    made[0].naturalWidth = 256;
+    v._compose(false);
+    assert.deepStrictEqual([drawn.slice(1), v.queueWait, v.busy()], [['clear', 'tile', 'copy'], 0, false],
+        'an arrived tile redraws the buffer');
+});
 
 test('a tile that does not come holds the map busy for tileWait at most', async (t) => {
     /* how each tile's request ends: never, with an error, with the host's
@@ -423,14 +419,6 @@ test('a tile that does not come holds the map busy for tileWait at most', async 
     for (const c of cases) {
         await t.test(c.name, () => {
             const { v, clock, made } = oneTileMap();
-            v.bctx = { setTransform() {}, fillRect() {}, translate() {}, rotate() {}, drawImage() {} };
-            v.ctx = { drawImage() {} };
-            v.buffer = {};
-            v.renderRasterTile = function () {
-                this.renderList = {};
-                this.checkTile(1000, 600, 10, 5);
-                this.tileList = Object.keys(this.renderList).map(Number);
-            };
             v._compose(true);
             c.end(made[0]);
             v._compose(false);

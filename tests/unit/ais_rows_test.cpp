@@ -190,6 +190,7 @@ TEST_F(AisRows, QueueNobodyTakesStaysBounded) {
     EXPECT_GT(rows.size(), (size_t)AIS_QUEUE_MAX / 4);
     EXPECT_EQ(row + ",\n", rows.substr(0, row.size() + 2));  // whole rows only
     EXPECT_EQ(",\n[222222222,1,0,20015089,20015089,12,450,511,-128,0]", rows.substr(rows.rfind(",\n")));
+    EXPECT_EQ("", rowsOf(takeRows())) << "each row goes out once";
 }
 
 TEST_F(AisRows, BaseStationTimes) {

@@ -151,6 +151,7 @@ TEST(KeyFiles, ReadKeepsDefaultsAndTakesFirstLineBounded) {
         {nullptr, 4, "en"},
         {"", 32, "en"},
         {"de\n", 4, "de\n"},
+        {"frxy", 4, "frx"},
         {"Foo\nBar", 32, "Foo\n"},
         {"0123456789012345678901234567890123456789", 32, "0123456789012345678901234567890"},
     };

@@ -18,17 +18,6 @@
 
 namespace aisenc {
 
-/* The six-bit character set of AIS text fields, by value. */
-inline char textChar(unsigned v) {
-    static const char set[] = "@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_ !\"#$%&'()*+,-./0123456789:;<=>?";
-    return set[v & 63];
-}
-inline unsigned textValue(char c) {
-    for (unsigned v = 0; v < 64; v++)
-        if (textChar(v) == c) return v;
-    return 0;
-}
-
 /* A bit string built most significant bit first. */
 class Bits {
   public:
@@ -41,7 +30,11 @@ class Bits {
     }
     /* Appends chars six-bit characters of text, padded with '@'. */
     Bits &text(const std::string &s, int chars) {
-        for (int i = 0; i < chars; i++) put(i < (int)s.size() ? textValue(s[i]) : 0, 6);
+        static const std::string set = "@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_ !\"#$%&'()*+,-./0123456789:;<=>?";
+        for (int i = 0; i < chars; i++) {
+            size_t v = i < (int)s.size() ? set.find(s[i]) : 0;
+            put(v == std::string::npos ? 0 : (int64_t)v, 6);
+        }
         return *this;
     }
     size_t size() const { return bits_.size(); }
@@ -62,28 +55,22 @@ class Bits {
     std::vector<uint8_t> bits_;
 };
 
-/* The sentences that carry payload: one when it fits maxChars, otherwise
-** consecutive parts under sequential id seqId. fill goes on the last. */
-inline std::vector<std::string> sentences(const std::string &payload, int fill,
-                                          const std::string &talker = "AIVDM",
-                                          size_t maxChars = 60, int seqId = 1,
-                                          char channel = 'A') {
+/* The sentences that carry the message: one when its armoured payload fits
+** maxChars, otherwise consecutive parts under sequential id seqId; the
+** fill bits go on the last. */
+inline std::vector<std::string> sentences(const Bits &b, const std::string &talker = "AIVDM",
+                                          size_t maxChars = 60, int seqId = 1) {
+    const std::string payload = b.armour();
     std::vector<std::string> out;
     size_t parts = payload.empty() ? 1 : (payload.size() + maxChars - 1) / maxChars;
     for (size_t i = 0; i < parts; i++) {
-        std::string piece = payload.substr(i * maxChars, maxChars);
-        std::string body = talker + "," + std::to_string(parts) + "," + std::to_string(i + 1) +
-                           "," + (parts > 1 ? std::to_string(seqId) : std::string()) + "," +
-                           std::string(1, channel) + "," + piece + "," +
-                           std::to_string(i + 1 == parts ? fill : 0);
+        std::string body = talker + "," + std::to_string(parts) + "," + std::to_string(i + 1) + "," +
+                           (parts > 1 ? std::to_string(seqId) : std::string()) + ",A," +
+                           payload.substr(i * maxChars, maxChars) + "," +
+                           std::to_string(i + 1 == parts ? b.fill() : 0);
         out.push_back(withChecksum(body, '!'));
     }
     return out;
-}
-
-inline std::vector<std::string> sentences(const Bits &b, const std::string &talker = "AIVDM",
-                                          size_t maxChars = 60, int seqId = 1) {
-    return sentences(b.armour(), b.fill(), talker, maxChars, seqId);
 }
 
 /* One field of a generated message: a number of width bits, or a text of

@@ -68,9 +68,6 @@ class FeedServer {
         int c = newest();
         if (c >= 0) send(c, bytes.data(), bytes.size(), MSG_NOSIGNAL);
     }
-    void sendLines(const std::vector<std::string> &lines) {
-        for (const std::string &l : lines) sendLine(l + "\r\n");
-    }
     /* True when the peer closes the newest connection within ms. */
     bool newestClosedWithin(int ms) {
         int c = newest();

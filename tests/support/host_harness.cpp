@@ -55,7 +55,9 @@ bool portAnswers() {
     return true;
 }
 
-bool waitPortFree(int timeoutMs) {
+/* Waits at most timeoutMs until nothing accepts on the port; false if
+** something still does. */
+static bool waitPortFree(int timeoutMs) {
     long long end = nowMs() + timeoutMs;
     while (portAnswers()) {
         if (nowMs() >= end) return false;
@@ -180,7 +182,6 @@ HttpReply Conn::read(int timeoutMs) {
     rep.statusLine = line;
     while (std::getline(hs, line)) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
-        rep.headerLines.push_back(line);
         size_t c = line.find(": ");
         if (c != std::string::npos) rep.headers[line.substr(0, c)] = line.substr(c + 2);
     }

@@ -15,7 +15,6 @@
 
 struct HttpReply {
     std::string statusLine;             /* "HTTP/1.1 200 OK" */
-    std::vector<std::string> headerLines; /* in order, without CRLF */
     std::map<std::string, std::string> headers; /* by name as sent */
     std::string body;
     bool complete = false;              /* header and whole body arrived */
@@ -67,8 +66,6 @@ class Conn {
 
 /* True when something accepts on 127.0.0.1:19999. */
 bool portAnswers();
-/* Waits at most timeoutMs until nothing accepts there; false if it still does. */
-bool waitPortFree(int timeoutMs);
 
 /* One request on a fresh connection. */
 HttpReply httpGet(const std::string &path);

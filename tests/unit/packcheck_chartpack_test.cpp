@@ -124,22 +124,6 @@ TEST(ChartPackRender, ReadsPolygonsAndHoles) {
     EXPECT_EQ(-1, cp_loadLand("/nonexistent.geo.json", &none));
 }
 
-TEST(ChartPackRender, TileCornersFollowTheClip) {
-    // z 8 tile holding the default view; a land square over all of it
-    CpRing land = ring({0, 0, 1, 0, 1, 1, 0, 1});
-    std::vector<CpRing> rings = {land};
-    CpTileStyle open = {0, {0, 0, 0, 0}, nullptr};
-    CpTileStyle half = {1, {-180, 180, -85, 54.52}, nullptr};  // clip cuts through the tile
-    std::string png;
-    int opaque = -1;
-    ASSERT_EQ(0, cp_drawTile(8, 81, 135, rings, open, &png, &opaque));
-    EXPECT_EQ(1, opaque);
-    EXPECT_EQ(1, pc_cornerValue(png.data(), (int)png.size()));
-    ASSERT_EQ(0, cp_drawTile(8, 81, 135, rings, half, &png, &opaque));
-    EXPECT_EQ(0, opaque);
-    EXPECT_EQ(2, pc_cornerValue(png.data(), (int)png.size()));
-}
-
 TEST(ChartPackRender, NamesDoNotOverlap) {
     struct Case {
         const char *what;

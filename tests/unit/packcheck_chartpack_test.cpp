@@ -16,6 +16,7 @@
 
 #include "packs/chartpack_render.h"
 #include "store/pack_store.h"
+#include "support/test_pack.h"
 #include "tools/packcheck.h"
 
 namespace {
@@ -151,32 +152,11 @@ TEST(ChartPackRender, NamesDoNotOverlap) {
 
 // ---- the pack as built ----
 
-struct BuiltPack : ::testing::Test {
-    sqlite3 *db = nullptr;
-    void SetUp() override {
-        ASSERT_EQ(SQLITE_OK, sqlite3_open_v2(MAREPLOT_CHART_PACK, &db, SQLITE_OPEN_READONLY, nullptr));
-    }
-    void TearDown() override { sqlite3_close(db); }
-    long long count(const std::string &sql) {
-        sqlite3_stmt *st = nullptr;
-        long long n = -1;
-        if (sqlite3_prepare_v2(db, sql.c_str(), -1, &st, nullptr) == SQLITE_OK && sqlite3_step(st) == SQLITE_ROW)
-            n = sqlite3_column_int64(st, 0);
-        sqlite3_finalize(st);
-        return n;
-    }
-    std::string text(const std::string &sql) {
-        sqlite3_stmt *st = nullptr;
-        std::string s;
-        if (sqlite3_prepare_v2(db, sql.c_str(), -1, &st, nullptr) == SQLITE_OK && sqlite3_step(st) == SQLITE_ROW &&
-            sqlite3_column_blob(st, 0))
-            s.assign((const char *)sqlite3_column_blob(st, 0), sqlite3_column_bytes(st, 0));
-        sqlite3_finalize(st);
-        return s;
-    }
-};
+// The first column of sql on the built pack ("" when there is no row).
+std::string packText(const std::string &sql) { return testpack::sqlColumn(MAREPLOT_CHART_PACK, sql); }
+long long packCount(const std::string &sql) { return atoll(packText(sql).c_str()); }
 
-TEST_F(BuiltPack, PassesTheChecker) {
+TEST(BuiltPack, PassesTheChecker) {
     PcReport r;
     int rc = pc_checkFile(MAREPLOT_CHART_PACK, &r);
     std::string all;
@@ -188,45 +168,45 @@ TEST_F(BuiltPack, PassesTheChecker) {
     EXPECT_GT(r.gazRows, 1000);
 }
 
-TEST_F(BuiltPack, DefaultViewHasEveryDetailLevel) {
+TEST(BuiltPack, DefaultViewHasEveryDetailLevel) {
     for (int z = 3; z <= 12; z++) {
         int n = 1 << z;
         long long x = (long long)((10.1 + 180) / 360 * n);
         double phi = 54.52 * M_PI / 180;
         long long y = (long long)((1 - log(tan(phi) + 1 / cos(phi)) / M_PI) / 2 * n);
         long long key = ((long long)z << 40) + (y << 20) + x;
-        EXPECT_EQ(1, count("SELECT count(*) FROM tiles WHERE zyx=" + std::to_string(key))) << "zoom " << z;
+        EXPECT_EQ(1, packCount("SELECT count(*) FROM tiles WHERE zyx=" + std::to_string(key))) << "zoom " << z;
         // the client draws this tile alone: all four corners opaque
-        EXPECT_EQ(1, count("SELECT value FROM json_each((SELECT CAST(v AS TEXT) FROM kvt WHERE k='avtiles2')) "
+        EXPECT_EQ(1, packCount("SELECT value FROM json_each((SELECT CAST(v AS TEXT) FROM kvt WHERE k='avtiles2')) "
                            "WHERE key='" + std::to_string(key) + "'"))
             << "zoom " << z;
     }
 }
 
-TEST_F(BuiltPack, TidesCoverTheComingWeeksAtEveryStation) {
+TEST(BuiltPack, TidesCoverTheComingWeeksAtEveryStation) {
     // what the tide view asks for when opened now: 30 days either side
     long long now = (long long)time(nullptr), db1 = now - 30 * 86400, db2 = db1 + 60 * 86400;
-    long long stations = count("SELECT count(*) FROM json_each((SELECT CAST(v AS TEXT) FROM kvt WHERE k='tides'))");
+    long long stations = packCount("SELECT count(*) FROM json_each((SELECT CAST(v AS TEXT) FROM kvt WHERE k='tides'))");
     ASSERT_GT(stations, 0);
     for (long long id = 1; id <= stations; id++) {
         std::string where = " FROM tides WHERE id=" + std::to_string(id) + " AND ts > " + std::to_string(db1) +
                             " AND ts < " + std::to_string(db2);
-        EXPECT_GE(count("SELECT count(*)" + where + " AND typ=2"), 60 * 24 - 2) << "station " << id;
-        EXPECT_GT(count("SELECT count(*)" + where + " AND typ=1"), 40) << "station " << id;
-        EXPECT_GT(count("SELECT count(*)" + where + " AND typ=0"), 40) << "station " << id;
+        EXPECT_GE(packCount("SELECT count(*)" + where + " AND typ=2"), 60 * 24 - 2) << "station " << id;
+        EXPECT_GT(packCount("SELECT count(*)" + where + " AND typ=1"), 40) << "station " << id;
+        EXPECT_GT(packCount("SELECT count(*)" + where + " AND typ=0"), 40) << "station " << id;
     }
 }
 
-TEST_F(BuiltPack, ChartListLeadsToTheDetailChart) {
+TEST(BuiltPack, ChartListLeadsToTheDetailChart) {
     const char *charts = "json_each((SELECT CAST(v AS TEXT) FROM kvt WHERE k='chartlist'))";
     // first view of the pack: the largest scale below 5000000
-    std::string first = text(std::string("SELECT json_extract(value,'$.nu') FROM ") + charts +
+    std::string first = packText(std::string("SELECT json_extract(value,'$.nu') FROM ") + charts +
                              " WHERE CAST(json_extract(value,'$.sc') AS REAL) < 5000000"
                              " ORDER BY CAST(json_extract(value,'$.sc') AS REAL) DESC LIMIT 1");
     // a tap on the default position: the smallest scale whose box holds it
     int32_t y, x;
     toMerc(54.52, 10.1, &y, &x);
-    std::string best = text(std::string("SELECT json_extract(value,'$.nu') FROM ") + charts + " WHERE " +
+    std::string best = packText(std::string("SELECT json_extract(value,'$.nu') FROM ") + charts + " WHERE " +
                             std::to_string(x) + " > json_extract(value,'$.x1') AND " + std::to_string(x) +
                             " < json_extract(value,'$.x2') AND " + std::to_string(y) +
                             " > json_extract(value,'$.y1') AND " + std::to_string(y) +
@@ -235,19 +215,19 @@ TEST_F(BuiltPack, ChartListLeadsToTheDetailChart) {
     EXPECT_EQ(first, best);
 }
 
-TEST_F(BuiltPack, GazetteerNamesThePlacesAroundTheDefaultView) {
+TEST(BuiltPack, GazetteerNamesThePlacesAroundTheDefaultView) {
     int32_t y, x;
     toMerc(54.32, 10.13, &y, &x);  // Kiel
-    long long near = count("SELECT count(*) FROM gaz WHERE x > " + std::to_string(x - 50000) + " AND x < " +
+    long long near = packCount("SELECT count(*) FROM gaz WHERE x > " + std::to_string(x - 50000) + " AND x < " +
                            std::to_string(x + 50000) + " AND y > " + std::to_string(y - 50000) + " AND y < " +
                            std::to_string(y + 50000));
     EXPECT_GT(near, 10);
-    EXPECT_EQ(1, count("SELECT count(*) FROM gaz WHERE n='Kiel' AND c LIKE 'P.PPL%'"));
+    EXPECT_EQ(1, packCount("SELECT count(*) FROM gaz WHERE n='Kiel' AND c LIKE 'P.PPL%'"));
 }
 
-TEST_F(BuiltPack, CreditsItsSources) {
-    std::string info = text("SELECT v FROM kvt WHERE k='/info' AND l='**'");
-    std::string history = text("SELECT v FROM kvt WHERE k='/history' AND l='**'");
+TEST(BuiltPack, CreditsItsSources) {
+    std::string info = packText("SELECT v FROM kvt WHERE k='/info' AND l='**'");
+    std::string history = packText("SELECT v FROM kvt WHERE k='/history' AND l='**'");
     EXPECT_FALSE(info.empty());
     // both texts the client shows name the land, the places and the tides'
     // sources, with the station data's own credit
@@ -255,7 +235,7 @@ TEST_F(BuiltPack, CreditsItsSources) {
         EXPECT_NE(std::string::npos, history.find(s)) << s;
         EXPECT_NE(std::string::npos, info.find(s)) << s;
     }
-    std::string version = text("SELECT v FROM kvt WHERE k='version'");
+    std::string version = packText("SELECT v FROM kvt WHERE k='version'");
     EXPECT_GT(atoll(version.c_str()), 1500000000LL);
 }
 

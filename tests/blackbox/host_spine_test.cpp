@@ -97,10 +97,7 @@ TEST_F(Spine, ConnectionEndings) {
         {"request pipelined behind a POST loses its first byte",
          "POST /nope HTTP/1.1\r\nContent-Length: 3\r\n\r\nabc" + getReq("/hostversion"), 1},
         {"short body", "POST /nope HTTP/1.1\r\nContent-Length: 10\r\n\r\nabc", 0},
-        {"negative length", "POST /nope HTTP/1.1\r\nContent-Length: -5\r\n\r\n", 0},
         {"huge length", "POST /nope HTTP/1.1\r\nContent-Length: 2147483647\r\n\r\n", 0},
-        {"path too long", "GET /" + std::string(3000, 'a') + " HTTP/1.1\r\n\r\n", 0},
-        {"method too long", std::string(40, 'G') + " / HTTP/1.1\r\n\r\n", 0},
         {"quit", getReq("/hostversion") + getReq("/quit!now"), 1},
     };
     for (const auto &c : cases) {

@@ -45,9 +45,6 @@ TEST(Tiles, GifWithoutPackOrTable) {
     // a pack without a tiles table
     EXPECT_EQ(0u, httpGet("/getSetState/chartdb=A000007.marepack").body.find("000 "));
     EXPECT_EQ(onePixelGif(), httpGet("/getTileI/A000007/3298535931904").body);
-    // a pack that cannot be opened leaves none
-    EXPECT_EQ(0u, httpGet("/getSetState/chartdb=nothing.marepack").body.find("500 "));
-    EXPECT_EQ(onePixelGif(), httpGet("/getTile/A7/3/1/0").body);
 }
 
 /* Whether the host process holds a file open whose path names fileName. */

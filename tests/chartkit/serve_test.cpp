@@ -29,10 +29,8 @@ class ChartkitServe : public ::testing::Test {
     }
     void TearDown() override { removeTree(dir_); }
     int make(int id, const std::string &name, const std::string &input) {
-        char out[64];
-        snprintf(out, sizeof(out), "/A%06d.marepack", id);
         return kit::run({kTool, "make", "--id", std::to_string(id), "--name", name, "--zooms", "8-10", "--out",
-                         dir_ + out, dir_ + "/" + input})
+                         pack(id), dir_ + "/" + input})
             .status;
     }
     std::string pack(int id) {

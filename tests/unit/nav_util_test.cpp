@@ -1,4 +1,4 @@
-// Sentence utilities: field stepping, numbers, checksums, positions, times.
+// Sentence utilities: numbers, bounded field copies, checksums, positions, times.
 #include <gtest/gtest.h>
 #include <math.h>
 #include <stdlib.h>
@@ -8,27 +8,6 @@
 #include <vector>
 
 #include "nav/nmea.h"
-
-static std::vector<char> buf(const char *s) { return std::vector<char>(s, s + strlen(s) + 1); }
-
-TEST(NavUtil, FindStartAndStepFields) {
-    auto a = buf("xx$GPRMC");
-    EXPECT_EQ(a.data() + 2, find_nmea_start(a.data()));
-    auto b = buf("ab!AI");
-    EXPECT_EQ(b.data() + 2, find_nmea_start(b.data()));
-    auto e = buf("");
-    EXPECT_EQ(nullptr, find_nmea_start(e.data()));
-    EXPECT_EQ(nullptr, find_nmea_start(nullptr));
-
-    // $A,B: the last field steps one byte past the terminator
-    std::vector<char> s = {'$', 'A', ',', 'B', 0, 'Z'};
-    char *p = nmea_next_field(s.data());
-    EXPECT_EQ(s.data() + 3, p);
-    EXPECT_EQ(s.data() + 5, nmea_next_field(p));
-    auto star = buf("12*34");
-    EXPECT_EQ(star.data() + 3, nmea_next_field(star.data()));
-    EXPECT_EQ(nullptr, nmea_next_field(nullptr));
-}
 
 TEST(NavUtil, UintReadsEveryByteAsDigit) {
     struct {

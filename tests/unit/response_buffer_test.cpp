@@ -195,15 +195,12 @@ TEST(BuffSendHttp, HeaderDecisions) {
     };
     for (const auto &c : cases) {
         Pair p;
-        ResponseBuffer b;
-        buffInit(&b);
-        b.fd = p.out;
-        b.keepAliveMax = c.keepAlive;
-        strcpy(b.statusText, c.statusText);
-        buffAddData(&b, c.body.data(), (int)c.body.size());
-        EXPECT_EQ((int)c.body.size(), buffSendHttp(&b, c.status, c.type, c.maxAge));
+        Buf out(p.out);
+        out.b.keepAliveMax = c.keepAlive;
+        strcpy(out.b.statusText, c.statusText);
+        buffAddData(&out.b, c.body.data(), (int)c.body.size());
+        EXPECT_EQ((int)c.body.size(), buffSendHttp(&out.b, c.status, c.type, c.maxAge));
         EXPECT_EQ(c.want, p.drain());
-        buffFree(&b);
     }
 }
 
@@ -227,14 +224,11 @@ TEST(BuffSendHttp, ReplyLargerThanSendBufferArrivesWhole) {
             ssize_t r;
             while ((r = recv(p.in, buf, sizeof buf, 0)) > 0) got.append(buf, (size_t)r);
         });
-        ResponseBuffer b;
-        buffInit(&b);
-        b.fd = p.out;
-        b.keepAliveMax = 5;
-        buffAddData(&b, body.data(), (int)body.size());
-        EXPECT_EQ((int)body.size(), buffSendHttp(&b, status.c_str(), 0, 0));
-        EXPECT_EQ(5, b.keepAliveMax);
-        buffFree(&b);
+        Buf out(p.out);
+        out.b.keepAliveMax = 5;
+        buffAddData(&out.b, body.data(), (int)body.size());
+        EXPECT_EQ((int)body.size(), buffSendHttp(&out.b, status.c_str(), 0, 0));
+        EXPECT_EQ(5, out.b.keepAliveMax);
         shutdown(p.out, SHUT_WR);
         reader.join();
         size_t end = got.find("\r\n\r\n");
@@ -248,16 +242,13 @@ TEST(BuffSendHttp, ReplyLargerThanSendBufferArrivesWhole) {
 
 TEST(BuffSendHttp, FailedBodySendClearsKeepAlive) {
     Pair p;
-    ResponseBuffer b;
-    buffInit(&b);
-    b.fd = p.out;
-    b.keepAliveMax = 7;
-    buffAddChar(&b, "body");
+    Buf out(p.out);
+    out.b.keepAliveMax = 7;
+    buffAddChar(&out.b, "body");
     close(p.in);
     p.in = -1;
-    buffSendHttp(&b, nullptr, 4, 0);  // must not raise SIGPIPE
-    EXPECT_EQ(0, b.keepAliveMax);
-    buffFree(&b);
+    buffSendHttp(&out.b, nullptr, 4, 0);  // must not raise SIGPIPE
+    EXPECT_EQ(0, out.b.keepAliveMax);
 }
 
 }  // namespace

@@ -1,16 +1,11 @@
 // What the host refuses from outside: requests that a page elsewhere makes
 // through the user's browser, and a second host on the same data directory.
 #include <gtest/gtest.h>
-#include <fcntl.h>
-#include <signal.h>
-#include <sqlite3.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <memory>
 #include <string>
 
-#include "support/feed_server.h"
+#include "chartkit/kit_support.h"
 #include "support/host_harness.h"
 #include "support/test_pack.h"
 
@@ -83,30 +78,6 @@ TEST(ForeignPages, RefusedBeforeAnyRouteRuns) {
     EXPECT_NE(std::string::npos, printed.find("(Origin: http://evil.example)\n")) << printed;
 }
 
-// Runs a second mareplotd with HOME set to home; returns its exit status
-// (-1 if it is still running after 10 s, when it is killed) and its output.
-int runSecondHost(const std::string &home, std::string *output) {
-    std::string outPath = home + "/.second-output";
-    pid_t pid = fork();
-    if (pid == 0) {
-        int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        dup2(out, 1);
-        dup2(out, 2);
-        setenv("HOME", home.c_str(), 1);
-        unsetenv("XDG_DATA_HOME");
-        execl(MAREPLOTD_PATH, MAREPLOTD_PATH, (char *)NULL);
-        _exit(127);
-    }
-    int status = 0;
-    bool ended = waitFor([&] { return waitpid(pid, &status, WNOHANG) == pid; }, 10000);
-    if (!ended) {
-        kill(pid, SIGKILL);
-        waitpid(pid, NULL, 0);
-    }
-    *output = readFile(outPath);
-    return ended && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 TEST(SecondHost, SameDataDirectoryIsRefusedUntilTheFirstIsGone) {
     const std::string home = makeTempDir("mareplot-home-");
     auto first = std::make_unique<Host>(home);
@@ -115,9 +86,11 @@ TEST(SecondHost, SameDataDirectoryIsRefusedUntilTheFirstIsGone) {
     // a stamp of another version would make a starting host write the packs
     writeFile(dir + "/version.key", "M.0.00.000");
 
-    std::string output;
-    EXPECT_EQ(1, runSecondHost(home, &output));
-    EXPECT_EQ("mareplot is already running with " + dir + "\n", output);
+    // a second host that kept running is ended after 10 s (status 124)
+    kit::Run second = kit::run({"timeout", "-k", "2", "10", "env", "-u", "XDG_DATA_HOME", "HOME=" + home,
+                                MAREPLOTD_PATH});
+    EXPECT_EQ(1, second.status);
+    EXPECT_EQ("mareplot is already running with " + dir + "\n", second.out + second.err);
     EXPECT_EQ("M.0.00.000", readFile(dir + "/version.key"));
     EXPECT_EQ("HTTP/1.1 200 OK", httpGet("/hostversion").statusLine);
 

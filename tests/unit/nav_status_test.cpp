@@ -67,12 +67,9 @@ TEST_F(NavStatus, NumberFormats) {
     gpsfix.rot = 127;
     gpsfix.aisuserid = 4000000000u;
     MR_STORE(nmea_stat, -1);
-    char want[400];
-    snprintf(want, sizeof(want),
-             "{\"navtime\":-1,\"fix\":-12,\"latY\":%.6f,\"lonX\":10.500000,\"hdg\":124,\"cog\":0,"
-             "\"dpt\":%.1f,\"wdir\":360.0,\"wspd\":5.1,\"sog\":%.1f,\"hdop\":0.9,\"rot\":127,"
-             "\"aisuserid\":4000000000,\"nmea_stat\":-1,\"ais\":[\n],\"track\":[]}",
-             -54.1234565, 7.25, 1.05);
+    const char *want = "{\"navtime\":-1,\"fix\":-12,\"latY\":-54.123457,\"lonX\":10.500000,\"hdg\":124,\"cog\":0,"
+                       "\"dpt\":7.2,\"wdir\":360.0,\"wspd\":5.1,\"sog\":1.1,\"hdop\":0.9,\"rot\":127,"
+                       "\"aisuserid\":4000000000,\"nmea_stat\":-1,\"ais\":[\n],\"track\":[]}";
     EXPECT_EQ(want, body("1/2/3/-1"));
 }
 

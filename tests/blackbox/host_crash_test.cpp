@@ -2,17 +2,14 @@
 // rows: the trip database stays whole, and every track point a status reply
 // showed before the kill is still in the log afterwards.
 #include <gtest/gtest.h>
-#include <fcntl.h>
-#include <signal.h>
 #include <sqlite3.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <random>
 #include <set>
 #include <string>
 
+#include "chartkit/kit_support.h"
 #include "support/feed_server.h"
 #include "support/host_harness.h"
 #include "support/nmea_sentence.h"
@@ -53,14 +50,7 @@ TEST(CrashSafety, KilledHostKeepsEveryTrackRowItReported) {
     const int port = FeedServer().port();  // free now, for the tool to take
     std::string tool = std::string(MAREPLOTD_PATH);
     tool = tool.substr(0, tool.rfind('/') + 1) + "nmea_replay";
-    pid_t replay = fork();
-    if (replay == 0) {
-        int devnull = open("/dev/null", O_WRONLY);
-        dup2(devnull, 1);
-        execl(tool.c_str(), tool.c_str(), "-p", std::to_string(port).c_str(), "-r", "400", "-l",
-              feedFile.c_str(), (char *)NULL);
-        _exit(127);
-    }
+    kit::Child replay({tool, "-p", std::to_string(port), "-r", "400", "-l", feedFile});
 
     std::set<std::string> reported;
     std::mt19937 rng(18);
@@ -88,8 +78,6 @@ TEST(CrashSafety, KilledHostKeepsEveryTrackRowItReported) {
         }
         host.stop();
     }
-    kill(replay, SIGTERM);
-    waitpid(replay, NULL, 0);
 
     sqlite3 *db = nullptr;
     ASSERT_EQ(SQLITE_OK, sqlite3_open((home + "/.local/share/mareplot/marepack.trip").c_str(), &db));

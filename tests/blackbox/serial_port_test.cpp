@@ -4,20 +4,16 @@
 ** "usbport.key" is read and its sentences reach the status exchange.
 */
 #include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <string>
 
+#include "chartkit/kit_support.h"
 #include "support/feed_server.h"
 #include "support/nmea_sentence.h"
 #include "support/test_pack.h"
-
-extern char **environ;
 
 using testpack::PackHome;
 
@@ -26,28 +22,16 @@ namespace {
 /* A pty pair: the host reads `gps`, the test writes `feed`. */
 struct PtyPair {
     std::string dir = makeTempDir("mareplot-pty-"), gps = dir + "/gps", feed = dir + "/feed";
-    pid_t pid = -1;
-    PtyPair() {
-        std::string a = "pty,raw,echo=0,link=" + gps, b = "pty,raw,echo=0,link=" + feed;
-        const char *argv[] = {"socat", a.c_str(), b.c_str(), nullptr};
-        if (posix_spawnp(&pid, "socat", nullptr, nullptr, (char **)argv, environ) != 0) pid = -1;
-        for (int i = 0; i < 50 && !(fileExists(gps) && fileExists(feed)); i++) usleep(100000);
-    }
-    ~PtyPair() {
-        if (pid > 0) {
-            kill(pid, SIGTERM);
-            waitpid(pid, nullptr, 0);
-        }
-        removeTree(dir);
-    }
+    kit::Child socat{{"socat", "pty,raw,echo=0,link=" + gps, "pty,raw,echo=0,link=" + feed}};
+    PtyPair() { waitFor([&] { return fileExists(gps) && fileExists(feed); }, 5000); }
+    ~PtyPair() { removeTree(dir); }
 };
 
 } // namespace
 
 TEST(HeadlessSerial, SentencesFromTheStoredPortReachTheStatus) {
     PtyPair pty;
-    ASSERT_GT(pty.pid, 0) << "socat is needed for this test";
-    ASSERT_TRUE(fileExists(pty.feed));
+    ASSERT_TRUE(fileExists(pty.feed)) << "socat is needed for this test";
     PackHome home;
     writeFile(home.path("usbport.key"), pty.gps + "\n9600");
     Host host(home.home());

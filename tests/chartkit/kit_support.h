@@ -34,7 +34,17 @@ struct Run {
     std::string out, err;
 };
 
-/* Runs argv[0] with its arguments and collects its exit code and output. */
+/* In a forked child: becomes args[0] (looked up in PATH) with its
+** arguments; exit code 127 when it cannot. */
+[[noreturn]] inline void execArgs(const std::vector<std::string> &args) {
+    std::vector<char *> argv;
+    for (const std::string &a : args) argv.push_back(const_cast<char *>(a.c_str()));
+    argv.push_back(nullptr);
+    execvp(argv[0], argv.data());
+    _exit(127);
+}
+
+/* Runs args[0] with its arguments and collects its exit code and output. */
 inline Run run(const std::vector<std::string> &args) {
     Run r;
     char outName[] = "/tmp/kit-out-XXXXXX", errName[] = "/tmp/kit-err-XXXXXX";
@@ -43,11 +53,7 @@ inline Run run(const std::vector<std::string> &args) {
     if (pid == 0) {
         dup2(outFd, 1);
         dup2(errFd, 2);
-        std::vector<char *> argv;
-        for (const std::string &a : args) argv.push_back(const_cast<char *>(a.c_str()));
-        argv.push_back(nullptr);
-        execvp(argv[0], argv.data());
-        _exit(127);
+        execArgs(args);
     }
     int st = 0;
     waitpid(pid, &st, 0);
@@ -181,40 +187,50 @@ inline std::string bodyOf(const std::string &reply) {
     return at == std::string::npos ? std::string() : reply.substr(at + 4);
 }
 
-/* mareplot-chartkit serve over dir on a free port, ended with the object. */
-class Server {
+/* A program run in the background, its output to /dev/null (errors
+** stay on stderr); killed and reaped with the object. */
+class Child {
   public:
-    Server(const std::string &tool, const std::string &dir, const std::vector<std::string> &extra = {}) {
-        std::string portFile = dir + "/.port";
-        unlink(portFile.c_str());
-        std::vector<std::string> args = {tool, "serve", "--dir", dir, "--port-file", portFile};
-        args.insert(args.end(), extra.begin(), extra.end());
+    explicit Child(const std::vector<std::string> &args) {
         pid_ = fork();
         if (pid_ == 0) {
-            int null = open("/dev/null", O_WRONLY);
-            dup2(null, 1);
-            std::vector<char *> argv;
-            for (const std::string &a : args) argv.push_back(const_cast<char *>(a.c_str()));
-            argv.push_back(nullptr);
-            execv(argv[0], argv.data());
-            _exit(127);
+            dup2(open("/dev/null", O_WRONLY), 1);
+            execArgs(args);
         }
-        for (int i = 0; i < 1000 && !fileExists(portFile); i++)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        port_ = atoi(readFile(portFile).c_str());
     }
-    ~Server() {
+    ~Child() {
         if (pid_ > 0) {
             kill(pid_, SIGKILL);
             waitpid(pid_, nullptr, 0);
         }
     }
-    int port() const { return port_; }
-    /* True while the server process has not ended. */
+    /* True while the process has not ended. */
     bool alive() const { return pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) == 0; }
 
   private:
     pid_t pid_ = -1;
+};
+
+/* mareplot-chartkit serve over dir on a free port, ended with the object. */
+class Server : public Child {
+  public:
+    Server(const std::string &tool, const std::string &dir, const std::vector<std::string> &extra = {})
+        : Child(args(tool, dir, extra)) {
+        for (int i = 0; i < 1000 && !fileExists(dir + "/.port"); i++)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        port_ = atoi(readFile(dir + "/.port").c_str());
+    }
+    int port() const { return port_; }
+
+  private:
+    /* The command line; removes the port file of an earlier server first. */
+    static std::vector<std::string> args(const std::string &tool, const std::string &dir,
+                                         const std::vector<std::string> &extra) {
+        unlink((dir + "/.port").c_str());
+        std::vector<std::string> a = {tool, "serve", "--dir", dir, "--port-file", dir + "/.port"};
+        a.insert(a.end(), extra.begin(), extra.end());
+        return a;
+    }
     int port_ = 0;
 };
 

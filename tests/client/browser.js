@@ -1,18 +1,9 @@
 /*
-** browser.js: runs the real host and a headless Chromium for the page
-** tests and the benchmark.
-**
-** startHost() starts mareplotd (MAREPLOTD, default build/mareplotd) with
-** HOME in a fresh temporary directory and waits until /hostversion
-** answers on 127.0.0.1:19999; it refuses to start while anything else
-** answers there. The port is fixed: tests run through
-** tests/support/isolate.sh, which gives each a loopback of its own.
-** openPage() launches Debian's chromium through playwright-core with a
-** fresh profile; Playwright never downloads a browser of its own.
-** withPage() wraps both for one test, loaded() waits for the page's first
-** render pass, configure() stores settings and reloads, replay() serves
-** NMEA through nmea_replay on a free port, drag() moves the mouse with
-** its button down. The journeys build on these helpers.
+** browser.js: the real host and a headless Chromium for the page tests,
+** the journeys and the benchmark. The host runs on the fixed port
+** 127.0.0.1:19999 with HOME in a fresh temporary directory, so tests run
+** through tests/support/isolate.sh (a loopback of their own). Chromium is
+** Debian's, driven by playwright-core with a fresh profile.
 */
 'use strict';
 
@@ -21,14 +12,15 @@ const fs = require('fs');
 const os = require('os');
 const path = require('path');
 const http = require('http');
-const { spawn } = require('child_process');
+const { spawn, spawnSync } = require('child_process');
 
 const ROOT = path.resolve(__dirname, '../..');
 const MAREPLOTD = process.env.MAREPLOTD || path.join(ROOT, 'build/mareplotd');
 const CHROMIUM = process.env.CHROMIUM || '/usr/bin/chromium';
 const ORIGIN = 'http://127.0.0.1:19999';
 const PAGE = ORIGIN + '/app/marepack.html';
-const REPLAY = process.env.NMEA_REPLAY || path.join(path.dirname(MAREPLOTD), 'nmea_replay');
+/* the PNG codec playwright-core carries (pngjs) */
+const { PNG } = require(path.join(ROOT, 'node_modules/playwright-core/lib/utilsBundle'));
 
 function get(url) {
     return new Promise((resolve) => {
@@ -116,57 +108,25 @@ async function openPage(opts) {
     };
 }
 
-/*
-** Writes a chart pack into the host's data directory: tiles is an object of
-** tile id to PNG bytes, docs an object of kvt key to JSON value. Uses the
-** sqlite3 shell, so the pack is made the way any SQLite client would.
-*/
-function writeChartPack(home, name, tiles, docs) {
-    const file = path.join(home, '.local/share/mareplot', name);
-    if (fs.existsSync(file)) return file;
-    const sql = ['CREATE TABLE kvt (k TEXT,v TEXT,t INTEGER, l TEXT);', 'CREATE INDEX i_kv_lk ON kvt(l,k);',
-        'CREATE TABLE tiles (verid INTEGER, zyx INTEGER PRIMARY KEY, png BLOB);', 'BEGIN;'];
-    for (const id of Object.keys(tiles)) sql.push(`INSERT INTO tiles VALUES(1,${id},X'${tiles[id].toString('hex')}');`);
-    for (const k of Object.keys(docs)) {
-        sql.push(`INSERT INTO kvt VALUES('${k}','${JSON.stringify(docs[k]).replace(/'/g, "''")}',5,'**');`);
-    }
-    sql.push('COMMIT;');
-    const r = require('child_process').spawnSync('sqlite3', [file], { input: sql.join('\n') });
-    if (r.status !== 0) throw new Error('sqlite3: ' + r.stderr);
-    return file;
-}
-
 /* A 256 by 256 PNG of one colour. */
 function solidPng(rgb) {
-    const crc32 = (buf) => {
-        let crc = 0xffffffff;
-        for (const b of buf) {
-            crc ^= b;
-            for (let k = 0; k < 8; k++) crc = crc & 1 ? 0xedb88320 ^ (crc >>> 1) : crc >>> 1;
-        }
-        return (crc ^ 0xffffffff) >>> 0;
-    };
-    const chunk = (type, data) => {
-        const td = Buffer.concat([Buffer.from(type, 'ascii'), data]), out = Buffer.alloc(td.length + 8);
-        out.writeUInt32BE(data.length, 0);
-        td.copy(out, 4);
-        out.writeUInt32BE(crc32(td), td.length + 4);
-        return out;
-    };
-    const row = Buffer.concat([Buffer.from([0]), Buffer.from(new Array(256).fill(rgb).flat())]);
-    const ihdr = Buffer.from([0, 0, 1, 0, 0, 0, 1, 0, 8, 2, 0, 0, 0]); // 256 x 256, 8-bit RGB
-    return Buffer.concat([Buffer.from([137, 80, 78, 71, 13, 10, 26, 10]), chunk('IHDR', ihdr),
-        chunk('IDAT', require('zlib').deflateSync(Buffer.concat(new Array(256).fill(row)))), chunk('IEND', Buffer.alloc(0))]);
+    const png = new PNG({ width: 256, height: 256 });
+    for (let i = 0; i < png.data.length; i += 4) png.data.set(rgb.concat(255), i);
+    return PNG.sync.write(png);
 }
 
-/* A pack of our own, A000003.marepack: every tile from zoom 3 to 10
-** around 10.1 E, 54.52 N, full, each of one of two known colours, sea
-** [170, 211, 223] or land [242, 239, 233], in diagonal bands. For checks
-** that must not depend on the content of the carried chart pack. */
+/*
+** A pack of our own, A000003.marepack in the host's data directory: every
+** tile from zoom 3 to 10 around 10.1 E, 54.52 N, each of one of two known
+** colours, sea [170, 211, 223] or land [242, 239, 233], in diagonal bands.
+** For checks that must not depend on the content of the carried chart
+** pack. Written by the sqlite3 shell, the way any SQLite client would.
+*/
 function syntheticPack(home) {
-    const sea = solidPng([170, 211, 223]), land = solidPng([242, 239, 233]);
-    const tiles = {}, av = {};
-    const lat = 54.52 * Math.PI / 180;
+    const sea = solidPng([170, 211, 223]).toString('hex'), land = solidPng([242, 239, 233]).toString('hex');
+    const sql = ['CREATE TABLE kvt (k TEXT,v TEXT,t INTEGER, l TEXT);', 'CREATE INDEX i_kv_lk ON kvt(l,k);',
+        'CREATE TABLE tiles (verid INTEGER, zyx INTEGER PRIMARY KEY, png BLOB);', 'BEGIN;'];
+    const av = {}, lat = 54.52 * Math.PI / 180;
     for (let z = 3; z <= 10; z++) {
         const n = Math.pow(2, z);
         const cx = Math.floor((10.1 + 180) / 360 * n);
@@ -174,12 +134,16 @@ function syntheticPack(home) {
         for (let y = Math.max(0, cy - 12); y <= Math.min(n - 1, cy + 12); y++) {
             for (let x = Math.max(0, cx - 12); x <= Math.min(n - 1, cx + 12); x++) {
                 const id = z * 1099511627776 + y * 1048576 + x;
-                tiles[id] = (x + y) % 7 < 3 ? land : sea;
+                sql.push(`INSERT INTO tiles VALUES(1,${id},X'${(x + y) % 7 < 3 ? land : sea}');`);
                 av[id] = 1;
             }
         }
     }
-    return writeChartPack(home, 'A000003.marepack', tiles, { avtiles2: av, chartlist: [] });
+    sql.push(`INSERT INTO kvt VALUES('avtiles2','${JSON.stringify(av)}',5,'**');`,
+        "INSERT INTO kvt VALUES('chartlist','[]',5,'**');", 'COMMIT;');
+    const file = path.join(home, '.local/share/mareplot/A000003.marepack');
+    const r = spawnSync('sqlite3', [file], { input: sql.join('\n') });
+    if (r.status !== 0) throw new Error('sqlite3: ' + r.stderr);
 }
 
 /* Waits until the page has started and made its first render pass. */
@@ -220,22 +184,49 @@ function configure(page, settings) {
 }
 
 /*
-** Runs fn(page) on a fresh browser showing the page, configured first
-** with opts.settings when given (a first start otherwise), and fails on any
-** script error the page raised. opts also go to openPage.
+** Starts a host in a fresh data directory (with syntheticPack() when
+** opts.synthetic) and opens the page, configured with opts.settings when
+** given (a first start otherwise); opts also go to openPage. Returns
+** { page, host, close() }; close() fails on script errors the page raised.
 */
-async function withPage(fn, opts) {
+async function start(opts) {
     const o = opts || {};
-    const b = await openPage(o);
+    const host = await startHost();
+    let b;
     try {
+        if (o.synthetic) syntheticPack(host.home);
+        b = await openPage(o);
         await b.page.goto(PAGE);
         await loaded(b.page);
         if (o.settings) await configure(b.page, o.settings);
-        await fn(b.page);
-        assert.deepStrictEqual(b.page.errors, [], 'no script errors');
-    } finally {
-        await b.close();
+    } catch (e) {
+        if (b) await b.close();
+        await host.stop();
+        throw e;
     }
+    return {
+        page: b.page,
+        host,
+        async close() {
+            const errors = b.page.errors.slice();
+            await b.close();
+            await host.stop();
+            assert.deepStrictEqual(errors, [], 'no script errors in the page');
+        },
+    };
+}
+
+/* Runs fn(page, s) on start(opts) and closes it; a failure of fn is the
+** one reported. */
+async function withPage(fn, opts) {
+    const s = await start(opts);
+    try {
+        await fn(s.page, s);
+    } catch (e) {
+        await s.close().catch(() => {});
+        throw e;
+    }
+    await s.close();
 }
 
 /* Drags with the mouse from one page point to another in ten steps. */
@@ -246,39 +237,5 @@ async function drag(page, from, to) {
     await page.mouse.up();
 }
 
-/* Serves NMEA lines through nmea_replay (NMEA_REPLAY, default beside
-** mareplotd) on a free port of 127.0.0.1 until stopped; args are its
-** further options (-r, -x, -l). Returns { port, stop() } once it listens. */
-async function replay(lines, args) {
-    const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'mareplot-replay-'));
-    const file = path.join(dir, 'feed.nmea');
-    fs.writeFileSync(file, lines.join('\r\n') + '\r\n');
-    const proc = spawn(REPLAY, ['-p', '0'].concat(args || [], [file]), { stdio: ['ignore', 'pipe', 'inherit'] });
-    let exited = false;
-    const done = new Promise((res) => proc.on('exit', () => { exited = true; res(); }));
-    const stop = async () => {
-        if (!exited) proc.kill('SIGTERM');
-        await done;
-        fs.rmSync(dir, { recursive: true, force: true });
-    };
-    try {
-        const port = await new Promise((resolve, reject) => {
-            let out = '';
-            const timer = setTimeout(() => reject(new Error('nmea_replay did not start')), 10000);
-            proc.stdout.on('data', (d) => {
-                out += d.toString();
-                const m = /serving .* on 127\.0\.0\.1:(\d+)/.exec(out);
-                if (m) { clearTimeout(timer); resolve(Number(m[1])); }
-            });
-            proc.on('exit', () => { clearTimeout(timer); reject(new Error('nmea_replay ended: ' + out)); });
-        });
-        proc.stdout.resume();
-        return { port, stop };
-    } catch (e) {
-        await stop();
-        throw e;
-    }
-}
-
-module.exports = { startHost, openPage, loaded, settled, setAndReload, configure, withPage, drag, replay, writeChartPack,
-    syntheticPack, PAGE, ORIGIN, MAREPLOTD };
+module.exports = { startHost, openPage, loaded, settled, setAndReload, configure, start, withPage, drag,
+    syntheticPack, PNG, PAGE, ORIGIN, MAREPLOTD };

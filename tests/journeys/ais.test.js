@@ -3,7 +3,8 @@
 ** list; clicking an entry centres the chart on that target, and tapping
 ** the target opens its dialogue with CPA and TCPA. One target sends the
 ** name "<IMG SRC=X>": list and dialogue show it as written and no image
-** element comes of it.
+** element comes of it. An active SART raises one alert over all its
+** reports; "Yes" puts a MOB marker on it.
 */
 'use strict';
 
@@ -15,10 +16,11 @@ const demo = require('../../tools/demo_voyage');
 /* a 12 m sailing yacht (type 36) with odd texts */
 const ODD = { mmsi: 211999001, name: '<IMG SRC=X>', call: 'D<=>', dest: 'A=B', lat: 54.547, lon: 10.1,
     type: 36, len: 12, beam: 4, draught: 1.5 };
+const SART = { mmsi: 970123456, lat: 54.505, lon: 10.1, status: 14, sog: 0, cog: 0 };
 
 /* The demo voyage with the odd target added: 3 km north of the own
 ** ship's circle, reporting southward at 10 kt every 10 s, its name every
-** 30 s. */
+** 30 s; and an active SART south of the circle every 10 s. */
 function lines() {
     const out = [];
     let s = 0;
@@ -28,18 +30,22 @@ function lines() {
         if (!/^\$GPRMC/.test(l)) continue;
         if (s % 10 === 0) out.push(...demo.vdm(demo.msg1({ mmsi: ODD.mmsi, sog: 10, cog: 180 }, ODD, s)));
         if (s % 30 === 1) out.push(...demo.vdm(demo.msg5(ODD)));
+        if (s % 10 === 5) out.push(...demo.vdm(demo.msg1(SART, SART, s)));
         s++;
     }
     return out;
 }
 
 test('targets list, centre, open with CPA and TCPA; an odd name stays text', { timeout: 180000 }, async () => {
-    const feed = await j.voyage({ lines: lines() });
-    const s = await j.firstStart();
-    const page = s.page;
     const entry = `#r_ais_list .ais_entry[data-mmsi="${ODD.mmsi}"]`;
-    try {
-        await j.setNetworkFeed(page, feed.port);
+    await j.journey('ais', { voyage: { lines: lines() } }, async (page, s) => {
+        await j.setNetworkFeed(page, s.feed.port);
+        await j.waitInView(page, '#np_chartkit_yesno', 40000);
+        assert.match(await j.text(page, '#np_chartkit_yesno_text'), /AIS SART EMERGENY/);
+        await j.click(page, '#np_chartkit_yesno button:has-text("Yes")');
+        await j.waitHidden(page, '#np_chartkit_yesno');
+        assert.deepStrictEqual(await page.evaluate(() => [kelvor.boat.activeWayPoint.name, !!kelvor.alarm.klaxontimer]),
+            ['AIS SART 970123456', false], 'the MOB marker is the waypoint, the klaxon off');
         await j.click(page, '#i_screen_more');
         await j.until(async () => await page.locator('#r_ais_list .ais_entry').count() >= 5, 'targets in the list', 40000);
         await j.until(async () => /<IMG SRC=X>/.test(await page.locator('#r_ais_list').innerText()),
@@ -72,11 +78,9 @@ test('targets list, centre, open with CPA and TCPA; an odd name stays text', { t
         await j.shot(page, 'ais-dialogue');
         await j.click(page, `${dlg} > .np_close`);
         await j.waitHidden(page, dlg);
-    } catch (e) {
-        await j.shot(page, 'ais-failed');
-        throw e;
-    } finally {
-        await s.close();
-        await feed.stop();
-    }
+        /* the SART reported all along: no second alert, one entry in the log */
+        assert.strictEqual(await j.isInView(page, '#np_chartkit_yesno'), false);
+        const alerts = await page.evaluate(() => JSON.parse(postSync('/UexecSql', 'SELECT v FROM log WHERE t=4')));
+        assert.deepStrictEqual(alerts, [['AIS SART 970123456']]);
+    });
 });

@@ -124,112 +124,114 @@ test('chart kits from a chart server: set, list, download, switch, delete', { ti
     });
     const sound = kit(dir, 6, { name: 'Sound green', rgb: SOUND, charts: { Sound: [12.5, 55.7, 12.7, 55.9] }, markers: {} });
     const server = await serve(dir);
-    const s = await j.firstStart();
-    const page = s.page;
-    const key = path.join(s.host.home, '.local/share/mareplot', 'chartserver.key');
     try {
-        /* no server yet: the dialogue says so, and its button leads to the field */
-        await openKits(page);
-        assert.match(await j.text(page, '#np_chartkit_add_form'), /No chart server is set\./);
-        await j.shot(page, 'chartkits-no-server');
-        await j.click(page, '#btn_chartkit_settings');
-        await j.waitInView(page, '#i_chart_server');
-        assert.strictEqual(await page.evaluate(() => document.activeElement.id), 'i_chart_server');
-
-        /* a path is refused where it is typed, and nothing is stored */
-        await page.keyboard.type('charts.lan/../x');
-        await j.click(page, '#btn_settings_done');
-        await j.waitInView(page, '#i_chart_server_error');
-        assert.ok(await j.isInView(page, '#np_settings_dlg .np_tabs'), 'Settings stay open');
-        assert.ok(!fs.existsSync(key));
-
-        await j.type(page, '#i_chart_server', server.address);
-        /* the message made the dialogue longer than the window: scroll to Done */
-        const box = await page.locator('#np_settings_dlg .np_dialog_box').boundingBox();
-        await page.mouse.move(box.x + box.width / 2, 400);
-        await page.mouse.wheel(0, 300);
-        await j.settingsDone(page);
-        assert.strictEqual(fs.readFileSync(key, 'utf8').trim(), server.address);
-
-        /* both kits are new */
-        await openKits(page);
-        await j.waitInView(page, '#btn_chartkit_exec');
-        const rows = await page.locator('#t_chartkit_list tr').allInnerTexts();
-        const mb = (f) => (fs.statSync(f).size / 1000000).toFixed(1) + ' MB';
-        assert.deepStrictEqual(rows.map((r) => r.replace(/\s+/g, ' ').trim()),
-            [`Kiel red ${mb(kiel)} New`, `Sound green ${mb(sound)} New`]);
-        await j.shot(page, 'chartkits-list');
-
-        /* download one: the progress shows, then the kit is in use */
-        await j.click(page, '#kit_5');
-        await j.click(page, '#btn_chartkit_exec');
-        const seen = new Set();
-        await j.until(async () => {
-            const t = await page.evaluate(() => {
-                const e = document.getElementById('np_chartkit_progress_text');
-                return e.offsetParent ? e.innerText.replace(/\s+/g, ' ') : '';
-            });
-            if (/\d+ %/.test(t)) seen.add(t);
-            return (await state(page)).kit === 'A000005.marepack';
-        }, 'the downloaded kit in use', 60000);
-        assert.ok([...seen].some((t) => /Kiel red/.test(t) && /\d\.\d\d MB \/ \d\.\d\d MB/.test(t)), [...seen].join(' | '));
-        assert.ok(seen.size >= 2, 'progress moved: ' + [...seen].join(' | '));
-        await j.waitInView(page, '#i_chartkit_kit');
-        let st = await state(page);
-        assert.deepStrictEqual([st.listed.includes(5), st.selected], [true, [false, true]],
-            'first the chart of the largest scale below 1:5000000');
-        assert.ok(await share(page, 'chartkits-kiel', KIEL) > 0.8, 'the kit\'s chart on screen');
-
-        /* the bar: back to the base chart and to the kit again */
-        await j.select(page, '#i_chartkit_kit', 'Base chart');
-        await j.until(async () => (await state(page)).kit === 'A000002.marepack', 'the base chart', 10000);
-        assert.ok(await share(page, 'chartkits-base', KIEL) < 0.1, 'the base chart on screen');
-        await j.select(page, '#i_chartkit_kit', 'Kiel red');
-        await j.until(async () => (await state(page)).kit === 'A000005.marepack', 'the kit again', 10000);
-        assert.ok(await share(page, 'chartkits-kiel-again', KIEL) > 0.8);
-
-        /* a chart of the kit, and the map language */
-        const before = (await state(page)).scale;
-        await j.select(page, '#i_chartkit_chart', 'Kiel Fjord');
-        await j.chartPainted(page);
-        st = await state(page);
-        assert.deepStrictEqual(st.selected, [true, false]);
-        assert.ok(st.scale > before, 'the fjord\'s chart shows it closer');
-        assert.deepStrictEqual([st.lang, st.markers], ['de', ['Leuchtturm']]);
-        await j.select(page, '#i_chartkit_lang', 'English');
-        st = await state(page);
-        assert.deepStrictEqual([st.lang, st.markers], ['en', ['Lighthouse', 'Pier']]);
-        await j.shot(page, 'chartkits-bar');
-
-        /* the installed kit says so; ticking it deletes it after a question */
-        await openKits(page);
-        await j.waitInView(page, '#btn_chartkit_exec');
-        assert.match(await j.text(page, '#t_chartkit_list'), /Kiel red\s+[\d.]+ MB\s+Installed/);
-        await j.click(page, '#kit_5');
-        await j.click(page, '#btn_chartkit_exec');
-        await j.waitInView(page, '#np_chartkit_yesno');
-        assert.match(await j.text(page, '#np_chartkit_yesno_text'), /Delete these chart kits\?\s+Kiel red/);
-        await j.shot(page, 'chartkits-delete');
-        await j.click(page, '#np_chartkit_yesno button:text-is("Yes")');
-        await j.until(async () => (await state(page)).kit === 'A000002.marepack', 'the base chart after deleting', 10000);
-        st = await state(page);
-        assert.ok(!st.listed.includes(5));
-        assert.ok(!fs.existsSync(path.join(s.host.home, '.local/share/mareplot/A000005.marepack')), 'the file is gone');
-        await j.openMainMenu(page);
-        await j.click(page, j.menuEntry('Charts'));
-        await j.waitInView(page, '#i_chartkit_kit');
-        assert.deepStrictEqual(await page.locator('#i_chartkit_kit option').allInnerTexts(), ['Base chart']);
-
-        /* a server that is gone: the dialogue names its address */
-        await server.stop();
-        await j.click(page, '#btn_chartkit_update');
-        await j.until(async () => /could not be reached/.test(await j.text(page, '#np_chartkit_add_form')), 'the message', 20000);
-        assert.ok((await j.text(page, '#np_chartkit_add_form')).includes(server.address));
-        assert.ok(await j.isInView(page, '#btn_chartkit_settings'));
-        await j.shot(page, 'chartkits-unreachable');
+        await j.journey('chartkits', {}, async (page, s) => await steps(page, s.host.home, server, [kiel, sound]));
     } finally {
-        await s.close();
         await server.stop();
         fs.rmSync(dir, { recursive: true, force: true });
     }
 });
+
+/* The steps a person takes, on a first start with the server running. */
+async function steps(page, home, server, [kiel, sound]) {
+    const key = path.join(home, '.local/share/mareplot', 'chartserver.key');
+    /* no server yet: the dialogue says so, and its button leads to the field */
+    await openKits(page);
+    assert.match(await j.text(page, '#np_chartkit_add_form'), /No chart server is set\./);
+    await j.shot(page, 'chartkits-no-server');
+    await j.click(page, '#btn_chartkit_settings');
+    await j.waitInView(page, '#i_chart_server');
+    assert.strictEqual(await page.evaluate(() => document.activeElement.id), 'i_chart_server');
+
+    /* a path is refused where it is typed, and nothing is stored */
+    await page.keyboard.type('charts.lan/../x');
+    await j.click(page, '#btn_settings_done');
+    await j.waitInView(page, '#i_chart_server_error');
+    assert.ok(await j.isInView(page, '#np_settings_dlg .np_tabs'), 'Settings stay open');
+    assert.ok(!fs.existsSync(key));
+
+    await j.type(page, '#i_chart_server', server.address);
+    /* the message made the dialogue longer than the window: scroll to Done */
+    const box = await page.locator('#np_settings_dlg .np_dialog_box').boundingBox();
+    await page.mouse.move(box.x + box.width / 2, 400);
+    await page.mouse.wheel(0, 300);
+    await j.settingsDone(page);
+    assert.strictEqual(fs.readFileSync(key, 'utf8').trim(), server.address);
+
+    /* both kits are new */
+    await openKits(page);
+    await j.waitInView(page, '#btn_chartkit_exec');
+    const rows = await page.locator('#t_chartkit_list tr').allInnerTexts();
+    const mb = (f) => (fs.statSync(f).size / 1000000).toFixed(1) + ' MB';
+    assert.deepStrictEqual(rows.map((r) => r.replace(/\s+/g, ' ').trim()),
+        [`Kiel red ${mb(kiel)} New`, `Sound green ${mb(sound)} New`]);
+    await j.shot(page, 'chartkits-list');
+
+    /* download one: the progress shows, then the kit is in use */
+    await j.click(page, '#kit_5');
+    await j.click(page, '#btn_chartkit_exec');
+    const seen = new Set();
+    await j.until(async () => {
+        const t = await page.evaluate(() => {
+            const e = document.getElementById('np_chartkit_progress_text');
+            return e.offsetParent ? e.innerText.replace(/\s+/g, ' ') : '';
+        });
+        if (/\d+ %/.test(t)) seen.add(t);
+        return (await state(page)).kit === 'A000005.marepack';
+    }, 'the downloaded kit in use', 60000);
+    assert.ok([...seen].some((t) => /Kiel red/.test(t) && /\d\.\d\d MB \/ \d\.\d\d MB/.test(t)), [...seen].join(' | '));
+    assert.ok(seen.size >= 2, 'progress moved: ' + [...seen].join(' | '));
+    await j.waitInView(page, '#i_chartkit_kit');
+    let st = await state(page);
+    assert.deepStrictEqual([st.listed.includes(5), st.selected], [true, [false, true]],
+        'first the chart of the largest scale below 1:5000000');
+    assert.ok(await share(page, 'chartkits-kiel', KIEL) > 0.8, 'the kit\'s chart on screen');
+
+    /* the bar: back to the base chart and to the kit again */
+    await j.select(page, '#i_chartkit_kit', 'Base chart');
+    await j.until(async () => (await state(page)).kit === 'A000002.marepack', 'the base chart', 10000);
+    assert.ok(await share(page, 'chartkits-base', KIEL) < 0.1, 'the base chart on screen');
+    await j.select(page, '#i_chartkit_kit', 'Kiel red');
+    await j.until(async () => (await state(page)).kit === 'A000005.marepack', 'the kit again', 10000);
+    assert.ok(await share(page, 'chartkits-kiel-again', KIEL) > 0.8);
+
+    /* a chart of the kit, and the map language */
+    const before = (await state(page)).scale;
+    await j.select(page, '#i_chartkit_chart', 'Kiel Fjord');
+    await j.chartPainted(page);
+    st = await state(page);
+    assert.deepStrictEqual(st.selected, [true, false]);
+    assert.ok(st.scale > before, 'the fjord\'s chart shows it closer');
+    assert.deepStrictEqual([st.lang, st.markers], ['de', ['Leuchtturm']]);
+    await j.select(page, '#i_chartkit_lang', 'English');
+    st = await state(page);
+    assert.deepStrictEqual([st.lang, st.markers], ['en', ['Lighthouse', 'Pier']]);
+    await j.shot(page, 'chartkits-bar');
+
+    /* the installed kit says so; ticking it deletes it after a question */
+    await openKits(page);
+    await j.waitInView(page, '#btn_chartkit_exec');
+    assert.match(await j.text(page, '#t_chartkit_list'), /Kiel red\s+[\d.]+ MB\s+Installed/);
+    await j.click(page, '#kit_5');
+    await j.click(page, '#btn_chartkit_exec');
+    await j.waitInView(page, '#np_chartkit_yesno');
+    assert.match(await j.text(page, '#np_chartkit_yesno_text'), /Delete these chart kits\?\s+Kiel red/);
+    await j.shot(page, 'chartkits-delete');
+    await j.click(page, '#np_chartkit_yesno button:text-is("Yes")');
+    await j.until(async () => (await state(page)).kit === 'A000002.marepack', 'the base chart after deleting', 10000);
+    st = await state(page);
+    assert.ok(!st.listed.includes(5));
+    assert.ok(!fs.existsSync(path.join(home, '.local/share/mareplot/A000005.marepack')), 'the file is gone');
+    await j.openMainMenu(page);
+    await j.click(page, j.menuEntry('Charts'));
+    await j.waitInView(page, '#i_chartkit_kit');
+    assert.deepStrictEqual(await page.locator('#i_chartkit_kit option').allInnerTexts(), ['Base chart']);
+
+    /* a server that is gone: the dialogue names its address */
+    await server.stop();
+    await j.click(page, '#btn_chartkit_update');
+    await j.until(async () => /could not be reached/.test(await j.text(page, '#np_chartkit_add_form')), 'the message', 20000);
+    assert.ok((await j.text(page, '#np_chartkit_add_form')).includes(server.address));
+    assert.ok(await j.isInView(page, '#btn_chartkit_settings'));
+    await j.shot(page, 'chartkits-unreachable');
+}

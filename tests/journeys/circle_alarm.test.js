@@ -12,11 +12,8 @@ const j = require('./journey');
 
 test('a circle alarm fires when the boat leaves it and stays armed after the acknowledge', { timeout: 180000 }, async () => {
     /* ten times the recorded speed: about 50 m/s */
-    const feed = await j.voyage({ speed: 10 });
-    const s = await j.firstStart();
-    const page = s.page;
-    try {
-        await j.setNetworkFeed(page, feed.port);
+    await j.journey('circle-alarm', { voyage: { speed: 10 } }, async (page, s) => {
+        await j.setNetworkFeed(page, s.feed.port);
         await j.until(() => page.evaluate(() => !!(kelvor.boat.gps && kelvor.boat.gps.fix)), 'a fix', 30000);
 
         /* the boat bar follows the boat; zoom in (1.25 times a step) until
@@ -63,11 +60,5 @@ test('a circle alarm fires when the boat leaves it and stays armed after the ack
             'the alarm relearns the boat\'s side');
         assert.strictEqual(await j.isInView(page, '#np_chartkit_confirm'), false);
         assert.strictEqual(await page.evaluate(() => window.klaxonStarts), starts);
-    } catch (e) {
-        await j.shot(page, 'circle-alarm-failed');
-        throw e;
-    } finally {
-        await s.close();
-        await feed.stop();
-    }
+    });
 });

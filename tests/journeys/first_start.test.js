@@ -22,9 +22,7 @@ function painted(img) {
 }
 
 test('the wizard opens, its close control closes it, the chart paints', { timeout: 120000 }, async () => {
-    const s = await j.start();
-    const page = s.page;
-    try {
+    await j.journey('first-start', { wizard: true }, async (page) => {
         await j.waitInView(page, '#np_wizzard_1');
         assert.match(await j.text(page, '#np_wizzard_1_text'), /Welcome aboard/);
         await j.closeWizard(page);
@@ -32,15 +30,11 @@ test('the wizard opens, its close control closes it, the chart paints', { timeou
         const img = await j.shot(page, 'first-start-chart');
         assert.ok(painted(img), 'the chart shows in ' + img.file);
         await j.waitInView(page, '#cp_menu_main');
-    } finally {
-        await s.close();
-    }
+    });
 });
 
 test('the wizard keeps the boat data typed on its second page', { timeout: 120000 }, async () => {
-    const s = await j.start();
-    const page = s.page;
-    try {
+    await j.journey('first-start-wizard', { wizard: true }, async (page) => {
         await j.click(page, '#btn_wizzard_next');
         await j.waitInView(page, '#np_wizzard_2');
         assert.strictEqual(await page.inputValue('#i_wizzard_boat_name'), 'Boat 1');
@@ -82,7 +76,5 @@ test('the wizard keeps the boat data typed on its second page', { timeout: 12000
         const about = await j.text(page, '#help_bubble');
         assert.match(about, /User Guest \(no account\)/);
         assert.doesNotMatch(about, /false|-1/);
-    } finally {
-        await s.close();
-    }
+    });
 });

@@ -9,7 +9,6 @@
 const test = require('node:test');
 const assert = require('node:assert');
 const j = require('./journey');
-const { drag } = require('../client/browser');
 
 const MODES = [['North UP', 1], ['Look Ahead', 2], ['Heading UP', 3], ['Follow Leg-Line', 4]];
 
@@ -24,11 +23,8 @@ async function iconIs(page, on) {
 
 test('follow modes from Settings and the boat bar; a pan or a target tap ends follow', { timeout: 240000 }, async () => {
     /* a quarter round in, the boat heads west, so Heading UP must turn the chart */
-    const feed = await j.voyage({ startAt: 450 });
-    const s = await j.firstStart();
-    const page = s.page;
-    try {
-        await j.setNetworkFeed(page, feed.port);
+    await j.journey('follow', { voyage: { startAt: 450 } }, async (page, s) => {
+        await j.setNetworkFeed(page, s.feed.port);
 
         for (const [label, value] of MODES) {
             await j.openSettings(page, 'Chart');
@@ -54,7 +50,7 @@ test('follow modes from Settings and the boat bar; a pan or a target tap ends fo
         await j.shot(page, 'follow-heading-up');
 
         /* a pan ends follow mode */
-        await drag(page, { x: 400, y: 400 }, { x: 520, y: 460 });
+        await j.drag(page, { x: 400, y: 400 }, { x: 520, y: 460 });
         await iconIs(page, false);
         await j.until(async () => Math.abs(await rotation(page)) < 0.01, 'the chart north up again', 5000);
 
@@ -96,8 +92,5 @@ test('follow modes from Settings and the boat bar; a pan or a target tap ends fo
         await page.mouse.up();
         await iconIs(page, false);
         await j.shot(page, 'follow-after-target-tap');
-    } finally {
-        await s.close();
-        await feed.stop();
-    }
+    });
 });

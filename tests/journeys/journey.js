@@ -1,29 +1,19 @@
 /*
-** journey.js: screen-only helpers for the journeys.
-**
-** A journey acts the way a person does: it clicks, presses keys, selects
-** and types on elements that are visible inside the 1280 by 800 viewport.
-** These helpers never call client functions to act; they may read state
-** to wait or to check a result.
-**
-** firstStart() starts a host in a fresh data directory, opens the page,
-** closes the first-start wizard by its close control and waits for the
-** chart to paint. openMainMenu() brings the main menu bar in by clicking.
-** shot() saves a screenshot and decodes its pixels; voyage() serves a
-** recorded voyage through nmea_replay on a port of its own.
+** journey.js: screen-only helpers for the journeys. A journey acts the way
+** a person does: it clicks, presses keys, selects and types on elements
+** that are visible inside the 1280 by 800 viewport. These helpers never
+** call client functions to act; they may read state to wait or to check.
 */
 'use strict';
 
-const assert = require('node:assert');
 const fs = require('fs');
 const os = require('os');
 const path = require('path');
-const zlib = require('zlib');
+const { spawn } = require('child_process');
 const browser = require('../client/browser');
 
-const WIDTH = 1280;
-const HEIGHT = 800;
 const ROOT = path.resolve(__dirname, '../..');
+const REPLAY = process.env.NMEA_REPLAY || path.join(path.dirname(browser.MAREPLOTD), 'nmea_replay');
 const SHOTS = process.env.JOURNEY_SHOTS || path.join(os.tmpdir(), 'mareplot-journeys');
 
 /* The element's box when it is visible and wholly inside the viewport,
@@ -85,33 +75,6 @@ function chartPainted(page, timeout) {
     return browser.settled(page, timeout || 20000);
 }
 
-/* Starts a host in a fresh data directory and opens the page at 1280x800.
-** Returns { page, host, close() }; close() fails the test on script
-** errors the page raised. */
-async function start(opts) {
-    const host = await browser.startHost();
-    let b;
-    try {
-        b = await browser.openPage(Object.assign({ width: WIDTH, height: HEIGHT }, opts || {}));
-        await b.page.goto(browser.PAGE);
-        await browser.loaded(b.page, 20000);
-    } catch (e) {
-        if (b) await b.close();
-        await host.stop();
-        throw e;
-    }
-    return {
-        page: b.page,
-        host,
-        async close() {
-            const errors = b.page.errors.slice();
-            await b.close();
-            await host.stop();
-            assert.deepStrictEqual(errors, [], 'no script errors in the page');
-        },
-    };
-}
-
 /* Closes the first-start wizard by its × like a user. */
 async function closeWizard(page) {
     await waitInView(page, '#np_wizzard_1 .np_close');
@@ -121,7 +84,7 @@ async function closeWizard(page) {
 
 /* A first start: fresh data directory, wizard closed, chart painted. */
 async function firstStart(opts) {
-    const s = await start(opts);
+    const s = await browser.start(opts);
     try {
         await closeWizard(s.page);
         await chartPainted(s.page);
@@ -236,46 +199,6 @@ function scaleBar(img) {
     return best;
 }
 
-/* A minimal PNG reader for the screenshots chromium writes: 8-bit RGB or
-** RGBA, not interlaced. Returns { width, height, channels, data }. */
-function decodePng(buf) {
-    let pos = 8, width = 0, height = 0, channels = 0;
-    const idat = [];
-    while (pos < buf.length) {
-        const len = buf.readUInt32BE(pos), type = buf.toString('ascii', pos + 4, pos + 8);
-        const body = buf.subarray(pos + 8, pos + 8 + len);
-        if (type === 'IHDR') {
-            width = body.readUInt32BE(0);
-            height = body.readUInt32BE(4);
-            assert.strictEqual(body[8], 8, 'PNG bit depth');
-            channels = { 2: 3, 6: 4 }[body[9]];
-            assert.ok(channels && body[12] === 0, 'PNG colour type and interlace');
-        } else if (type === 'IDAT') idat.push(body);
-        pos += 12 + len;
-    }
-    const raw = zlib.inflateSync(Buffer.concat(idat)), stride = width * channels;
-    const data = Buffer.alloc(stride * height);
-    for (let y = 0; y < height; y++) {
-        const f = raw[y * (stride + 1)], src = y * (stride + 1) + 1, dst = y * stride;
-        for (let x = 0; x < stride; x++) {
-            const a = x >= channels ? data[dst + x - channels] : 0;
-            const b = y > 0 ? data[dst - stride + x] : 0;
-            const c = x >= channels && y > 0 ? data[dst - stride + x - channels] : 0;
-            let p;
-            if (f === 0) p = 0;
-            else if (f === 1) p = a;
-            else if (f === 2) p = b;
-            else if (f === 3) p = (a + b) >> 1;
-            else {
-                const pa = Math.abs(b - c), pb = Math.abs(a - c), pc = Math.abs(a + b - 2 * c);
-                p = pa <= pb && pa <= pc ? a : pb <= pc ? b : c;
-            }
-            data[dst + x] = (raw[src + x] + p) & 255;
-        }
-    }
-    return { width, height, channels, data };
-}
-
 /* Takes a screenshot, keeps it as <name>.png under JOURNEY_SHOTS (default
 ** a directory in the temporary directory) and returns its pixels with
 ** pixel(x, y) -> [r, g, b]. */
@@ -283,34 +206,78 @@ async function shot(page, name) {
     fs.mkdirSync(SHOTS, { recursive: true });
     const file = path.join(SHOTS, name + '.png');
     const buf = await page.screenshot({ path: file });
-    const img = decodePng(buf);
+    const img = browser.PNG.sync.read(buf);
     img.file = file;
     img.pixel = (x, y) => {
-        const i = (Math.round(y) * img.width + Math.round(x)) * img.channels;
+        const i = (Math.round(y) * img.width + Math.round(x)) * 4;
         return [img.data[i], img.data[i + 1], img.data[i + 2]];
     };
     return img;
 }
 
-/* Serves the recorded demo voyage, looped, through nmea_replay. opts:
-** lines (array of sentences instead of the voyage), startAt (seconds of
-** the voyage to skip), speed (-x), loop (default true).
-** Returns { port, stop() } once the replay listens. */
-function voyage(opts) {
-    const o = opts || {};
-    let lines = o.lines || require(path.join(ROOT, 'tools/demo_voyage.js')).voyage().split('\r\n').filter(Boolean);
-    if (o.startAt) {
+/*
+** Serves the recorded demo voyage, looped, through nmea_replay
+** (NMEA_REPLAY, default beside mareplotd) on a free port of 127.0.0.1.
+** opts: lines (sentences instead of the voyage), startAt (seconds of the
+** voyage to skip), speed (-x). Returns { port, stop() } once it listens.
+*/
+async function voyage(opts) {
+    let lines = opts.lines || require(path.join(ROOT, 'tools/demo_voyage.js')).voyage().split('\r\n').filter(Boolean);
+    if (opts.startAt) {
         /* each second of the voyage begins with its RMC sentence */
         let n = 0;
-        const from = lines.findIndex((l) => l.startsWith('$GPRMC') && n++ === o.startAt);
+        const from = lines.findIndex((l) => l.startsWith('$GPRMC') && n++ === opts.startAt);
         lines = lines.slice(from).concat(lines.slice(0, from));
     }
-    const args = [];
-    if (o.speed) args.push('-x', String(o.speed));
-    if (o.loop !== false) args.push('-l');
-    return browser.replay(lines, args);
+    const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'mareplot-replay-'));
+    const file = path.join(dir, 'feed.nmea');
+    fs.writeFileSync(file, lines.join('\r\n') + '\r\n');
+    const args = ['-p', '0', '-l'].concat(opts.speed ? ['-x', String(opts.speed)] : [], [file]);
+    const proc = spawn(REPLAY, args, { stdio: ['ignore', 'pipe', 'inherit'] });
+    let exited = false, out = '';
+    const done = new Promise((res) => proc.on('exit', () => { exited = true; res(); }));
+    const stop = async () => {
+        if (!exited) proc.kill('SIGTERM');
+        await done;
+        fs.rmSync(dir, { recursive: true, force: true });
+    };
+    proc.stdout.on('data', (d) => { out += d.toString(); });
+    try {
+        await until(() => exited || /serving .* on 127\.0\.0\.1:\d+/.test(out), 'nmea_replay listening');
+        if (exited) throw new Error('nmea_replay ended: ' + out);
+    } catch (e) {
+        await stop();
+        throw e;
+    }
+    return { port: Number(/127\.0\.0\.1:(\d+)/.exec(out)[1]), stop };
 }
 
-module.exports = { WIDTH, HEIGHT, start, firstStart, closeWizard, loaded: browser.loaded, chartPainted, openMainMenu, menuEntry,
-    waitInView, waitHidden, isInView, until, click, columnClashes,
-    openSettings, settingsDone, setNetworkFeed, scaleBar, text, select, type, shot, decodePng, voyage };
+/*
+** Runs a journey: serves voyage(opts.voyage) when given, then runs
+** fn(page, s) on a first start (on the page as it opens when opts.wizard),
+** with s.feed the feed. Keeps <name>-failed.png when it fails.
+*/
+async function journey(name, opts, fn) {
+    const feed = opts.voyage ? await voyage(opts.voyage) : null;
+    try {
+        await browser.withPage(async (page, s) => {
+            s.feed = feed;
+            try {
+                if (!opts.wizard) {
+                    await closeWizard(page);
+                    await chartPainted(page);
+                }
+                await fn(page, s);
+            } catch (e) {
+                await shot(page, name + '-failed').catch(() => {});
+                throw e;
+            }
+        });
+    } finally {
+        if (feed) await feed.stop();
+    }
+}
+
+module.exports = { journey, firstStart, closeWizard, loaded: browser.loaded, chartPainted, openMainMenu, menuEntry,
+    waitInView, waitHidden, isInView, until, click, columnClashes, drag: browser.drag,
+    openSettings, settingsDone, setNetworkFeed, scaleBar, text, select, type, shot, voyage };

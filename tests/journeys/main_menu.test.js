@@ -2,13 +2,42 @@
 ** Main menu: every entry of the main menu bar opens its dialogue, bar or
 ** bubble, and its close control or Back brings the main menu back. The
 ** menu button in the right column brings the main menu back from any
-** other bar.
+** other bar. With a wind forecast in reach, Wind draws it as barbs and
+** steps through its times.
 */
 'use strict';
 
 const test = require('node:test');
 const assert = require('node:assert');
 const j = require('./journey');
+const { PNG } = require('../client/browser');
+
+/* The forecast service: a 5 by 5 wind grid over 9 to 11 E, 54 to 55 N in
+** the red (u) and green (v) bytes, 0 to 254 for -20 to 20 m/s, for three
+** times to come. Every other request to it fails, as with no network. */
+const GRID = { x1: 9, y1: 54, x2: 11, y2: 55, gx: 0.5, gy: 0.25, dx: 5, dy: 5, imin: 0, imax: 254,
+    umin: -20, umax: 20, vmin: -20, vmax: 20 };
+const pixel = (i) => [20 + i * 9, 200 - i * 7];
+
+function forecast(page, asked) {
+    const png = new PNG({ width: 5, height: 5 });
+    for (let i = 0; i < 25; i++) png.data.set(pixel(i).concat(0, 255), 4 * i);
+    const url = 'data:image/png;base64,' + PNG.sync.write(png).toString('base64');
+    const now = Math.floor(Date.now() / 1000);
+    const rows = [600, 4200, 7800].map((dt) =>
+        `INSERT INTO forcastgrids VALUES('test-gfs',${now + dt},1000,'${JSON.stringify(GRID)}','${url}')`);
+    const replies = {
+        getGridList: JSON.stringify({ g1: { src: 'test-gfs', grp: 1, x1: 9, y1: 54, x2: 11, y2: 55, created: 1000 } }),
+        getGridData: ['CREATE TABLE IF NOT EXISTS forcastgrids (src TEXT, vt INTEGER, vt_created INTEGER, json TEXT, ' +
+            'png TEXT)'].concat(rows).join('\n'),
+    };
+    return page.route('http://cloud.mareplot.invalid/**', (route) => {
+        const key = [...new URL(route.request().url()).searchParams.keys()][0];
+        if (!replies[key]) return route.abort();
+        asked.push(key);
+        return route.fulfill({ status: 200, body: replies[key], headers: { 'Access-Control-Allow-Origin': '*' } });
+    });
+}
 
 /* label, what opens, how a person leaves it ('x' the dialogue's close
 ** control, 'back' the bar's Back, 'tool' the menu button, 'wait' the
@@ -17,7 +46,6 @@ const ENTRIES = [
     ['Settings', '#np_settings_dlg', 'x', 'Settings'],
     ['Sync', '#np_chartkit_ineterror', 'x', 'Internet Error'],
     ['Current', '#np_wind_nodata', 'x', 'no valid data'],
-    ['Wind', '#np_wind_nodata', 'x', 'no valid data'],
     ['Charts', '#cp_chartkit_menu', 'back', 'Chart kits'],
     ['Log', '#cp_track_menu', 'back', 'Back'],
     ['Alarm', '#cp_alarm_menu', 'back', 'Circle'],
@@ -30,11 +58,12 @@ const ENTRIES = [
 ];
 
 test('every main-menu entry opens and returns', { timeout: 180000 }, async () => {
-    const s = await j.firstStart();
-    const page = s.page;
-    try {
+    await j.journey('main-menu', {}, async (page) => {
+        const asked = [];
+        await forecast(page, asked);
         await j.waitInView(page, '#cp_menu_main');
         assert.strictEqual(await j.isInView(page, '#cp_tool'), false, 'no menu button while the main menu shows');
+
         for (const [label, opened, leave, shows] of ENTRIES) {
             await j.openMainMenu(page);
             await j.click(page, j.menuEntry(label));
@@ -56,7 +85,29 @@ test('every main-menu entry opens and returns', { timeout: 180000 }, async () =>
             }
             await j.waitInView(page, '#cp_menu_main');
         }
-    } finally {
-        await s.close();
-    }
+
+        /* Wind: the grid goes through the host's database into barbs and
+        ** three times; a grid node reads as its pixel says */
+        await page.evaluate(() => {
+            const arrow = kelvor.wind.windArrow;
+            window.barbs = 0;
+            kelvor.wind.windArrow = function () { window.barbs++; return arrow.apply(this, arguments); };
+        });
+        await j.openMainMenu(page);
+        await j.click(page, j.menuEntry('Wind'));
+        await j.waitInView(page, '#np_html_wind_time', 20000);
+        await j.until(() => page.evaluate(() => window.barbs > 20), 'wind barbs drawn', 20000);
+        const downloads = () => asked.filter((k) => k === 'getGridData').length;
+        assert.strictEqual(downloads(), 1);
+        const [u, v] = pixel(6).map((b) => b * 40 / 254 - 20);
+        const node = await page.evaluate(() => kelvor.wind.getWind(54.25, 9.5));
+        assert.ok(Math.abs(node.u - u) < 1e-6 && Math.abs(node.v - v) < 1e-6, JSON.stringify(node));
+        assert.strictEqual(await page.locator('#np_html_wind_time option').count(), 3);
+        await j.shot(page, 'main-menu-Wind');
+        /* opened again, the stored rows are current: no new download */
+        await j.openMainMenu(page);
+        await j.click(page, j.menuEntry('Wind'));
+        await j.waitInView(page, '#np_html_wind_time');
+        assert.strictEqual(downloads(), 1);
+    });
 });

@@ -26,11 +26,8 @@ const R = metres(ownShip(0), CENTRE);
 const boatPos = (page) => page.evaluate(() => ({ lat: kelvor.boat.theBoat.lat(), lon: kelvor.boat.theBoat.lon() }));
 
 test('a network feed set in Settings moves the boat and fills the right column', { timeout: 180000 }, async () => {
-    const feed = await j.voyage();
-    const s = await j.firstStart();
-    const page = s.page;
-    try {
-        await j.setNetworkFeed(page, feed.port);
+    await j.journey('network', { voyage: {} }, async (page, s) => {
+        await j.setNetworkFeed(page, s.feed.port);
 
         /* the boat reaches the recorded circle and goes round it */
         let first = null;
@@ -78,8 +75,5 @@ test('a network feed set in Settings moves the boat and fills the right column',
         await j.until(async () => (await page.locator('#r_ais_list .ais_entry').count()) > 8, 'a long target list', 30000);
         for (const b of await page.locator('#cp_menu_main .menu_btn').all()) await b.click({ trial: true, timeout: 10000 });
         await j.shot(page, 'network-right-column');
-    } finally {
-        await s.close();
-        await feed.stop();
-    }
+    });
 });

@@ -10,7 +10,6 @@
 const test = require('node:test');
 const assert = require('node:assert');
 const j = require('./journey');
-const { drag } = require('../client/browser');
 
 /* The map centre of the 1280x800 page: new objects appear around it. */
 const C = { x: 640, y: 400 };
@@ -21,16 +20,14 @@ async function valueOf(page, sel) {
 }
 
 test('ruler, marker with a note, and an activated three-point route', { timeout: 180000 }, async () => {
-    const s = await j.firstStart();
-    const page = s.page;
-    try {
+    await j.journey('route', {}, async (page) => {
         /* a ruler: new, level at first; dragging its end turns it to north-east */
         await j.openMainMenu(page);
         await j.click(page, j.menuEntry('Ruler'));
         await j.click(page, '#btn_ruler_add');
         assert.strictEqual(await valueOf(page, '#i_ruler_brg'), '90°T');
         const before = await valueOf(page, '#i_ruler_length');
-        await drag(page, { x: C.x + 50, y: C.y }, { x: C.x + 50, y: C.y - 100 });
+        await j.drag(page, { x: C.x + 50, y: C.y }, { x: C.x + 50, y: C.y - 100 });
         await j.until(async () => (await j.text(page, '#i_ruler_brg')).trim() === '45°T', 'the ruler turned');
         const after = await valueOf(page, '#i_ruler_length');
         assert.match(after, /^\d+(\.\d+)?\snm$/);
@@ -47,8 +44,14 @@ test('ruler, marker with a note, and an activated three-point route', { timeout:
         await j.shot(page, 'route-ruler');
         await j.click(page, '#cp_ruler_menu .menu_btn:has-text("Back")');
 
-        /* move the chart up, so that new objects keep clear of the ruler */
-        await drag(page, { x: 300, y: 650 }, { x: 300, y: 450 });
+        /* move the chart up, so that new objects keep clear of the ruler;
+        ** it follows the pointer's path */
+        const centre = () => page.evaluate(() => [cpApp.map.cx, cpApp.map.cy]);
+        const c0 = await centre();
+        await j.drag(page, { x: 300, y: 650 }, { x: 300, y: 450 });
+        await j.chartPainted(page);
+        const c1 = await centre();
+        assert.ok(Math.abs(c1[0] - c0[0]) <= 1 && Math.abs(c1[1] - c0[1] - 200) <= 1, `panned from ${c0} to ${c1}`);
 
         /* a marker with a note */
         await j.openMainMenu(page);
@@ -67,10 +70,10 @@ test('ruler, marker with a note, and an activated three-point route', { timeout:
         await j.click(page, '#btn_route_add');
         await j.waitInView(page, '#i_route_name');
         const wp1 = { x: 450, y: 550 }, wp3 = { x: 820, y: 200 };
-        await drag(page, { x: C.x + 50, y: C.y }, wp3);
-        await drag(page, { x: C.x - 50, y: C.y }, wp1);
+        await j.drag(page, { x: C.x + 50, y: C.y }, wp3);
+        await j.drag(page, { x: C.x - 50, y: C.y }, wp1);
         const leg = { x: wp1.x + (wp3.x - wp1.x) / 4, y: wp1.y + (wp3.y - wp1.y) / 4 };
-        await drag(page, leg, { x: 480, y: 380 });
+        await j.drag(page, leg, { x: 480, y: 380 });
         await j.until(() => page.evaluate(() => kelvor.routeList.length === 1 && kelvor.routeList[0].m.length === 3),
             'a third waypoint');
         await j.shot(page, 'route-three-points');
@@ -100,10 +103,5 @@ test('ruler, marker with a note, and an activated three-point route', { timeout:
         assert.deepStrictEqual(await page.evaluate(() => [kelvor.routeList.map((r) => [r.m.length, r.locked]),
             kelvor.rulerList.map((r) => r.m[1].note), kelvor.marker.userMarkers().map((m) => m.note)]),
         [[[3, true]], ['pier head'], ['Fuel <dock> & water']]);
-    } catch (e) {
-        await j.shot(page, 'route-failed');
-        throw e;
-    } finally {
-        await s.close();
-    }
+    });
 });

@@ -8,20 +8,12 @@
 
 const test = require('node:test');
 const assert = require('node:assert');
-const fs = require('fs');
 const path = require('path');
 const j = require('./journey');
+const i18n = require('../../packs/app_i18n');
 
 /* English text to translation, from the tables the pack is built with */
-function table(lang) {
-    const t = new Map();
-    for (const line of fs.readFileSync(path.join(__dirname, `../../packs/i18n/${lang}.tsv`), 'utf8').split('\n')) {
-        if (!line || line.startsWith('#')) continue;
-        const [en, tr] = line.split('\t');
-        t.set(en, tr);
-    }
-    return t;
-}
+const table = (lang) => i18n.loadTable(path.join(__dirname, `../../packs/i18n/${lang}.tsv`)).table;
 
 /* Every text a person sees on the page right now: the text of visible
 ** elements inside the viewport. */
@@ -91,11 +83,8 @@ function untranslated(texts, english, tr) {
 }
 
 test('units, languages and night mode through Settings', { timeout: 300000 }, async () => {
-    const feed = await j.voyage();
-    const s = await j.firstStart();
-    const page = s.page;
-    try {
-        await j.setNetworkFeed(page, feed.port);
+    await j.journey('settings', { voyage: {} }, async (page, s) => {
+        await j.setNetworkFeed(page, s.feed.port);
         let d = await boatDash(page);
         assert.match(d.sog, / kt$/);
         assert.match(d.dpt, / m$/);
@@ -162,8 +151,5 @@ test('units, languages and night mode through Settings', { timeout: 300000 }, as
             const left = untranslated(await screenTexts(page, lang), english, table(lang));
             assert.deepStrictEqual(left, [], lang + ': no English text left');
         }
-    } finally {
-        await s.close();
-        await feed.stop();
-    }
+    });
 });

@@ -22,66 +22,60 @@ const PAGE = ORIGIN + '/app/marepack.html';
 /* the PNG codec playwright-core carries (pngjs) */
 const { PNG } = require(path.join(ROOT, 'node_modules/playwright-core/lib/utilsBundle'));
 
-function get(url) {
-    return new Promise((resolve) => {
-        const req = http.get(url, (res) => {
-            const parts = [];
-            res.on('data', (d) => parts.push(d));
-            res.on('end', () => resolve({ status: res.statusCode, body: Buffer.concat(parts).toString('utf8') }));
-        });
-        req.on('error', () => resolve({ status: 0, body: '' }));
-        req.setTimeout(2000, () => req.destroy());
-    });
-}
-
-/* True once nothing answers on the host's port, polled for at most ms. */
-async function portFree(ms) {
-    const end = Date.now() + ms;
+/* Polls fn() until it returns true, failing after timeout ms. */
+async function until(fn, what, timeout) {
+    const end = Date.now() + (timeout || 10000);
     for (;;) {
-        const r = await get(ORIGIN + '/hostversion');
-        if (r.status === 0) return true;
-        if (Date.now() >= end) return false;
+        if (await fn()) return;
+        if (Date.now() > end) throw new Error('timed out waiting for ' + what);
         await new Promise((res) => setTimeout(res, 50));
     }
 }
 
+/* The status of the host's /hostversion, 0 while nothing answers. */
+function hostStatus() {
+    return new Promise((resolve) => {
+        const req = http.get(ORIGIN + '/hostversion', (res) => {
+            res.resume();
+            resolve(res.statusCode);
+        });
+        req.on('error', () => resolve(0));
+        req.setTimeout(2000, () => req.destroy());
+    });
+}
+
+const portFree = async () => await hostStatus() === 0;
+
 async function startHost() {
     /* whatever answers before ours starts is a stranger the test would
     ** talk to instead (SO_REUSEPORT even lets ours listen beside it) */
-    if (!await portFree(5000)) {
-        throw new Error('something already listens on 127.0.0.1:19999 before the test\'s host starts; ' +
-            'stop it, or run the test through tests/support/isolate.sh');
-    }
+    await until(portFree, 'nothing else on 127.0.0.1:19999 (run the test through tests/support/isolate.sh)', 5000);
     const home = fs.mkdtempSync(path.join(os.tmpdir(), 'mareplot-client-'));
     const env = Object.assign({}, process.env, { HOME: home });
     delete env.XDG_DATA_HOME;
     const proc = spawn(MAREPLOTD, [], { env, stdio: ['ignore', 'ignore', 'inherit'] });
     let exited = false;
     const gone = new Promise((res) => proc.on('exit', () => { exited = true; res(); }));
-    /* the start writes both carried packs: slow under the sanitizers */
-    const end = Date.now() + 60000;
-    while (!exited && Date.now() < end) {
-        const r = await get(ORIGIN + '/hostversion');
-        if (r.status === 200 && !exited) {
-            return {
-                home,
-                /* ends the host and waits until it is gone and the port free */
-                async stop() {
-                    if (!exited) proc.kill('SIGTERM');
-                    await gone;
-                    fs.rmSync(home, { recursive: true, force: true });
-                    if (!await portFree(10000)) throw new Error('127.0.0.1:19999 still answers after the host ended');
-                },
-            };
-        }
-        await new Promise((res) => setTimeout(res, 50));
-    }
-    if (!exited) {
+    try {
+        /* the start writes both carried packs: slow under the sanitizers */
+        await until(async () => exited || await hostStatus() === 200, 'mareplotd on ' + ORIGIN, 60000);
+        if (exited) throw new Error('mareplotd ended before it answered on ' + ORIGIN);
+    } catch (e) {
         proc.kill('SIGKILL');
         await gone;
+        fs.rmSync(home, { recursive: true, force: true });
+        throw e;
     }
-    fs.rmSync(home, { recursive: true, force: true });
-    throw new Error('mareplotd did not start on ' + ORIGIN + (exited ? ' (it ended)' : ' within 60 s'));
+    return {
+        home,
+        /* ends the host and waits until it is gone and the port free */
+        async stop() {
+            if (!exited) proc.kill('SIGTERM');
+            await gone;
+            fs.rmSync(home, { recursive: true, force: true });
+            await until(portFree, '127.0.0.1:19999 free after the host ended', 10000);
+        },
+    };
 }
 
 async function openPage(opts) {
@@ -237,5 +231,5 @@ async function drag(page, from, to) {
     await page.mouse.up();
 }
 
-module.exports = { startHost, openPage, loaded, settled, setAndReload, configure, start, withPage, drag,
+module.exports = { startHost, openPage, loaded, settled, setAndReload, configure, start, withPage, drag, until,
     syntheticPack, PNG, PAGE, ORIGIN, MAREPLOTD };

@@ -11,6 +11,7 @@ const os = require('os');
 const path = require('path');
 const { spawn } = require('child_process');
 const browser = require('../client/browser');
+const { until } = browser;
 
 const ROOT = path.resolve(__dirname, '../..');
 const REPLAY = process.env.NMEA_REPLAY || path.join(path.dirname(browser.MAREPLOTD), 'nmea_replay');
@@ -29,16 +30,6 @@ async function viewBox(page, sel) {
 
 async function isInView(page, sel) {
     return !!await viewBox(page, sel);
-}
-
-/* Polls fn() until it returns true, failing after timeout ms. */
-async function until(fn, what, timeout) {
-    const end = Date.now() + (timeout || 10000);
-    for (;;) {
-        if (await fn()) return;
-        if (Date.now() > end) throw new Error('timed out waiting for ' + what);
-        await new Promise((res) => setTimeout(res, 50));
-    }
 }
 
 /* Waits until the element is visible inside the viewport and has stopped
@@ -71,14 +62,11 @@ async function click(page, sel) {
 }
 
 /* Waits for a render pass with every tile of the view drawn. */
-function chartPainted(page, timeout) {
-    return browser.settled(page, timeout || 20000);
-}
+const chartPainted = (page, timeout) => browser.settled(page, timeout || 20000);
 
 /* Closes the first-start wizard by its × like a user. */
 async function closeWizard(page) {
-    await waitInView(page, '#np_wizzard_1 .np_close');
-    await page.click('#np_wizzard_1 .np_close');
+    await click(page, '#np_wizzard_1 .np_close');
     await waitHidden(page, '#np_wizzard_1');
 }
 

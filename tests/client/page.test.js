@@ -1,14 +1,16 @@
 /*
-** The chart on the canvas in both raster paths, read back pixel by pixel,
-** and the two-finger pinch. Needs build/mareplotd (or MAREPLOTD) and
-** /usr/bin/chromium; binds port 19999, so run it through
-** tests/support/isolate.sh.
+** The chart on the canvas, read back pixel by pixel: tiles in both raster
+** paths, and a vector overlay in WebGL with areas, lines, symbols, rings
+** and text boxes from its style sheets; the kept geometry over a lost
+** context, a tap on a feature, and the two-finger pinch. Needs
+** build/mareplotd (or MAREPLOTD) and /usr/bin/chromium; binds port 19999,
+** so run it through tests/support/isolate.sh.
 */
 'use strict';
 
 const test = require('node:test');
 const assert = require('node:assert');
-const { settled, withPage } = require('./browser');
+const { settled, withPage, loaded, PNG } = require('./browser');
 
 /* The share of each colour of the view, coarsely binned ("r,g,b"), after
 ** a fresh render pass so that the WebGL buffer can be read. */
@@ -62,6 +64,123 @@ for (const gl of [false, true]) {
         }, own(gl));
     });
 }
+
+/* A 64 by 64 sheet as a data URL, each pixel coloured by fill(x, y) (an
+** RGBA list, or nothing for clear). */
+function sheet(fill) {
+    const png = new PNG({ width: 64, height: 64 });
+    for (let i = 0; i < 64 * 64; i++) png.data.set(fill(i % 64, Math.floor(i / 64)) || [0, 0, 0, 0], i * 4);
+    return 'data:image/png;base64,' + PNG.sync.write(png).toString('base64');
+}
+
+/* A symbol sheet with a yellow disc in its top left quarter, a font sheet
+** with one solid glyph cell. */
+const SHEETS = {
+    sym: sheet((x, y) => (Math.hypot(x - 16, y - 16) <= 14 ? [255, 255, 0, 255] : null)),
+    font: sheet((x, y) => (x < 32 && y < 32 ? [0, 0, 0, 255] : null)),
+};
+
+/* Counts of the overlay's pure colours in a fresh WebGL pass. */
+function overlayColours() {
+    const m = cpApp.map, gl = m.ctx3d;
+    m.force = true;
+    m.render();
+    const data = new Uint8Array(gl.drawingBufferWidth * gl.drawingBufferHeight * 4);
+    gl.readPixels(0, 0, gl.drawingBufferWidth, gl.drawingBufferHeight, gl.RGBA, gl.UNSIGNED_BYTE, data);
+    const n = { red: 0, green: 0, blue: 0, yellow: 0, magenta: 0 };
+    for (let i = 0; i < data.length; i += 4) {
+        const [r, g, b] = [data[i], data[i + 1], data[i + 2]];
+        if (r > 220 && g < 40 && b < 40) n.red++;
+        if (r < 30 && g > 170 && g < 230 && b < 30) n.green++;
+        if (r < 30 && g < 30 && b > 220) n.blue++;
+        if (r > 220 && g > 220 && b < 40) n.yellow++;
+        if (r > 220 && g < 40 && b > 220) n.magenta++;
+    }
+    return n;
+}
+
+/* The overlay: its style, with the sheets img, and five features. */
+function overlay(img) {
+    const glyph = { u1: 0, v1: 0, u2: 0.5, v2: 0.5, w: 60, h: 100, ofx: 0, ofy: 100 };
+    return {
+        style: {
+            RR: {
+                area: { draw: [{ AC: [0, 200, 0, 255] }] },
+                fair: { draw: [{ LC: '[0,0,255,255]', LW: 60 }] },
+                sym: { draw: [{ SY: 'buoy' }, { TX$: 'NAME', TX: '?', OY: 300, TBOXCOL: [255, 255, 255, 200] }] },
+                ring: { draw: [{ RC: 2, RR: 10000, RLC: [255, 0, 255, 255], RW: 30 }] },
+                nothere: { draw: [{ SY: 'no such symbol' }] },
+            },
+            TEX: {
+                SY: { 'Blue X': { u1: 0, v1: 0, u2: 0.5, v2: 0.5, w: 300, h: 300, ofx: 150, ofy: 150 },
+                    buoy: { u1: 0, v1: 0, u2: 0.5, v2: 0.5, w: 500, h: 500, ofx: 250, ofy: 250 } },
+                ArialN: { _defimage: 'font.png', H: glyph, O: glyph },
+            },
+            IMG: { 'symbols.png': img.sym, 'font.png': img.font },
+        },
+        map: [
+            { _XY: [10.15, 54.45, 10.3, 54.45, 10.3, 54.6, 10.15, 54.6], _RR: 'area', _SC1: 0, _SC2: 50000000 },
+            { _XY: [9.9, 54.3, 10.05, 54.7], _RR: 'fair', _LY: 'RTE_FAIRWAY', NAME: 'Test fairway' },
+            { _XY: [10.25, 54.4], _RR: ['sym', 'ring'], NAME: 'HO', action: 1, Name: 'Harbour office',
+                Description: 'Open 8 to 18' },
+            { _XY: [10.0, 54.6], _RR: 'nothere', _LY: 'RTE_MARKER', _ID: 7, NAME: 'Fairway buoy 7' },
+            { _XY: [10.1, 54.5], _RR: 'area', _SC1: 1, _SC2: 2 },
+        ],
+    };
+}
+
+test('an overlay draws in WebGL with the world grid; its feature shows its texts', async () => {
+    await withPage(async (page) => {
+        /* stored the way a downloaded overlay is, then picked up at the start */
+        await page.evaluate((doc) => fetch("/UPexecSql/REPLACE INTO kvt (k,v,t,l) VALUES(3,?,13,'**')",
+            { method: 'POST', body: doc }), JSON.stringify(overlay(SHEETS)));
+        await page.reload();
+        await loaded(page);
+        assert.strictEqual(await page.evaluate(() => !!cpApp.map.ctx3d), true, 'WebGL under swiftshader');
+        /* the sheets decode asynchronously; a render now and then (not one
+        ** per frame, which starves a loaded machine) takes them up */
+        await page.waitForFunction(() => {
+            const v = kelvor.chartkit.vectorMap;
+            cpApp.map.render();
+            return v.style.loaded && v.map.loaded;
+        }, null, { timeout: 60000, polling: 100 });
+        await settled(page);
+        const n = await page.evaluate(overlayColours);
+        const st = await page.evaluate(() => {
+            const v = kelvor.chartkit.vectorMap;
+            return { missing: Object.keys(v.missing), navrte: kelvor.chartkit.navrte.name,
+                marker: kelvor.ais.ais_elem.RTEMRK7 && kelvor.ais.ais_elem.RTEMRK7.name,
+                scales: v.scaleList, boxes: v.boxTriangles.count(), glyphs: v.fonts.ArialN.buffer.count() };
+        });
+        for (const c of Object.keys(n)) assert.ok(n[c] > 30, `${c}: ${JSON.stringify(n)}`);
+        assert.deepStrictEqual(st.missing, ['no such symbol']);
+        assert.strictEqual(st.navrte, 'Test fairway');
+        assert.strictEqual(st.marker, 'Fairway buoy 7');
+        assert.deepStrictEqual(st.scales, ['0', '1', '2', '50000000'], 'scale keys sorted as text');
+        assert.deepStrictEqual([st.boxes, st.glyphs], [6, 12], 'one text box, two glyphs');
+
+        // a lost and restored context draws the kept geometry again
+        await page.evaluate(() => {
+            window.__lose = cpApp.map.ctx3d.getExtension('WEBGL_lose_context');
+            window.__lose.loseContext();
+        });
+        await page.waitForFunction(() => !cpApp.map.ctx3d);
+        await page.evaluate(() => window.__lose.restoreContext());
+        await page.waitForFunction(() => !!cpApp.map.ctx3d);
+        const after = await page.evaluate(overlayColours);
+        assert.ok(await page.evaluate(() => kelvor.chartkit.vectorMap.map.loaded), 'the map kept');
+        assert.ok(after.green > 30, JSON.stringify(after));
+
+        // a tap on the feature shows its name and description
+        const at = await page.evaluate(() => {
+            const m = cpApp.map, r = m.canvas.getBoundingClientRect();
+            return { x: r.left + m.getXpos(10.25) - m.cx + m.sx / 2, y: r.top + m.getYpos(54.4) - m.cy + m.sy / 2 };
+        });
+        await page.mouse.click(at.x, at.y);
+        await page.waitForSelector('#cp_dialog_common:has-text("Harbour office")', { state: 'visible' });
+        assert.match(await page.innerText('#cp_dialog_common'), /Open 8 to 18/);
+    }, own(true));
+});
 
 test('a two-finger pinch zooms about its centre, a short tap does not pan', async () => {
     await withPage(async (page) => {

@@ -33,7 +33,7 @@ kelvor.cloud = {
     /* The backup document from the trip database. */
     collect: function () {
         var t = postSync("/UexecSql", "SELECT * FROM log ORDER BY ts");
-        var tr = JSON.parse(t === false ? "[]" : t);
+        var tr = kelvor.aux.parseSql(t === false ? "[]" : t);
         return {
             mk: getSync("/getValue/marker"),
             rt: getSync("/getValue/route"),
@@ -68,14 +68,13 @@ kelvor.cloud = {
 
     /* INSERT texts for the log rows, each ending once it passes BATCH
     ** characters; the last one carries the "Data restored" row. The old ids
-    ** are not kept. v goes in as it is between apostrophes, so a v holding
-    ** an apostrophe breaks its batch and with it the restore. */
+    ** are not kept. v is an SQL text literal, its apostrophes doubled. */
     logBatches: function (rows, now) {
         var head = "INSERT INTO log (ts,x,y,t,v) VALUES ", out = [], q = head, n = 0;
         /* rows as the host lists them: [id, ts, x, y, t, v] */
         var row = function (r) {
             return "(" + Number(r[1]) + "," + Number(r[2]) + "," + Number(r[3]) + "," + Number(r[4]) + ",'" +
-                (r[5] === null || r[5] === undefined ? "" : r[5]) + "')";
+                (r[5] === null || r[5] === undefined ? "" : String(r[5]).replace(/'/g, "''")) + "')";
         };
         for (var i = 0; i < rows.length; i++) {
             q += (n ? "," : "") + row(rows[i]);

@@ -358,6 +358,15 @@ kelvor.aux = {
         return out;
     },
 
+    /* Parses the rows the host's SQL gateway replies with. The host writes
+    ** an apostrophe inside a text as \', which JSON has not got; each escape
+    ** is read as a pair from the left, so that an escaped backslash before
+    ** an apostrophe stays a backslash. Throws as JSON.parse does on a reply
+    ** that holds no rows ("OK", an error text). */
+    parseSql: function (text) {
+        return JSON.parse(String(text).replace(/\\[\s\S]/g, function (e) { return e === "\\'" ? "'" : e; }));
+    },
+
     /* Sorts the options of a select from index `from` on by their text. */
     sortSelect: function (sel, from) {
         var aux = kelvor.aux;

@@ -31,7 +31,7 @@ kelvor.track = {
         var r = postSync("/UexecSql", q);
         if (r === false) return false;
         try {
-            var l = JSON.parse(r);
+            var l = kelvor.aux.parseSql(r);
             return Array.isArray(l) ? l : false;
         } catch (e) {
             return false;

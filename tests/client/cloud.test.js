@@ -90,3 +90,28 @@ test('backup document and request keys', () => {
     assert.deepStrictEqual(doc.tr, [[1, 100, 2, 3, 1, 'a']]);
     assert.strictEqual(ctx.cpApp.saves, 1, 'settings saved first');
 });
+
+// Text as the host's gateway writes it: b t n f r " ' / and \ get a backslash, the apostrophe too.
+const gatewayText = (s) => '"' + s.replace(/[\b\t\n\f\r"'/\\]/g,
+    (c) => '\\' + ({ '\b': 'b', '\t': 't', '\n': 'n', '\f': 'f', '\r': 'r' }[c] || c)) + '"';
+// The SQL text literals of a statement, read back as SQLite reads them.
+const sqlTexts = (q) => (q.match(/'(?:[^']|'')*'/g) || []).map((l) => l.slice(1, -1).replace(/''/g, "'"));
+
+test('log texts with apostrophes and backslashes survive backup and restore', () => {
+    for (const v of ['54°50\'19.19"N 8°17\'01.5"E', 'C:\\tmp\\\'s', "it's \\\\ 'quoted'", 'plain/text']) {
+        const ctx = client('<p>saved</p>');
+        ctx.route = ((r) => (m, url, body) =>
+            (url === '/UexecSql' && /^SELECT/.test(body) ? '[\n[1,100,2,3,1,' + gatewayText(v) + ']\n]' : r(m, url, body)))(ctx.route);
+        assert.strictEqual(ctx.kelvor.track.sql('SELECT * FROM log')[0][5], v, 'track view reads it');
+        ctx.kelvor.cloud.saveInCloud(false);
+        const post = ctx.requests.find((r) => r.url.indexOf('?saveInCloud=') > 0);
+        assert.ok(post, `backup of ${v}`);
+        assert.strictEqual(JSON.parse(post.body).tr[0][5], v);
+
+        const back = client('x|---|' + post.body);
+        back.kelvor.cloud.loadFromCloud3('1');
+        const ins = sql(back).filter((s) => s.indexOf('INSERT INTO log') === 0);
+        assert.deepStrictEqual(sqlTexts(ins[0]), [v, 'Data restored'], `restore of ${v}`);
+        assert.strictEqual(back.cpApp.errors + ctx.cpApp.errors, 0);
+    }
+});

@@ -98,6 +98,29 @@ kelvor.cloud = {
         return r;
     },
 
+    /* Empties the user's objects before a restore loads the backup's: the
+    ** loaders add to their lists, and every waypoint and alarm point is in
+    ** the marker list too, so routes, rulers and alarms go with the markers.
+    ** Nothing of before stays selected, nor steered to. */
+    _clearObjects: function () {
+        var b = kelvor.boat;
+        cpApp.unSelect();
+        kelvor.marker.markerList = [];
+        kelvor.marker.activeMarker = false;
+        kelvor.route.activeRoute = false;
+        kelvor.route.xteHandle = null;
+        kelvor.routeList = [];
+        kelvor.ruler.activeRuler = false;
+        kelvor.rulerList = [];
+        kelvor.alarm.unSelect();
+        kelvor.alarmList = [];
+        if (b && b.activeWayPoint) {
+            b.activeWayPoint = false;
+            b.activeBrg = 0;
+            kelvor.aux.show("i_boat_stop_route", false);
+        }
+    },
+
     loadFromCloud3: function (id) {
         var c = kelvor.cloud, began = false;
         try {
@@ -108,8 +131,7 @@ kelvor.cloud = {
             if (d) d.innerHTML = parts[0];
             var doc = JSON.parse(parts[1]);
 
-            kelvor.marker.markerList = [];
-            kelvor.marker.activeMarker = false;
+            c._clearObjects();
             c._sql("BEGIN");
             began = true;
             var mods = [["rt", kelvor.route], ["al", kelvor.alarm], ["rl", kelvor.ruler], ["mk", kelvor.marker]];

@@ -115,3 +115,25 @@ test('log texts with apostrophes and backslashes survive backup and restore', ()
         assert.strictEqual(back.cpApp.errors + ctx.cpApp.errors, 0);
     }
 });
+
+test('a restore leaves exactly the backup\'s routes, rulers, alarms and markers', () => {
+    const two = (name) => JSON.stringify([{ name, m: [{ name: 'A', x: 1, y: 2 }, { name: 'B', x: 3, y: 4 }] }]);
+    const doc = { mk: '[{"name":"Buoy","x":5,"y":6}]', rt: two('Backup route'), rl: two('Backup ruler'), al: two('Backup alarm'), tr: [] };
+    for (const keys of [['mk', 'rt', 'rl', 'al'], ['mk']]) {
+        const ctx = client('x|---|' + JSON.stringify(Object.fromEntries(keys.map((k) => [k, doc[k]]))));
+        const K = ctx.kelvor;
+        K.route.load(two('Device route'));
+        K.ruler.load(two('Device ruler'));
+        K.alarm.load(two('Device alarm'));
+        K.route.activeRoute = K.routeList[0];
+        K.boat.activeWayPoint = K.routeList[0].m[1];
+        K.cloud.loadFromCloud3('1');
+        const names = (l) => Array.from(l, (o) => o.name);
+        const want = (k, name) => (keys.indexOf(k) >= 0 ? [name] : []);
+        assert.deepStrictEqual(names(K.routeList), want('rt', 'Backup route'), keys.join());
+        assert.deepStrictEqual(names(K.rulerList), want('rl', 'Backup ruler'));
+        assert.deepStrictEqual(names(K.alarmList), want('al', 'Backup alarm'));
+        assert.strictEqual(K.marker.markerList.length, 1 + 2 * (keys.length - 1), 'the backup\'s markers and points');
+        assert.ok(!K.route.activeRoute && !K.boat.activeWayPoint, 'nothing selected or steered to from before');
+    }
+});

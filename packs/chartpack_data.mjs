@@ -72,6 +72,17 @@ for (const s of candidates) {
   chosen.push(s);
 }
 
+// The display name: the station's own, or its spelling from the regions file
+// where the source lost the umlauts ("Eckernfrde"); the locality follows in
+// brackets unless it is the name again, written out in ASCII ("Eckernfoerde").
+const ascii = (t) => t.replace(/ä/g, "ae").replace(/ö/g, "oe").replace(/ü/g, "ue").replace(/Ä/g, "Ae")
+  .replace(/Ö/g, "Oe").replace(/Ü/g, "Ue").replace(/ß/g, "ss");
+function stationName(s) {
+  const name = (tideCfg.names && tideCfg.names[s.source.id]) || s.name;
+  if (!s.locality || s.locality === name || ascii(name).includes(s.locality)) return name;
+  return `${name} (${s.locality})`;
+}
+
 const start = Date.UTC(year - 1, 0, 1) / 1000;
 const end = Date.UTC(year + 3, 0, 1) / 1000;
 const doc = {};
@@ -122,7 +133,7 @@ chosen.forEach((s, i) => {
     lon: Number(s.longitude.toFixed(6)),
     stype: 1,
     region: cleanText(s.region || s.country, 80),
-    name: cleanText(s.locality && s.locality !== s.name ? `${s.name} (${s.locality})` : s.name, 80),
+    name: cleanText(stationName(s), 80),
     datum: cleanText(datum, 16),
     toLAT: null,
     primary_fid: null,

@@ -137,7 +137,11 @@ kelvor.wind = {
         try {
             cpApp.map.wftoken = true;
             W.loadWind(mode);
+            /* the wind bar stands where the dashboards do: none stays open */
             if (cpApp.showMenuBar) cpApp.showMenuBar("*");
+            if (cpApp.showDashBoard) cpApp.showDashBoard("*");
+            /* and the map's scale goes below it, as below a dashboard */
+            cpApp.map.scaleposY = 60;
             cpApp.update();
         } catch (e) {
             console.log("wind: " + e);
@@ -148,9 +152,13 @@ kelvor.wind = {
 
     windFinderOff: function () {
         kelvor.wind.play(0);
-        if (cpApp && cpApp.map) cpApp.map.wftoken = false;
+        if (cpApp && cpApp.map) {
+            cpApp.map.wftoken = false;
+            cpApp.map.scaleposY = 0;
+        }
         var d = kelvor.aux.el("cp_windfinder_dash");
         if (d) kelvor.aux.addClass(d, "none");
+        if (cpApp && cpApp.update) cpApp.update();
     },
 
     /* Dashboards call this when they open. */

@@ -109,5 +109,20 @@ test('every main-menu entry opens and returns', { timeout: 180000 }, async () =>
         await j.click(page, j.menuEntry('Wind'));
         await j.waitInView(page, '#np_html_wind_time');
         assert.strictEqual(downloads(), 1);
+
+        /* the bar's own buttons: step to the next time, then close; no
+        ** dashboard covers it, and the map shows no more barbs */
+        assert.strictEqual(await j.isInView(page, '#cp_boat_dash'), false, 'no dashboard over the wind bar');
+        const shown = () => page.$eval('#np_html_wind_time', (s) => s.options[s.selectedIndex].text);
+        const first = await shown();
+        await j.click(page, '#windmenu img[src$="interface-75.png"]');
+        await j.until(async () => await shown() !== first, 'the next forecast time shown', 10000);
+        await j.shot(page, 'main-menu-Wind-step');
+        await j.click(page, '#windmenu .np_close_inline');
+        await j.waitHidden(page, '#cp_windfinder_dash');
+        await page.evaluate(() => { window.barbs = 0; window.passes = cpApp.map._renderCount; });
+        await j.until(() => page.evaluate(() => cpApp.map._renderCount > window.passes + 1), 'the map painted', 10000);
+        assert.strictEqual(await page.evaluate(() => window.barbs), 0, 'no barbs after the close');
+        await j.shot(page, 'main-menu-Wind-closed');
     });
 });

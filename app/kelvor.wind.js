@@ -297,7 +297,8 @@ kelvor.wind = {
     },
 
     _loadFail: function () {
-        cpApp.map.wftoken = false;
+        /* the whole wind view goes, bar and scale place included */
+        kelvor.wind.windFinderOff();
         cpApp.sizeDialog("np_wind_nodata");
     },
 

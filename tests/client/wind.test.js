@@ -124,3 +124,21 @@ test('legend and current labels convert metres per second once', () => {
     W.render(c2d);
     assert.deepStrictEqual(texts, ['1.9 kt']);
 });
+
+/* Off by its close control or by a failed download, the wind view leaves
+** nothing behind: no grid, no bar, the map's scale back at the top. */
+test('the wind view ends wholly on close and on a failed download', () => {
+    for (const how of ['close', 'failed download']) {
+        const ctx = load(CORE.concat(['kelvor.wind.js']));
+        const W = ctx.kelvor.wind;
+        const dash = { className: '' }, dialogs = [];
+        ctx.document.getElementById = (id) => (id === 'cp_windfinder_dash' ? dash : null);
+        ctx.cpApp = { map: { wftoken: true, scaleposY: 60 }, update: () => {}, sizeDialog: (id) => dialogs.push(id) };
+        if (how === 'close') W.windFinderOff();
+        else W._loadFail();
+        assert.strictEqual(ctx.cpApp.map.wftoken, false, how);
+        assert.strictEqual(ctx.cpApp.map.scaleposY, 0, how);
+        assert.strictEqual(dash.className, 'none', how);
+        assert.deepStrictEqual(dialogs, how === 'close' ? [] : ['np_wind_nodata'], how);
+    }
+});

@@ -165,7 +165,6 @@ TEST_F(KeyDir, ServerHostComesFromTheKeyFileOrStaysInvalid) {
         // a name that does not fit is no server at all, never a cut one
         {true, longest + "  \n", longest, 0},
         {true, tooLong + "\n", "", -1},
-        {true, std::string(5000, 'h'), "", -1},
     };
     for (const Case &c : cases) {
         unlink(key().c_str());
@@ -184,45 +183,28 @@ TEST_F(KeyDir, SetChartServerStoresOnlyPlainAddresses) {
         std::string address;
         bool ok;
     } cases[] = {
-        {"charts.example.org", true},
-        {"my-boat", true},
-        {"127.0.0.1:8080", true},
-        {"localhost:1", true},
+        {"my-boat.example.org", true},
+        {"127.0.0.1:1", true},
         {"chartbox:65535", true},
         {"[::1]", true},
-        {"[::1]:8080", true},
         {"[::ffff:192.168.1.2]:8080", true},
         {label63 + ".example", true},
         {longest, true},
-        // longer than the download's host field holds
-        {labels + std::string(59, 'h') + ":8080", false},
-        {std::string(2000, 'h'), false},
+        {labels + std::string(59, 'h') + ":8080", false},  // longer than the download's host field
         {label63 + "a.example", false},
-        // paths, schemes and other tricks
         {"../chartserver", false},
-        {".", false},
         {"host/kits.json", false},
         {"http://host", false},
-        {"host?x=1", false},
-        {"user@host", false},
-        {"host name", false},
         {"host\r\nX: 1", false},
-        {"ho%st", false},
-        // name and port rules
-        {".host", false},
         {"host.", false},
-        {"a..b", false},
+        {":8080", false},
         {"host:", false},
         {"host:0", false},
         {"host:65536", false},
         {"host:123456", false},
         {"host:80:90", false},
-        {"host:8o", false},
-        {":8080", false},
-        {"::1", false},
         {"[::1", false},
         {"[::1]8080", false},
-        {"[::1]:", false},
         {"[host]:80", false},
         {"[1]", false},
     };

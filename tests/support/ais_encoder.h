@@ -9,7 +9,6 @@
 #define MAREPLOT_AIS_ENCODER_H
 
 #include <stdint.h>
-#include <stdio.h>
 
 #include <string>
 #include <vector>
@@ -89,6 +88,14 @@ struct Message {
     std::vector<Field> fields;
     Bits bits;
 
+    Message &add(const Field &f) {
+        fields.push_back(f);
+        if (f.width)
+            bits.put(f.value, f.width);
+        else
+            bits.text(f.text, f.chars);
+        return *this;
+    }
     int64_t num(const std::string &name) const {
         for (const Field &f : fields)
             if (f.name == name) return f.value;
@@ -101,14 +108,10 @@ struct Message {
     }
     /* Sets a field and encodes the message again. */
     void set(const std::string &name, int64_t value) {
+        std::vector<Field> old;
+        old.swap(fields);
         bits = Bits();
-        for (Field &f : fields) {
-            if (f.name == name) f.value = value;
-            if (f.width)
-                bits.put(f.value, f.width);
-            else
-                bits.text(f.text, f.chars);
-        }
+        for (Field &f : old) add(f.name == name ? Field{name, f.width, value, f.text, f.chars} : f);
     }
     std::vector<std::string> sentences(const std::string &talker = "AIVDM", size_t maxChars = 60,
                                        int seqId = 1) const {
@@ -141,33 +144,33 @@ class Builder {
         fixed("msgid", 6, type);
     }
     Builder &fixed(const std::string &name, int width, int64_t v) {
-        msg_.fields.push_back(Field{name, width, v, std::string(), 0});
-        msg_.bits.put(v, width);
+        msg_.add(Field{name, width, v, std::string(), 0});
         return *this;
     }
     Builder &u(const std::string &name, int width) {
         return fixed(name, width, rng_.range(0, (int64_t)((1ull << width) - 1)));
     }
-    Builder &mmsi() { return fixed("userid", 30, rng_.range(200000000, 799999999)); }
     /* A longitude and latitude in 1/10000 minute, now and then the
     ** no-position values 181 and 91 degrees. */
     Builder &position() {
         bool none = rng_.range(0, 9) == 0;
         fixed("lon", 28, none ? 181 * 600000 : rng_.range(-180 * 600000, 180 * 600000));
-        fixed("lat", 27, none ? 91 * 600000 : rng_.range(-85 * 600000, 85 * 600000));
-        return *this;
+        return fixed("lat", 27, none ? 91 * 600000 : rng_.range(-85 * 600000, 85 * 600000));
     }
     Builder &text(const std::string &name, int chars) {
         static const char safe[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789 -.,'()/+:?![]^_#$%&*;<=>";
-        int len = (int)rng_.range(0, chars);
         std::string t;
-        for (int i = 0; i < len; i++) t += safe[rng_.range(0, (int64_t)sizeof(safe) - 2)];
+        for (int64_t len = rng_.range(0, chars); len > 0; len--) t += safe[rng_.range(0, (int64_t)sizeof(safe) - 2)];
         while (!t.empty() && t.back() == ' ') t.pop_back();
-        msg_.fields.push_back(Field{name, 0, 0, t, chars});
-        msg_.bits.text(t, chars);
+        msg_.add(Field{name, 0, 0, t, chars});
         return *this;
     }
-    int64_t last() const { return msg_.fields.back().value; }
+    /* The radio fields of 9 and 18, chosen by the communication flag. */
+    Builder &radioByFlag() {
+        u("comm_state", 1);
+        if (msg_.fields.back().value == 0) return u("sotdma_state", 2).u("slot_timeout", 3).u("sub_message", 14);
+        return u("itdma_state", 2).u("slot_increment", 13).u("num_slots", 3).u("keep", 1);
+    }
     Message done() const { return msg_; }
 
   private:
@@ -175,20 +178,11 @@ class Builder {
     Message msg_;
 };
 
-/* The radio fields of 9 and 18 by the communication flag. */
-inline void radioByFlag(Builder &b) {
-    b.u("comm_state", 1);
-    if (b.last() == 0)
-        b.u("sotdma_state", 2).u("slot_timeout", 3).u("sub_message", 14);
-    else
-        b.u("itdma_state", 2).u("slot_increment", 13).u("num_slots", 3).u("keep", 1);
-}
-
 /* A random message of a type the host turns into rows: 1, 2, 3, 4, 5, 9,
 ** 18, 19, 21, and 24 (part A for type 24, part B for type 124). */
 inline Message randomMessage(Rng &rng, int type) {
     Builder b(rng, type == 124 ? 24 : type);
-    b.u("repeat", 2).mmsi();
+    b.u("repeat", 2).fixed("userid", 30, rng.range(200000000, 799999999));
     switch (type) {
     case 1:
     case 2:
@@ -219,15 +213,13 @@ inline Message randomMessage(Rng &rng, int type) {
     case 9:
         b.u("altitude", 12).u("sog", 10).u("pos_acc", 1).position().u("cog", 12);
         b.u("utc_sec", 6).fixed("regional", 8, 0).u("dte", 1).fixed("spare", 3, 0);
-        b.u("assigned", 1).u("raim", 1);
-        radioByFlag(b);
+        b.u("assigned", 1).u("raim", 1).radioByFlag();
         break;
     case 18:
         b.fixed("regional1", 8, 0).u("sog", 10).u("pos_acc", 1).position().u("cog", 12);
         b.u("hdg", 9).u("utc_sec", 6).fixed("regional2", 2, 0);
         b.u("unit_flag", 1).u("display_flag", 1).u("dsc_flag", 1).u("band_flag", 1);
-        b.u("msg22_flag", 1).u("mode_flag", 1).u("raim", 1);
-        radioByFlag(b);
+        b.u("msg22_flag", 1).u("mode_flag", 1).u("raim", 1).radioByFlag();
         break;
     case 19:
         b.fixed("regional1", 8, 0).u("sog", 10).u("pos_acc", 1).position().u("cog", 12);
@@ -235,14 +227,13 @@ inline Message randomMessage(Rng &rng, int type) {
         b.u("shiptype", 8).u("bow", 9).u("stern", 9).u("port", 6).u("starboard", 6);
         b.u("pos_type", 4).u("raim", 1).u("dte", 1).fixed("spare", 5, 0);
         break;
-    case 21: {
+    case 21:
         b.u("type", 5).text("name", 20).u("pos_acc", 1).position();
         b.u("bow", 9).u("stern", 9).u("port", 6).u("starboard", 6).u("pos_type", 4);
         b.u("utc_sec", 6).u("off_position", 1).fixed("regional", 8, 0).u("raim", 1);
         b.u("virtual_aton", 1).u("assigned", 1).fixed("spare", 1, 0);
         if (rng.range(0, 1)) b.text("name_ext", 14);
         break;
-    }
     case 24:
         b.fixed("part_number", 2, 0).text("name", 20);
         break;

@@ -1,7 +1,7 @@
 /*
-** kit_support.h -- helpers of the chart kit tool's tests: running the tool
-** and GDAL's command-line programs, reading packs, a hand-made BSB/KAP
-** raster chart, the tool's server on a free port, and plain HTTP to it.
+** kit_support.h -- helpers of the chart kit tool's tests (and some black-box
+** cases): running programs, reading packs, a hand-made BSB/KAP chart, and
+** the tool's server on a free port with plain HTTP to it.
 */
 #ifndef MAREPLOT_KIT_SUPPORT_H
 #define MAREPLOT_KIT_SUPPORT_H
@@ -9,13 +9,13 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <signal.h>
 #include <sqlite3.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zlib.h>
@@ -34,8 +34,7 @@ struct Run {
     std::string out, err;
 };
 
-/* In a forked child: becomes args[0] (looked up in PATH) with its
-** arguments; exit code 127 when it cannot. */
+/* In a forked child: becomes args[0] (from PATH), or exits with 127. */
 [[noreturn]] inline void execArgs(const std::vector<std::string> &args) {
     std::vector<char *> argv;
     for (const std::string &a : args) argv.push_back(const_cast<char *>(a.c_str()));
@@ -67,38 +66,26 @@ inline Run run(const std::vector<std::string> &args) {
     return r;
 }
 
-/* A member of a JSON text by an SQLite JSON path, as text; "(none)" when
-** absent. */
-inline std::string jsonAt(const std::string &json, const std::string &path) {
+/* The first column of the first row of sql on database db (made when
+** missing), args bound in order, as bytes; "(none)" for no row or NULL. */
+inline std::string sqlOne(const std::string &db, const std::string &sql, const std::vector<std::string> &args = {}) {
     sqlite3 *h = nullptr;
     sqlite3_stmt *st = nullptr;
     std::string v = "(none)";
-    sqlite3_open(":memory:", &h);
-    if (sqlite3_prepare_v2(h, "SELECT json_extract(?, ?)", -1, &st, nullptr) == SQLITE_OK) {
-        sqlite3_bind_text(st, 1, json.c_str(), -1, SQLITE_STATIC);
-        sqlite3_bind_text(st, 2, path.c_str(), -1, SQLITE_STATIC);
+    sqlite3_open(db.c_str(), &h);
+    if (sqlite3_prepare_v2(h, sql.c_str(), -1, &st, nullptr) == SQLITE_OK) {
+        for (size_t i = 0; i < args.size(); i++) sqlite3_bind_text(st, (int)i + 1, args[i].c_str(), -1, SQLITE_STATIC);
         if (sqlite3_step(st) == SQLITE_ROW && sqlite3_column_type(st, 0) != SQLITE_NULL)
-            v = (const char *)sqlite3_column_text(st, 0);
+            v.assign((const char *)sqlite3_column_blob(st, 0), (size_t)sqlite3_column_bytes(st, 0));
     }
     sqlite3_finalize(st);
     sqlite3_close(h);
     return v;
 }
 
-/* The first column of the first row of sql on database db, as bytes;
-** "(none)" when there is no row. */
-inline std::string sqlOne(const std::string &db, const std::string &sql) {
-    sqlite3 *h = nullptr;
-    sqlite3_stmt *st = nullptr;
-    std::string v = "(none)";
-    sqlite3_open_v2(db.c_str(), &h, SQLITE_OPEN_READONLY, nullptr);
-    if (sqlite3_prepare_v2(h, sql.c_str(), -1, &st, nullptr) == SQLITE_OK && sqlite3_step(st) == SQLITE_ROW) {
-        const void *p = sqlite3_column_blob(st, 0);
-        v.assign(p ? (const char *)p : "", (size_t)sqlite3_column_bytes(st, 0));
-    }
-    sqlite3_finalize(st);
-    sqlite3_close(h);
-    return v;
+/* A member of a JSON text by an SQLite JSON path, as text. */
+inline std::string jsonAt(const std::string &json, const std::string &path) {
+    return sqlOne(":memory:", "SELECT json_extract(?, ?)", {json, path});
 }
 
 /* CRC-32 of data as eight hex digits, by zlib: the reference the tool's
@@ -152,33 +139,27 @@ inline std::string kapChart(double west, double south, double east, double north
     return k;
 }
 
-/* One GET to 127.0.0.1:port on a fresh connection; the whole reply up to
-** the server's close, header included. Empty when nothing answered. */
+/* One GET (or, after "RAW ", the bytes given) to 127.0.0.1:port on a fresh
+** connection; the whole reply up to the server's close, or up to a silence
+** of timeoutMs. Empty when nothing answered. */
 inline std::string get(int port, const std::string &target, int timeoutMs = 10000) {
     int fd = socket(AF_INET, SOCK_STREAM, 0);
-    struct sockaddr_in a;
-    memset(&a, 0, sizeof(a));
+    struct sockaddr_in a = {};
     a.sin_family = AF_INET;
     a.sin_port = htons((uint16_t)port);
     a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    struct timeval tv = {timeoutMs / 1000, timeoutMs % 1000 * 1000};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof(tv));
     std::string reply;
-    if (fd >= 0 && connect(fd, (struct sockaddr *)&a, sizeof(a)) == 0) {
+    if (connect(fd, (struct sockaddr *)&a, sizeof(a)) == 0) {
         std::string req = target.compare(0, 4, "RAW ") == 0
                               ? target.substr(4)
                               : "GET " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
         ::send(fd, req.data(), req.size(), MSG_NOSIGNAL);
-        auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
         char buf[65536];
-        for (;;) {
-            int left = (int)std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now()).count();
-            struct pollfd p = {fd, POLLIN, 0};
-            if (left <= 0 || poll(&p, 1, left) <= 0) break;
-            ssize_t n = recv(fd, buf, sizeof(buf), 0);
-            if (n <= 0) break;
-            reply.append(buf, (size_t)n);
-        }
+        for (ssize_t n; (n = recv(fd, buf, sizeof(buf), 0)) > 0;) reply.append(buf, (size_t)n);
     }
-    if (fd >= 0) close(fd);
+    close(fd);
     return reply;
 }
 
@@ -187,8 +168,7 @@ inline std::string bodyOf(const std::string &reply) {
     return at == std::string::npos ? std::string() : reply.substr(at + 4);
 }
 
-/* A program run in the background, its output to /dev/null (errors
-** stay on stderr); killed and reaped with the object. */
+/* A program in the background, its output to /dev/null; killed with the object. */
 class Child {
   public:
     explicit Child(const std::vector<std::string> &args) {
@@ -204,7 +184,6 @@ class Child {
             waitpid(pid_, nullptr, 0);
         }
     }
-    /* True while the process has not ended. */
     bool alive() const { return pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) == 0; }
 
   private:
@@ -223,7 +202,7 @@ class Server : public Child {
     int port() const { return port_; }
 
   private:
-    /* The command line; removes the port file of an earlier server first. */
+    /* Also removes the port file of an earlier server. */
     static std::vector<std::string> args(const std::string &tool, const std::string &dir,
                                          const std::vector<std::string> &extra) {
         unlink((dir + "/.port").c_str());

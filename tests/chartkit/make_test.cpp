@@ -1,14 +1,12 @@
 /*
 ** make_test.cpp -- mareplot-chartkit make and info on rasters GDAL wrote
-** from NOAA's ETOPO5 relief (coloured sea and land), an MBTiles file made
-** from it, and a hand-made BSB/KAP chart: tile bytes and rows, boxes and
-** scales, colours at known places, determinism, the pack checker, and the
-** one-line failures on bad input.
+** from NOAA's ETOPO5 relief, an MBTiles file made from it, and a hand-made
+** KAP chart. GDAL is the oracle for tile bytes, boxes and colours.
 */
-#include <dirent.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
 
 #include "chartkit/kit_support.h"
@@ -18,8 +16,7 @@ namespace {
 
 const char *kTool = CHARTKIT_PATH;
 const char *kRelief = "/usr/share/ferret-vis/data/etopo5.cdf";
-/* two colours by the sign of the height, so every pixel away from the coast
-** has one of them exactly */
+/* two colours by the sign of the height: every pixel off the coast is one */
 const unsigned char kSea[4] = {100, 150, 220, 255}, kLand[4] = {230, 220, 170, 255};
 const unsigned char kKapLeft[4] = {200, 220, 240, 255}, kKapRight[4] = {240, 220, 160, 255};
 
@@ -37,8 +34,7 @@ std::string tileOf(const std::string &pack, int z, int y, int x) {
     return sqlOne(pack, "SELECT png FROM tiles WHERE zyx=" + std::to_string(key));
 }
 
-/* The colour of the pack's pixel at a position as pngPixel gives it; 1
-** (no colour can be that) when there is no tile there. */
+/* The pack's pixel at a position as pngPixel gives it; 1 when there is no tile. */
 uint32_t pixelAt(const std::string &pack, double lon, double lat, int z) {
     TilePixel t = tilePixel(lon, lat, z);
     std::string png = tileOf(pack, z, t.y, t.x);
@@ -55,9 +51,8 @@ std::string at(const char *name) { return dir + "/" + name; }
 
 class ChartkitMake : public ::testing::Test {
   protected:
-    /* The inputs, made once: a 4 by 4 degree cut of the relief around the
-    ** German Bight, coloured, warped to a finer GeoTIFF, tiled to MBTiles
-    ** with overviews; and a KAP chart. Then one pack from each. */
+    /* Made once: a 4 by 4 degree cut of the relief around the German Bight,
+    ** coloured, warped, tiled to MBTiles with overviews; a KAP chart; a pack of each. */
     static void SetUpTestSuite() {
         dir = makeTempDir("mareplot-chartkit-");
         writeFile(at("colours.txt"), "-1 100 150 220\n1 230 220 170\nnv 0 0 0 0\n");
@@ -107,10 +102,7 @@ TEST_F(ChartkitMake, MbtilesTilesAreCopiedWithTheirRowsTurned) {
 
 TEST_F(ChartkitMake, MbtilesWithoutBoundsTakeTheBoxOfTheirFinestTiles) {
     writeFile(at("nobounds.mbtiles"), readFile(at("relief.mbtiles")));
-    sqlite3 *h;
-    sqlite3_open(at("nobounds.mbtiles").c_str(), &h);
-    sqlite3_exec(h, "DELETE FROM metadata WHERE name='bounds'", nullptr, nullptr, nullptr);
-    sqlite3_close(h);
+    sqlOne(at("nobounds.mbtiles"), "DELETE FROM metadata WHERE name='bounds'");
     ASSERT_EQ(0, make({"--id", "11", "--name", "N", "--out", at("A000011.marepack"), at("nobounds.mbtiles")}).status);
     int z, x1, x2, r1, r2;
     ASSERT_EQ(5, sscanf(sqlOne(at("nobounds.mbtiles"),
@@ -155,7 +147,6 @@ TEST_F(ChartkitMake, ChartListHoldsTheDataBoxNameAndScale) {
         long sc = atol(kit::jsonAt(r.out, "$.charts[0].sc").c_str());
         EXPECT_GE(sc, c.scaleLow);
         EXPECT_LE(sc, c.scaleHigh);
-        /* the grid box of the chart list and the file's own figures */
         std::string list = sqlOne(at(c.pack), "SELECT v FROM kvt WHERE k='chartlist'");
         EXPECT_LT(jsonNumber(list, "$[0].x1"), jsonNumber(list, "$[0].x2"));
         EXPECT_LT(jsonNumber(list, "$[0].y1"), jsonNumber(list, "$[0].y2"));
@@ -225,13 +216,13 @@ TEST_F(ChartkitMake, ZoomsAskedForAreTheOnlyOnes) {
     EXPECT_EQ("9|10", sqlOne(at("A000009.marepack"), "SELECT min(zyx>>40) || '|' || max(zyx>>40) FROM tiles"));
 }
 
-/* Lists the names in dir that hold ".part": left-over temporary files. */
+/* The left-over temporary files in dir. */
 std::string leftOvers() {
     std::string out;
-    DIR *d = opendir(dir.c_str());
-    for (struct dirent *e; d && (e = readdir(d));)
-        if (strstr(e->d_name, ".part")) out += std::string(e->d_name) + " ";
-    if (d) closedir(d);
+    for (const auto &e : std::filesystem::directory_iterator(dir)) {
+        std::string name = e.path().filename().string();
+        if (name.find(".part") != std::string::npos) out += name + " ";
+    }
     return out;
 }
 
@@ -243,20 +234,11 @@ TEST_F(ChartkitMake, BadInputGivesOneLineAndLeavesThePackAlone) {
     writeFile(at("empty.tif"), "");
     writeFile(at("notes.txt"), "soundings in fathoms\n");
     writeFile(at("short.kap"), kap.substr(0, 300));
-    {
-        sqlite3 *h;
-        sqlite3_open(at("vector.mbtiles").c_str(), &h);
-        sqlite3_exec(h, "CREATE TABLE metadata (name TEXT, value TEXT); INSERT INTO metadata VALUES ('format','pbf');"
-                        "CREATE TABLE tiles (zoom_level INTEGER, tile_column INTEGER, tile_row INTEGER, tile_data BLOB)",
-                     nullptr, nullptr, nullptr);
-        sqlite3_close(h);
-        sqlite3_open(at("other.sqlite").c_str(), &h);
-        sqlite3_exec(h, "CREATE TABLE t (a)", nullptr, nullptr, nullptr);
-        sqlite3_close(h);
-    }
-    struct Case {
-        const char *input, *reason;
-    } cases[] = {
+    sqlOne(at("vector.mbtiles"), "CREATE TABLE metadata (name TEXT, value TEXT)");
+    sqlOne(at("vector.mbtiles"), "INSERT INTO metadata VALUES ('format','pbf')");
+    sqlOne(at("vector.mbtiles"), "CREATE TABLE tiles (zoom_level INT, tile_column INT, tile_row INT, tile_data BLOB)");
+    sqlOne(at("other.sqlite"), "CREATE TABLE t (a)");
+    const std::pair<const char *, const char *> cases[] = { /* input, reason */
         {"missing.tif", "cannot read the file"},
         {"empty.tif", "empty"},
         {"notes.txt", "not a chart format"},
@@ -269,19 +251,19 @@ TEST_F(ChartkitMake, BadInputGivesOneLineAndLeavesThePackAlone) {
     };
     const std::string out = at("A000010.marepack");
     writeFile(out, "the previous pack");
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.input);
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.first);
         /* a good input first: a later failure must still leave nothing */
-        kit::Run r = make({"--id", "10", "--name", "Bad", "--out", out, at("harbour.kap"), at(c.input)});
+        kit::Run r = make({"--id", "10", "--name", "Bad", "--out", out, at("harbour.kap"), at(c.first)});
         EXPECT_EQ(1, r.status);
-        std::string prefix = "mareplot-chartkit: " + at(c.input) + ": ";
+        std::string prefix = "mareplot-chartkit: " + at(c.first) + ": ";
         EXPECT_EQ(0u, r.err.compare(0, prefix.size(), prefix)) << r.err;
-        EXPECT_NE(std::string::npos, r.err.find(c.reason)) << r.err;
+        EXPECT_NE(std::string::npos, r.err.find(c.second)) << r.err;
         EXPECT_EQ(1, std::count(r.err.begin(), r.err.end(), '\n')) << r.err;
         EXPECT_EQ("the previous pack", readFile(out));
         EXPECT_EQ("", leftOvers());
     }
-    /* wrong use of the command itself */
+    /* wrong use of the command itself: a reserved id, zooms reversed, no --out */
     for (const std::vector<std::string> &args : std::vector<std::vector<std::string>>{
              {"--id", "2", "--name", "x", "--out", out, at("harbour.kap")},
              {"--id", "10", "--name", "x", "--zooms", "9-3", "--out", out, at("harbour.kap")},

@@ -1,9 +1,8 @@
 /*
 ** s57_cell.h -- writes small ENC cells through GDAL's S57 writer for the
 ** chart kit tests and the benchmark. The writer takes records as they lie
-** in the file: vector primitives (isolated nodes, connected nodes, edges)
-** first, then features that point at them, so the helpers below build
-** both: an area is one closed edge on one connected node, a line one edge
+** in the file, vector primitives first, then the features pointing at them:
+** an area is one closed edge on one connected node, a line one edge
 ** between two nodes, a point one isolated node.
 */
 #ifndef MAREPLOT_TEST_S57_CELL_H
@@ -17,8 +16,11 @@
 #include <string>
 #include <vector>
 
-/* One attribute as acronym and value; a list attribute (COLOUR) takes
-** its values separated by commas. */
+/* Object class codes of the features the tests write. */
+enum { S57_OBJL_BOYLAT = 17, S57_OBJL_COALNE = 30, S57_OBJL_DEPARE = 42, S57_OBJL_DEPCNT = 43,
+       S57_OBJL_LNDARE = 71, S57_OBJL_LIGHTS = 75, S57_OBJL_SOUNDG = 129, S57_OBJL_M_COVR = 302 };
+
+/* One attribute as acronym and value; a list (COLOUR) separated by commas. */
 struct S57Attr {
     const char *name;
     std::string value;
@@ -30,8 +32,8 @@ struct S57CellWriter {
     int nextFeature = 1; /* RCID and FIDN of the next feature record */
     bool ok = true;      /* false once a record could not be written */
 
-    /* Creates the file. options: S57 creation options, NAME=VALUE. The
-    ** first ids of records let an update file go on from a base cell. */
+    /* Creates the file with S57 creation options (NAME=VALUE); an update
+    ** file's record ids go on from firstId. */
     bool create(const std::string &path, const std::vector<std::string> &options, int firstId = 1) {
         GDALAllRegister();
         GDALDriverH drv = GDALGetDriverByName("S57");
@@ -51,8 +53,8 @@ struct S57CellWriter {
         ds = NULL;
     }
 
-    /* An isolated node (rcnm 110) or connected node (120). A node with
-    ** depths is a sounding group: one position per depth. */
+    /* An isolated (rcnm 110) or connected node (120); with depths, a
+    ** sounding group of one position per depth. */
     int node(int rcnm, const std::vector<double> &lonLat, const std::vector<double> &depths = {}) {
         OGRLayerH l = GDALDatasetGetLayerByName(ds, rcnm == 110 ? "IsolatedNode" : "ConnectedNode");
         OGRFeatureH f = OGR_F_Create(OGR_L_GetLayerDefn(l));
@@ -95,7 +97,6 @@ struct S57CellWriter {
                     {"NAME_RCNM_1", 120}, {"NAME_RCID_1", end}, {"ORNT_1", 255},      {"USAG_1", 255},
                     {"TOPI_1", 2},        {"MASK_1", 255}};
         for (const auto &i : ints) OGR_F_SetFieldInteger(f, OGR_F_GetFieldIndex(f, i.field), i.value);
-        /* The edge's own vertices lie between its two nodes. */
         OGRGeometryH g = OGR_G_CreateGeometry(wkbLineString);
         for (size_t i = 1; i + 1 < n; i++) OGR_G_AddPoint_2D(g, lonLat[2 * i], lonLat[2 * i + 1]);
         OGR_F_SetGeometryDirectly(f, g);
@@ -147,7 +148,7 @@ struct S57CellWriter {
         feature(layer, objl, 1, 110, node(110, {lon, lat}), attrs);
     }
     void soundings(const std::vector<double> &lonLat, const std::vector<double> &depths) {
-        feature("SOUNDG", 129, 1, 110, node(110, lonLat, depths), {});
+        feature("SOUNDG", S57_OBJL_SOUNDG, 1, 110, node(110, lonLat, depths), {});
     }
 };
 
@@ -155,9 +156,5 @@ struct S57CellWriter {
 inline std::vector<double> s57Box(double west, double south, double east, double north) {
     return {west, south, east, south, east, north, west, north, west, south};
 }
-
-/* Object class codes of the features the tests write. */
-enum { S57_OBJL_BOYLAT = 17, S57_OBJL_COALNE = 30, S57_OBJL_DEPARE = 42, S57_OBJL_DEPCNT = 43,
-       S57_OBJL_LNDARE = 71, S57_OBJL_LIGHTS = 75, S57_OBJL_SOUNDG = 129, S57_OBJL_M_COVR = 302 };
 
 #endif

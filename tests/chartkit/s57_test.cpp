@@ -41,8 +41,7 @@ bool writeBaseCell(const std::string &path) {
     return w.ok;
 }
 
-/* The first update: one new green buoy. `edition` must match the base
-** cell's for the update to apply. */
+/* The first update: one new green buoy; it applies to the base cell's edition only. */
 bool writeUpdate(const std::string &path, const char *edition) {
     S57CellWriter w;
     if (!w.create(path, {"S57_EXPP=2", std::string("S57_EDTN=") + edition, "S57_UPDN=1", "S57_CSCL=22000",
@@ -69,26 +68,27 @@ uint32_t colourAt(CkS57Cell *cell, double lon, double lat, int z) {
 }
 
 class S57Test : public ::testing::Test {
-protected:
-    std::string dir, path;
+  protected:
+    std::string dir = makeTempDir("mareplot-s57-"), path = dir + "/MP5BAY01.000";
+    CkS57Cell *cell = NULL;
     void SetUp() override {
-        dir = makeTempDir("mareplot-s57-");
-        path = dir + "/MP5BAY01.000";
         ASSERT_TRUE(writeBaseCell(path));
+        reopen();
     }
-    void TearDown() override { removeTree(dir); }
-
-    CkS57Cell *open() {
+    void TearDown() override {
+        ck_s57_close(cell);
+        removeTree(dir);
+    }
+    /* Reads the cell (again), with the update files beside it. */
+    void reopen() {
         std::string reason;
-        CkS57Cell *cell = ck_s57_open(path.c_str(), &reason);
-        EXPECT_TRUE(cell != NULL) << reason;
-        return cell;
+        ck_s57_close(cell);
+        cell = ck_s57_open(path.c_str(), &reason);
+        ASSERT_TRUE(cell != NULL) << reason;
     }
 };
 
 TEST_F(S57Test, ChartListEntryComesFromTheCell) {
-    CkS57Cell *cell = open();
-    ASSERT_TRUE(cell != NULL);
     CkChartInfo info;
     ck_s57_info(cell, &info);
     EXPECT_EQ(info.number, "MP5BAY01");
@@ -106,17 +106,14 @@ TEST_F(S57Test, ChartListEntryComesFromTheCell) {
     for (size_t i = 0; i < ring.size(); i++) EXPECT_NEAR(info.outline[i], ring[i], 1e-6);
     EXPECT_EQ(info.credit, "ENC by Hydrographic Office, UK (producer code 540)");
 
-    /* 1:22000 at 54 N is about zoom 14 (0.28 mm pixels), and four coarser. */
+    /* 1:22000 at 54 N is about zoom 14 (0.28 mm pixels), and four coarser */
     int zmin, zmax;
     ck_s57_zooms(cell, &zmin, &zmax);
     EXPECT_EQ(zmax, 14);
     EXPECT_EQ(zmin, 10);
-    ck_s57_close(cell);
 }
 
 TEST_F(S57Test, ColoursAtKnownPlaces) {
-    CkS57Cell *cell = open();
-    ASSERT_TRUE(cell != NULL);
     const CkS57Style &s = ck_s57Style;
     ASSERT_NE(argb(s.depthBand[2]), argb(s.depthBand[5]));
     const struct {
@@ -135,12 +132,9 @@ TEST_F(S57Test, ColoursAtKnownPlaces) {
         {"outside the coverage, in a tile that holds some", 10.21, 54.36, 14, 0},
     };
     for (const auto &c : cases) EXPECT_EQ(colourAt(cell, c.lon, c.lat, c.z), c.want) << c.what;
-    ck_s57_close(cell);
 }
 
 TEST_F(S57Test, TilesFollowTheCoverageAndTheCornerRule) {
-    CkS57Cell *cell = open();
-    ASSERT_TRUE(cell != NULL);
     const struct {
         const char *what;
         double lon, lat;
@@ -163,40 +157,30 @@ TEST_F(S57Test, TilesFollowTheCoverageAndTheCornerRule) {
         }
     }
 
-    /* A tile is drawn the same every time, from another reading too. */
+    /* the same tile from another reading of the cell */
     TilePixel t = tilePixel(10.12, 54.33, 14);
     std::string a, b;
     int corner;
     ASSERT_EQ(ck_s57_draw_tile(cell, 14, t.y, t.x, &a, &corner), 0);
-    CkS57Cell *again = open();
-    ASSERT_TRUE(again != NULL);
-    ASSERT_EQ(ck_s57_draw_tile(again, 14, t.y, t.x, &b, &corner), 0);
+    reopen();
+    ASSERT_EQ(ck_s57_draw_tile(cell, 14, t.y, t.x, &b, &corner), 0);
     EXPECT_TRUE(a == b);
-    ck_s57_close(again);
-    ck_s57_close(cell);
 }
 
 TEST_F(S57Test, UpdateFileIsApplied) {
-    CkS57Cell *cell = open();
-    ASSERT_TRUE(cell != NULL);
     EXPECT_EQ(colourAt(cell, kNewBuoyLon, kNewBuoyLat, 14), argb(ck_s57Style.depthBand[5]));
-    ck_s57_close(cell);
-
     ASSERT_TRUE(writeUpdate(dir + "/MP5BAY01.001", "3"));
-    cell = open();
-    ASSERT_TRUE(cell != NULL);
+    reopen();
     EXPECT_EQ(colourAt(cell, kNewBuoyLon, kNewBuoyLat, 14), argb(ck_s57Style.colour[4]));
     EXPECT_EQ(colourAt(cell, kBuoyLon, kBuoyLat, 14), argb(ck_s57Style.colour[3]));
     CkChartInfo info;
     ck_s57_info(cell, &info);
     EXPECT_EQ(info.edition, "Edition 3, update 1, 01/06/2024");
-    ck_s57_close(cell);
 }
 
 TEST_F(S57Test, BadInputsAreRefusedWithAReason) {
-    std::string text = dir + "/NOTES.000", empty = dir + "/EMPTY01.000", cut = dir + "/CUT01.000";
-    std::string cutLate = dir + "/CUT02.000";
-    std::string stale = dir + "/STALE01.000";
+    std::string text = dir + "/NOTES.000", empty = dir + "/EMPTY01.000", cut = dir + "/CUT01.000",
+                cutLate = dir + "/CUT02.000", stale = dir + "/STALE01.000";
     writeFile(text, "These are my notes about the harbour, not a chart.\n");
     S57CellWriter w;
     ASSERT_TRUE(w.create(empty, kBaseOptions));
@@ -221,10 +205,10 @@ TEST_F(S57Test, BadInputsAreRefusedWithAReason) {
     };
     for (const auto &c : cases) {
         std::string reason;
-        CkS57Cell *cell = ck_s57_open(c.file.c_str(), &reason);
-        EXPECT_TRUE(cell == NULL) << c.what;
+        CkS57Cell *bad = ck_s57_open(c.file.c_str(), &reason);
+        EXPECT_TRUE(bad == NULL) << c.what;
         EXPECT_EQ(reason, c.reason) << c.what;
-        ck_s57_close(cell);
+        ck_s57_close(bad);
     }
 }
 

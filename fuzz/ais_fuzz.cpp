@@ -14,6 +14,7 @@
 #include <string.h>
 
 #include "ais/ais.h"
+#include "fuzz_feed.h"
 #include "nav/nmea.h"
 
 /* The fix record and feed state that the AIS path reads and writes; the
@@ -46,12 +47,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     gpsfix.gpsSource = (opts >> 2) & 3;
 
     char line[1024];
-    size_t i = 0;
-    while (i < size) {
-        size_t n = 0;
-        while (i < size && data[i] != '\n' && n < sizeof(line) - 1) line[n++] = (char)data[i++];
-        if (i < size && data[i] == '\n') i++;
-        line[n] = 0;
+    size_t at = 0;
+    while (at < size) {
+        size_t n = fuzz_next_line(data, size, &at, line, sizeof(line));
         if (opts & 1) fix_checksum(line);
         char copy[1024];
         memcpy(copy, line, n + 1);

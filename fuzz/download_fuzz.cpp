@@ -29,6 +29,7 @@
 #include <string>
 #include <vector>
 
+#include "fuzz_feed.h"
 #include "fuzz_support.h"
 #include "store/pack_store.h"
 
@@ -38,73 +39,32 @@ static std::vector<int> peers;
 static bool lookupFails;
 static __thread bool inDownload;
 
-extern "C" int getaddrinfo(const char *node, const char *service, const struct addrinfo *hints,
-                           struct addrinfo **res) {
-    static struct sockaddr_in addr;
-    static struct addrinfo ai;
-    (void)node;
-    (void)service;
-    (void)hints;
+extern "C" int getaddrinfo(const char *, const char *, const struct addrinfo *, struct addrinfo **res) {
     if (lookupFails) return EAI_NONAME;
-    addr.sin_family = AF_INET;
-    addr.sin_port = htons(80);
-    addr.sin_addr.s_addr = htonl(0x7f000001);
-    ai.ai_family = AF_INET;
-    ai.ai_socktype = SOCK_STREAM;
-    ai.ai_addr = (struct sockaddr *)&addr;
-    ai.ai_addrlen = sizeof(addr);
-    ai.ai_next = NULL;
-    *res = &ai;
+    *res = fuzz_loopback();
     return 0;
 }
 
-extern "C" void freeaddrinfo(struct addrinfo *res) { (void)res; }
+extern "C" void freeaddrinfo(struct addrinfo *) {}
 
 /* Puts a socket pair end in place of fd, with the next reply waiting. */
-extern "C" int connect(int fd, const struct sockaddr *addr, socklen_t len) {
-    int sv[2];
-    (void)addr;
-    (void)len;
-    if (nextReply >= replies.size() || socketpair(AF_UNIX, SOCK_STREAM, 0, sv) != 0) {
+extern "C" int connect(int fd, const struct sockaddr *, socklen_t) {
+    if (nextReply >= replies.size()) {
         errno = ECONNREFUSED;
         return -1;
     }
-    const std::string &r = replies[nextReply++];
-    if (!r.empty() && send(sv[0], r.data(), r.size(), MSG_NOSIGNAL) != (ssize_t)r.size()) abort();
-    shutdown(sv[0], SHUT_WR);
-    dup2(sv[1], fd);
-    close(sv[1]);
-    peers.push_back(sv[0]);
+    const std::string &r = replies[nextReply];
+    int peer = fuzz_pair_connect(fd, r.data(), r.size());
+    if (peer < 0) return -1;
+    nextReply++;
+    peers.push_back(peer);
     return 0;
 }
 
 /* The download waits between retries and look-ups; here it need not. */
-extern "C" unsigned int sleep(unsigned int seconds) {
-    if (inDownload) return 0;
-    struct timespec ts = {(time_t)seconds, 0};
-    while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
-    }
-    return 0;
-}
+extern "C" unsigned int sleep(unsigned int seconds) { return fuzz_sleep(seconds, inDownload); }
 
-static std::vector<std::string> split(const uint8_t *data, size_t size) {
-    static const std::string sep = "--next--\n";
-    std::vector<std::string> parts;
-    std::string all((const char *)data, size);
-    size_t at = 0;
-    for (;;) {
-        size_t hit = all.find(sep, at);
-        if (hit == std::string::npos) break;
-        parts.push_back(all.substr(at, hit - at));
-        at = hit + sep.size();
-    }
-    parts.push_back(all.substr(at));
-    return parts;
-}
-
-extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv) {
-    (void)argc;
-    (void)argv;
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     fuzz_fill_app();
     return 0;
 }
@@ -112,7 +72,7 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size < 1) return 0;
     uint8_t opts = data[0];
-    std::vector<std::string> parts = split(data + 1, size - 1);
+    std::vector<std::string> parts = fuzz_parts(data + 1, size - 1);
     std::string head = parts[0];
     std::string args = head.substr(0, head.find('\n'));
     size_t p = 1;

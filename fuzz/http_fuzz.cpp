@@ -68,9 +68,7 @@ static void drain(int fd) {
     while ((n = recv(fd, sink, sizeof(sink), MSG_DONTWAIT)) > 0)
         if (show) fwrite(sink, 1, (size_t)n, stderr);
 }
-extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv) {
-    (void)argc;
-    (void)argv;
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     fuzz_fill_app();
     if (fuzz_make_pack("A000001.marepack", 1) != 0 || fuzz_make_pack("A000005.marepack", 0) != 0)
         abort();

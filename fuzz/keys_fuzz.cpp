@@ -12,7 +12,9 @@
 #include <stdint.h>
 
 #include <string>
+#include <vector>
 
+#include "fuzz_feed.h"
 #include "fuzz_support.h"
 #include "http/routes.h"
 #include "shell/serial_headless.h"
@@ -27,24 +29,14 @@ static int fake_copy(const char *resource, const char *fileName) {
     return fuzz_write_file(fileName, "pack", 4);
 }
 
-extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv) {
-    (void)argc;
-    (void)argv;
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     fuzz_fill_app();
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    static const std::string sep = "--next--\n";
-    std::string all((const char *)data, size);
-    size_t at = 0;
-    for (int i = 0; i < 5 && at <= all.size(); i++) {
-        size_t hit = all.find(sep, at);
-        size_t end = hit == std::string::npos ? all.size() : hit;
-        fuzz_write_file(keyNames[i], all.data() + at, end - at);
-        if (hit == std::string::npos) break;
-        at = hit + sep.size();
-    }
+    std::vector<std::string> parts = fuzz_parts(data, size);
+    for (size_t i = 0; i < 5 && i < parts.size(); i++) fuzz_write_file(keyNames[i], parts[i].data(), parts[i].size());
 
     /* start: the record, then what the client asks first */
     sqlite3_mutex *mutex = mrApp.dbMutex;

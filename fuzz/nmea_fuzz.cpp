@@ -24,6 +24,7 @@
 #include <time.h>
 
 #include "ais/ais.h"
+#include "fuzz_feed.h"
 #include "fuzz_support.h"
 #include "nav/nmea.h"
 #include "shell/serial_lines.h"
@@ -46,49 +47,23 @@ static int feedPeer = -1;
 static __thread bool inFeed;
 static jmp_buf feedEnd;
 
-extern "C" int getaddrinfo(const char *node, const char *service, const struct addrinfo *hints,
-                           struct addrinfo **res) {
-    static struct sockaddr_in addr;
-    static struct addrinfo ai;
-    (void)node;
-    (void)service;
-    (void)hints;
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(0x7f000001);
-    ai.ai_family = AF_INET;
-    ai.ai_socktype = SOCK_STREAM;
-    ai.ai_addr = (struct sockaddr *)&addr;
-    ai.ai_addrlen = sizeof(addr);
-    *res = &ai;
+extern "C" int getaddrinfo(const char *, const char *, const struct addrinfo *, struct addrinfo **res) {
+    *res = fuzz_loopback();
     return 0;
 }
 
-extern "C" void freeaddrinfo(struct addrinfo *res) { (void)res; }
+extern "C" void freeaddrinfo(struct addrinfo *) {}
 
-extern "C" int connect(int fd, const struct sockaddr *addr, socklen_t len) {
-    int sv[2], room = 1 << 20;
-    (void)addr;
-    (void)len;
-    if (feedPeer >= 0 || socketpair(AF_UNIX, SOCK_STREAM, 0, sv) != 0) {
+extern "C" int connect(int fd, const struct sockaddr *, socklen_t) {
+    if (feedPeer >= 0) {
         errno = ECONNREFUSED;
         return -1;
     }
-    setsockopt(sv[0], SOL_SOCKET, SO_SNDBUFFORCE, &room, sizeof(room));
-    if (feedSize && send(sv[0], feedData, feedSize, MSG_NOSIGNAL) != (ssize_t)feedSize) abort();
-    shutdown(sv[0], SHUT_WR);
-    dup2(sv[1], fd);
-    close(sv[1]);
-    feedPeer = sv[0];
-    return 0;
+    feedPeer = fuzz_pair_connect(fd, feedData, feedSize);
+    return feedPeer >= 0 ? 0 : -1;
 }
 
-extern "C" unsigned int sleep(unsigned int seconds) {
-    if (inFeed) return 0;
-    struct timespec ts = {(time_t)seconds, 0};
-    while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
-    }
-    return 0;
-}
+extern "C" unsigned int sleep(unsigned int seconds) { return fuzz_sleep(seconds, inFeed); }
 
 extern "C" void pthread_exit(void *retval) {
     if (inFeed) longjmp(feedEnd, 1);
@@ -129,9 +104,7 @@ static void feed_line(char *line) {
     if (nmea_checksum(line, &sum) == 0) nmea_update(line);
 }
 
-extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv) {
-    (void)argc;
-    (void)argv;
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     fuzz_fill_app();
     mrApp.tripDb = fuzz_trip_db();
     nmea_clock = fuzz_time;
@@ -180,12 +153,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         }
     } else {
         char line[1024];
-        size_t i = 0;
-        while (i < size) {
-            size_t n = 0;
-            while (i < size && data[i] != '\n' && n < sizeof(line) - 1) line[n++] = (char)data[i++];
-            if (i < size && data[i] == '\n') i++;
-            line[n] = 0;
+        size_t at = 0;
+        while (at < size) {
+            fuzz_next_line(data, size, &at, line, sizeof(line));
             if (opts & 4) fix_checksum(line);
             fuzzClock += pace >> 4;
             if (opts & 4)

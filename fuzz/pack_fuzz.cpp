@@ -21,9 +21,7 @@
 
 #define PACK_NAME "A000009.marepack"
 
-extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv) {
-    (void)argc;
-    (void)argv;
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     fuzz_fill_app();
     nmea_init();
     return 0;

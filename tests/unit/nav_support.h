@@ -57,20 +57,21 @@ class NavFixture : public ::testing::Test {
         std::vector<char> b(line, line + strlen(line) + 1);
         nmea_update(b.data());
     }
-    // Rows of the log as "t|ts|x|y|v", oldest first.
-    std::vector<std::string> logRows() {
-        std::vector<std::string> rows;
+    // The rows of sql on the trip database, their columns joined by '|'.
+    std::vector<std::string> rows(const char *sql) {
+        std::vector<std::string> out;
         sqlite3_stmt *st = NULL;
-        sqlite3_prepare_v2(mrApp.tripDb, "SELECT t,ts,x,y,v FROM log ORDER BY id", -1, &st, NULL);
+        sqlite3_prepare_v2(mrApp.tripDb, sql, -1, &st, NULL);
         while (sqlite3_step(st) == SQLITE_ROW) {
-            char row[512];
-            snprintf(row, sizeof(row), "%d|%lld|%.6f|%.6f|%s", sqlite3_column_int(st, 0),
-                     (long long)sqlite3_column_int64(st, 1), sqlite3_column_double(st, 2),
-                     sqlite3_column_double(st, 3), (const char *)sqlite3_column_text(st, 4));
-            rows.push_back(row);
+            std::string row;
+            for (int i = 0; i < sqlite3_column_count(st); i++) {
+                const char *t = (const char *)sqlite3_column_text(st, i);
+                row += (i ? "|" : "") + std::string(t ? t : "");
+            }
+            out.push_back(row);
         }
         sqlite3_finalize(st);
-        return rows;
+        return out;
     }
 };
 

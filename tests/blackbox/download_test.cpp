@@ -1,6 +1,6 @@
-// The pack download from outside: mareplotd fetches packs from the local
-// chart server (mareplot-chartkit serve) named in chartserver.key, through
-// drops, bad replies, held bytes and cancels; and /getcrc32/.
+// The pack download: mareplotd fetches packs from mareplot-chartkit serve,
+// named in chartserver.key, through drops, bad replies, held bytes and
+// cancels; and /getcrc32/.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -23,16 +23,12 @@ struct DlStatus {
     int id = -99, b = -99, s = -99, e = -99;
 };
 
-DlStatus parseStatus(const std::string &body) {
-    DlStatus st;
-    sscanf(body.c_str(), "{\"id\":%d,\"b\":%d,\"s\":%d,\"e\":%d}", &st.id, &st.b, &st.s, &st.e);
-    return st;
-}
-
 DlStatus dl(const std::string &rest) {
     std::string path = "/download/";
     for (char c : rest) path += c == ' ' ? std::string("%20") : std::string(1, c);
-    return parseStatus(httpGet(path).body);
+    DlStatus st;
+    sscanf(httpGet(path).body.c_str(), "{\"id\":%d,\"b\":%d,\"s\":%d,\"e\":%d}", &st.id, &st.b, &st.s, &st.e);
+    return st;
 }
 
 // Polls until the download thread is idle again; returns the last status.
@@ -49,17 +45,17 @@ DlStatus waitBytes(int bytes) {
     return st;
 }
 
-// mareplot-chartkit serve on a free port, with the given switches; it logs
-// every pack request to dir/.requests (emptied first: the server appends).
 std::vector<std::string> withLog(const std::string &dir, std::vector<std::string> switches) {
-    unlink((dir + "/.requests").c_str());
     switches.insert(switches.end(), {"--log", dir + "/.requests"});
     return switches;
 }
 
+// mareplot-chartkit serve on a free port, logging every pack request.
 struct ChartServer : kit::Server {
     ChartServer(const std::string &dir, const std::vector<std::string> &switches)
-        : kit::Server(CHARTKIT_PATH, dir, withLog(dir, switches)), log_(dir + "/.requests") {}
+        : kit::Server(CHARTKIT_PATH, dir, withLog(dir, switches)), log_(dir + "/.requests") {
+        unlink(log_.c_str());  // the server appends, and no request has come yet
+    }
     std::string host() const { return "127.0.0.1:" + std::to_string(port()); }
     // "p" of every pack request so far, in order.
     std::vector<int> positions() const {
@@ -246,18 +242,15 @@ TEST(GetCrc32, ReportsCrcAndSizeOfAFileOnDisk) {
     ASSERT_TRUE(host.running());
     writeFile(host.dataDir() + "/digits.bin", "123456789");
     writeFile(host.dataDir() + "/empty.bin", "");
-    struct Case {
-        const char *name;
-        const char *body;
-    } cases[] = {
-        {"digits.bin", "{\"crc32\":\"cbf43926\",\"size\":9}"},
+    const std::pair<const char *, const char *> cases[] = {  // file, reply
+        {"digits.bin", "{\"crc32\":\"cbf43926\",\"size\":9}"},  // the CRC-32 check value
         {"empty.bin", "{\"crc32\":\"00000000\",\"size\":0}"},
         {"missing.bin", "{\"crc32\":\"none\",\"size\":0}"},
     };
-    for (const Case &c : cases) {
-        HttpReply r = httpGet(std::string("/getcrc32/") + c.name);
-        EXPECT_EQ(c.body, r.body) << c.name;
-        EXPECT_EQ("text/plain; charset=UTF-8", r.headers["Content-Type"]) << c.name;
+    for (const auto &c : cases) {
+        HttpReply r = httpGet(std::string("/getcrc32/") + c.first);
+        EXPECT_EQ(c.second, r.body) << c.first;
+        EXPECT_EQ("text/plain; charset=UTF-8", r.headers["Content-Type"]) << c.first;
     }
 }
 

@@ -1,5 +1,6 @@
-// What the host refuses from outside: requests that a page elsewhere makes
-// through the user's browser, and a second host on the same data directory.
+// What the host refuses from outside: requests a page elsewhere makes through
+// the user's browser (which headers count is the unit test's), and a second
+// host on the same data directory.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -17,7 +18,6 @@ size_t countOf(const std::string &text, const std::string &what) {
     return n;
 }
 
-
 TEST(ForeignPages, RefusedBeforeAnyRouteRuns) {
     Host host;
     ASSERT_TRUE(host.running());
@@ -32,16 +32,8 @@ TEST(ForeignPages, RefusedBeforeAnyRouteRuns) {
         {"no Host, no Origin", "GET /hostversion HTTP/1.1\r\n", false},
         {"the page's own origin", "GET /hostversion HTTP/1.1\r\nHost: 127.0.0.1:19999\r\n"
                                   "Origin: http://127.0.0.1:19999\r\n", false},
-        {"localhost", "GET /hostversion HTTP/1.1\r\nHost: localhost\r\nOrigin: http://localhost:19999\r\n", false},
-        {"foreign origin", "GET /hostversion HTTP/1.1\r\nHost: 127.0.0.1:19999\r\n"
-                           "Origin: http://evil.example\r\n", true},
-        {"rebound host name", "GET /hostversion HTTP/1.1\r\nHost: evil.example:19999\r\n", true},
-        {"origin of a sandboxed frame", "GET /hostversion HTTP/1.1\r\nOrigin: null\r\n", true},
-        {"quit from a foreign page", "GET /quit! HTTP/1.1\r\nOrigin: http://evil.example\r\n", true},
         {"SQL from a foreign page", post + "Origin: http://evil.example\r\n", true},
         {"SQL from a rebound name", post + "Host: evil.example\r\n", true},
-        {"the page's own fetch", "GET /hostversion HTTP/1.1\r\nHost: 127.0.0.1:19999\r\n"
-                                 "Sec-Fetch-Site: same-origin\r\n", false},
         {"image tag on another site", "GET /getSetState/delchartdb=marepack.trip HTTP/1.1\r\n"
                                       "Host: 127.0.0.1:19999\r\nSec-Fetch-Site: cross-site\r\n", true},
     };

@@ -34,8 +34,7 @@ TEST_F(Spine, HostversionRepliesAndTheRequestBudget) {
     EXPECT_EQ("max=9999", first.headers["Keep-Alive"]);
     EXPECT_EQ(0u, first.body.find(kVersionBody)) << first.body;
     EXPECT_EQ("\",\"appname\":\"mareplot\"}", first.body.substr(first.body.size() - 23));
-    // the budget counts down; the 10000th reply closes, and the requests
-    // already read are answered with negative budgets
+    // the 10000th reply closes; requests already read get negative budgets
     std::map<int, std::string> seen;
     int replies = 1;
     for (HttpReply r; (r = c.read(5000)).complete;) {
@@ -92,12 +91,10 @@ TEST_F(Spine, ConnectionEndings) {
         std::string bytes;
         int repliesBeforeClose;
     } cases[] = {
-        {"stray empty line", "\r\n", 0},
         {"empty line between requests", getReq("/hostversion") + "\r\n" + getReq("/hostversion"), 1},
         {"request pipelined behind a POST loses its first byte",
          "POST /nope HTTP/1.1\r\nContent-Length: 3\r\n\r\nabc" + getReq("/hostversion"), 1},
         {"short body", "POST /nope HTTP/1.1\r\nContent-Length: 10\r\n\r\nabc", 0},
-        {"huge length", "POST /nope HTTP/1.1\r\nContent-Length: 2147483647\r\n\r\n", 0},
         {"quit", getReq("/hostversion") + getReq("/quit!now"), 1},
     };
     for (const auto &c : cases) {
@@ -117,10 +114,8 @@ TEST_F(Spine, ConnectionEndings) {
 }
 
 TEST_F(Spine, QuitLetsAnIdleConnectionFinishItsNextRequest) {
-    // A connection that has sent nothing yet: the loop serves a first
-    // request before it looks at running, so it is served however late its
-    // thread starts. (After a reply the loop looks at running before it
-    // waits again, so a connection that already had a reply would race.)
+    // the loop serves a first request before it looks at running (after a
+    // reply it looks first, so a connection that had one would race)
     Conn idle;
     ASSERT_TRUE(idle.ok());
     {

@@ -1,7 +1,6 @@
 // The TCP feed end to end: mareplotd connects to a test feed server on
-// loopback, and the status reply and the host's printed texts show what it
-// made of the lines. (Track rows in the trip database through a feed are
-// the crash-safety test's.)
+// loopback; the status reply and the host's printed texts show what it made
+// of the lines (the checksum gate itself is the unit tests').
 #include <gtest/gtest.h>
 #include <math.h>
 
@@ -15,15 +14,13 @@
 namespace {
 
 // An RMC at 54 deg 30 + minutes north, 10 deg east.
-std::string rmc(const char *latMinutes, const char *time = "120000") {
-    return checksummed(std::string("GPRMC,") + time + ",A,54" + latMinutes + ",N,01000.0000,E,5.0,90.0,210326,,");
+std::string rmc(const char *latMinutes) {
+    return checksummed(std::string("GPRMC,120000,A,54") + latMinutes + ",N,01000.0000,E,5.0,90.0,210326,,");
 }
 
-std::string status(const std::string &path = "86400/50/0/4294967295") {
-    return httpPost("/getSetHostStat/" + path, "*").body;
-}
-double field(const std::string &json, const char *key) { return jsonNumber(json, key); }
-bool latIs(double minutes) { return fabs(field(status(), "latY") - (54 + minutes / 60)) < 1e-6; }
+std::string status() { return httpPost("/getSetHostStat/86400/50/0/4294967295", "*").body; }
+double statusNumber(const char *key) { return jsonNumber(status(), key); }
+bool latIs(double minutes) { return fabs(statusNumber("latY") - (54 + minutes / 60)) < 1e-6; }
 
 std::string setMode(const std::string &mode) { return httpGet("/setNmeaMode/" + mode).body; }
 std::string feedMode(int port, const char *user = "0") {
@@ -35,31 +32,28 @@ TEST(NavFeed, ConnectsOnceMovesThePositionAndDropsBadInput) {
     FeedServer feed;
     EXPECT_EQ("0", setMode(feedMode(feed.port())));
     ASSERT_TRUE(feed.waitAccepts(1, 5000));
-    EXPECT_TRUE(waitFor([] { return field(status(), "nmea_stat") == 1; }, 3000));
-    EXPECT_EQ(998, field(status(), "fix"));
+    EXPECT_TRUE(waitFor([] { return statusNumber("nmea_stat") == 1; }, 3000));
+    EXPECT_EQ(998, statusNumber("fix"));
 
     feed.sendLine(rmc("30.0000"));
     ASSERT_TRUE(waitFor([] { return latIs(30); }, 3000)) << status();
 
-    // the same string, or one that differs only in the own ship's MMSI,
-    // starts nothing new: a restart would have marked the feed -1 before
-    // the reply, and would connect again before the line below arrives
+    // the same string, or one with another own ship's MMSI, restarts nothing
+    // (a restart would mark the feed -1 at once)
     setMode(feedMode(feed.port()));
     setMode(feedMode(feed.port(), "244660000"));
     std::string st = status();
-    EXPECT_EQ(244660000, field(st, "aisuserid"));
-    EXPECT_EQ(1, field(st, "nmea_stat"));
+    EXPECT_EQ(244660000, jsonNumber(st, "aisuserid"));
+    EXPECT_EQ(1, jsonNumber(st, "nmea_stat"));
     std::string out = host.output();
     EXPECT_NE(std::string::npos, out.find("nema starts\n\n"));
     EXPECT_NE(std::string::npos, out.find("nmea sockt start\n\n"));
 
-    // noise, no checksum, no start, binary: dropped without a word
+    // binary noise, a sentence without checksum, empty lines: dropped without a word
     std::string noise;
     for (int i = 0; i < 200; i++) noise.push_back((char)(i * 37 % 251 + 1));
     feed.sendLine(noise + "\n");
     feed.sendLine("$GPRMC,120001,A,5500.0000,N,01000.0000,E,5.0,90.0,210326,,\r\n");
-    feed.sendLine("GPRMC,120001,A,5500.0000,N,01000.0000,E,5.0,90.0,210326,,*00\r\n");
-    feed.sendLine("$GPRMC,120001,A,55\r\n");
     feed.sendLine("\r\n\n\n");
     // a 499-byte line (line end included) passes
     std::string base = rmc("31.0000");
@@ -70,12 +64,9 @@ TEST(NavFeed, ConnectsOnceMovesThePositionAndDropsBadInput) {
     ASSERT_TRUE(waitFor([] { return latIs(31); }, 3000)) << status();
     EXPECT_EQ(1, feed.accepts());
 
-    // a 500-byte line ends the connection and the host comes back at once;
-    // a 10000-byte line likewise
+    // a 500-byte line ends the connection and the host comes back at once
     feed.sendLine(std::string(500 - 2, 'L') + "\r\n");
     ASSERT_TRUE(feed.waitAccepts(2, 3000));
-    feed.sendLine(std::string(10000, '$') + "\n");
-    ASSERT_TRUE(feed.waitAccepts(3, 3000));
     feed.sendLine(rmc("32.0000"));
     EXPECT_TRUE(waitFor([] { return latIs(32); }, 3000));
     EXPECT_TRUE(host.running());
@@ -87,19 +78,17 @@ TEST(NavFeed, NewPortReconnectsAtTheNextLine) {
     setMode(feedMode(first.port()));
     ASSERT_TRUE(first.waitAccepts(1, 5000));
     setMode(feedMode(second.port()));
-    EXPECT_EQ(-1, field(status(), "nmea_stat"));
-    // the next line wakes the reader, which then leaves (an RMC would set
-    // the status back to 1 and keep it reading)
+    EXPECT_EQ(-1, statusNumber("nmea_stat"));
+    // the next line wakes the reader, which then leaves (an RMC would keep it)
     first.sendLine(checksummed("HCHDG,12.0,,,,"));
     ASSERT_TRUE(second.waitAccepts(1, 5000));
     EXPECT_TRUE(first.newestClosedWithin(2000));
     second.sendLine(rmc("33.0000"));
     EXPECT_TRUE(waitFor([] { return latIs(33); }, 3000));
-    EXPECT_EQ(1, field(status(), "nmea_stat"));
+    EXPECT_EQ(1, statusNumber("nmea_stat"));
 }
 
 // A feed that goes away: the host retries each second until it is back.
-// (A replayed voyage moving the boat is the network GPS journey.)
 TEST(NavFeed, FeedThatGoesAwayIsReconnected) {
     Host host;
     auto feed = std::make_unique<FeedServer>();
@@ -110,12 +99,12 @@ TEST(NavFeed, FeedThatGoesAwayIsReconnected) {
     ASSERT_TRUE(waitFor([] { return latIs(34); }, 3000)) << status();
 
     feed.reset();
-    EXPECT_TRUE(waitFor([] { return field(status(), "nmea_stat") == -1; }, 3000));
+    EXPECT_TRUE(waitFor([] { return statusNumber("nmea_stat") == -1; }, 3000));
     feed = std::make_unique<FeedServer>(port);
     ASSERT_TRUE(feed->waitAccepts(1, 5000));
     feed->sendLine(rmc("35.0000"));
     EXPECT_TRUE(waitFor([] { return latIs(35); }, 3000)) << status();
-    EXPECT_EQ(1, field(status(), "nmea_stat"));
+    EXPECT_EQ(1, statusNumber("nmea_stat"));
     EXPECT_NE(std::string::npos, host.output().find("reconnecting...\n"));
 }
 

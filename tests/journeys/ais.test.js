@@ -1,10 +1,7 @@
 /*
-** AIS: the targets of a replayed voyage appear in the right column's
-** list; clicking an entry centres the chart on that target, and tapping
-** the target opens its dialogue with CPA and TCPA. One target sends the
-** name "<IMG SRC=X>": list and dialogue show it as written and no image
-** element comes of it. An active SART raises one alert over all its
-** reports; "Yes" puts a MOB marker on it.
+** AIS: a replayed voyage's targets fill the list; an entry centres its target, a tap opens its
+** dialogue with CPA and TCPA; the name "<IMG SRC=X>" stays text. An active SART raises one alert
+** over all its reports, and "Yes" puts a MOB marker on it.
 */
 'use strict';
 
@@ -18,9 +15,8 @@ const ODD = { mmsi: 211999001, name: '<IMG SRC=X>', call: 'D<=>', dest: 'A=B', l
     type: 36, len: 12, beam: 4, draught: 1.5 };
 const SART = { mmsi: 970123456, lat: 54.505, lon: 10.1, status: 14, sog: 0, cog: 0 };
 
-/* The demo voyage with the odd target added: 3 km north of the own
-** ship's circle, reporting southward at 10 kt every 10 s, its name every
-** 30 s; and an active SART south of the circle every 10 s. */
+/* The demo voyage, the odd target 3 km north heading south at 10 kt (name every 30 s), and an
+** active SART south of the circle. */
 function lines() {
     const out = [];
     let s = 0;
@@ -54,7 +50,6 @@ test('targets list, centre, open with CPA and TCPA; an odd name stays text', { t
         assert.strictEqual(await page.locator('#r_ais_list img, #r_ais_list b > *').count(), 0, 'no element from a name');
         await j.shot(page, 'ais-list');
 
-        /* zoom in, then the list entry brings the target to the centre */
         for (let i = 0; i < 10; i++) await j.click(page, '#cp_map_zup');
         await j.click(page, entry);
         const off = await page.evaluate((id) => {
@@ -65,7 +60,6 @@ test('targets list, centre, open with CPA and TCPA; an odd name stays text', { t
         await j.chartPainted(page);
         await j.shot(page, 'ais-centred');
 
-        /* a tap on the target at the centre of the chart opens its dialogue */
         await page.mouse.click(640, 400);
         await j.waitInView(page, '#np_ais_status_dlg');
         const dlg = '#np_ais_status_dlg';
@@ -78,7 +72,7 @@ test('targets list, centre, open with CPA and TCPA; an odd name stays text', { t
         await j.shot(page, 'ais-dialogue');
         await j.click(page, `${dlg} > .np_close`);
         await j.waitHidden(page, dlg);
-        /* the SART reported all along: no second alert, one entry in the log */
+        /* the SART reported all along: one alert, one log entry */
         assert.strictEqual(await j.isInView(page, '#np_chartkit_yesno'), false);
         const alerts = await page.evaluate(() => JSON.parse(postSync('/UexecSql', 'SELECT v FROM log WHERE t=4')));
         assert.deepStrictEqual(alerts, [['AIS SART 970123456']]);

@@ -1,17 +1,11 @@
-/*
-** chart_server.js -- a chart distribution server for the journeys and the
-** README pictures: `mareplot-chartkit serve` over a folder of packs, on a
-** free port.
-*/
+/* chart_server.js -- `mareplot-chartkit serve` over a folder of packs on a free port. */
 'use strict';
 const fs = require('fs');
 const path = require('path');
 const { spawn } = require('child_process');
 const j = require('./journey');
 
-/* Starts `chartkit serve` for the packs in dir, with extra switches (for
-** example ['--rate', '250000'] so that a download shows its progress).
-** Resolves to { address: "127.0.0.1:<port>", stop() } once it listens. */
+/* Resolves to { address: "127.0.0.1:<port>", stop() } once it listens. */
 async function chartServer(chartkit, dir, extra) {
     const portFile = path.join(dir, 'port');
     const args = ['serve', '--dir', dir, '--port', '0', '--port-file', portFile].concat(extra || []);

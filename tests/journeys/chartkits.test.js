@@ -1,12 +1,8 @@
 /*
-** Chart kits: two kits made by mareplot-chartkit make from GeoTIFFs and
-** offered by mareplot-chartkit serve. Without a chart server the kit
-** dialogue says so and leads to Settings; with one typed into Settings,
-** Chart, the dialogue lists the server's two kits as new, downloads one with its progress and shows it;
-** the chart kit bar switches to the base chart and back, goes to a chart
-** of the kit and changes its map language; ticking the installed kit
-** deletes it after a question; a server that has gone is named in the
-** dialogue's message.
+** Chart kits made by mareplot-chartkit make from GeoTIFFs and offered by its serve: without a server
+** the dialogue leads to Settings; with one it lists both kits as new and downloads one with its
+** progress; the bar switches kits, charts and map language; ticking the installed kit deletes it
+** after a question; a server that has gone is named.
 */
 'use strict';
 
@@ -35,11 +31,8 @@ function run(cmd, args, input) {
     if (r.status !== 0) throw new Error(cmd + ' ' + args.join(' ') + ': ' + r.stderr);
 }
 
-/*
-** A GeoTIFF of one colour with a little noise (so that its tiles, and the
-** download, are not tiny) over the box [west, south, east, north] in
-** degrees, written by GDAL from a plain PPM image.
-*/
+/* A GeoTIFF of one colour with noise (so that the download is not tiny) over [west, south, east,
+** north] in degrees, written by GDAL from a PPM image. */
 function raster(dir, name, rgb, box) {
     const w = 512, h = 512, img = Buffer.alloc(w * h * 3);
     let seed = 12345;
@@ -54,12 +47,8 @@ function raster(dir, name, rgb, box) {
     return tif;
 }
 
-/*
-** Makes kit A<id>.marepack in dir with mareplot-chartkit make from rasters
-** ({ chart name: box }, one chart each). make writes no chart markers; the
-** kit gets some per language (lang -> texts) in its first chart, so that
-** the bar offers map languages.
-*/
+/* Makes A<id>.marepack in dir from o.charts ({ name: box }), with o.markers (lang -> texts) added
+** in its first chart so that the bar offers map languages. */
 function kit(dir, id, o) {
     const work = fs.mkdtempSync(path.join(os.tmpdir(), 'mareplot-kit-src-'));
     const file = path.join(dir, 'A' + String(id).padStart(6, '0') + '.marepack');
@@ -78,12 +67,8 @@ function kit(dir, id, o) {
     return file;
 }
 
-/* mareplot-chartkit serve on a free port for the packs in dir, slowed so
-** that a download shows its progress. */
-const serve = (dir) => chartServer(CHARTKIT, dir, ['--rate', '250000']);
 
-/* The share of sample points around the middle of the map that show the
-** colour rgb. */
+/* The share of sample points around the middle of the map that show rgb. */
 async function share(page, name, rgb) {
     await j.chartPainted(page);
     const img = await j.shot(page, name);
@@ -107,7 +92,6 @@ const state = (page) => page.evaluate(() => ({
     scale: cpApp.map.getScm(),
 }));
 
-/* Opens the kit dialogue from the main menu's Charts and its bar. */
 async function openKits(page) {
     await j.openMainMenu(page);
     await j.click(page, j.menuEntry('Charts'));
@@ -123,7 +107,8 @@ test('chart kits from a chart server: set, list, download, switch, delete', { ti
         markers: { de: ['Leuchtturm'], en: ['Lighthouse', 'Pier'] },
     });
     const sound = kit(dir, 6, { name: 'Sound green', rgb: SOUND, charts: { Sound: [12.5, 55.7, 12.7, 55.9] }, markers: {} });
-    const server = await serve(dir);
+    /* slowed so that the download shows its progress */
+    const server = await chartServer(CHARTKIT, dir, ['--rate', '250000']);
     try {
         await j.journey('chartkits', {}, async (page, s) => await steps(page, s.host.home, server, [kiel, sound]));
     } finally {
@@ -132,10 +117,8 @@ test('chart kits from a chart server: set, list, download, switch, delete', { ti
     }
 });
 
-/* The steps a person takes, on a first start with the server running. */
 async function steps(page, home, server, [kiel, sound]) {
     const key = path.join(home, '.local/share/mareplot', 'chartserver.key');
-    /* no server yet: the dialogue says so, and its button leads to the field */
     await openKits(page);
     assert.match(await j.text(page, '#np_chartkit_add_form'), /No chart server is set\./);
     await j.shot(page, 'chartkits-no-server');
@@ -143,7 +126,6 @@ async function steps(page, home, server, [kiel, sound]) {
     await j.waitInView(page, '#i_chart_server');
     assert.strictEqual(await page.evaluate(() => document.activeElement.id), 'i_chart_server');
 
-    /* a path is refused where it is typed, and nothing is stored */
     await page.keyboard.type('charts.lan/../x');
     await j.click(page, '#btn_settings_done');
     await j.waitInView(page, '#i_chart_server_error');
@@ -152,11 +134,10 @@ async function steps(page, home, server, [kiel, sound]) {
     assert.ok(!fs.existsSync(key));
 
     await j.type(page, '#i_chart_server', server.address);
-    /* the message made the dialogue longer than the window; Done stays in view */
+    /* the message made the dialogue taller than the window; Done stays in view */
     await j.settingsDone(page);
     assert.strictEqual(fs.readFileSync(key, 'utf8').trim(), server.address);
 
-    /* both kits are new */
     await openKits(page);
     await j.waitInView(page, '#btn_chartkit_exec');
     const rows = await page.locator('#t_chartkit_list tr').allInnerTexts();
@@ -165,7 +146,6 @@ async function steps(page, home, server, [kiel, sound]) {
         [`Kiel red ${mb(kiel)} New`, `Sound green ${mb(sound)} New`]);
     await j.shot(page, 'chartkits-list');
 
-    /* download one: the progress shows, then the kit is in use */
     await j.click(page, '#kit_5');
     await j.click(page, '#btn_chartkit_exec');
     const seen = new Set();
@@ -185,7 +165,6 @@ async function steps(page, home, server, [kiel, sound]) {
         'first the chart of the largest scale below 1:5000000');
     assert.ok(await share(page, 'chartkits-kiel', KIEL) > 0.8, 'the kit\'s chart on screen');
 
-    /* the bar: back to the base chart and to the kit again */
     await j.select(page, '#i_chartkit_kit', 'Base chart');
     await j.until(async () => (await state(page)).kit === 'A000002.marepack', 'the base chart', 10000);
     assert.ok(await share(page, 'chartkits-base', KIEL) < 0.1, 'the base chart on screen');
@@ -193,7 +172,6 @@ async function steps(page, home, server, [kiel, sound]) {
     await j.until(async () => (await state(page)).kit === 'A000005.marepack', 'the kit again', 10000);
     assert.ok(await share(page, 'chartkits-kiel-again', KIEL) > 0.8);
 
-    /* a chart of the kit, and the map language */
     const before = (await state(page)).scale;
     await j.select(page, '#i_chartkit_chart', 'Kiel Fjord');
     await j.chartPainted(page);
@@ -206,7 +184,6 @@ async function steps(page, home, server, [kiel, sound]) {
     assert.deepStrictEqual([st.lang, st.markers], ['en', ['Lighthouse', 'Pier']]);
     await j.shot(page, 'chartkits-bar');
 
-    /* the installed kit says so; ticking it deletes it after a question */
     await openKits(page);
     await j.waitInView(page, '#btn_chartkit_exec');
     assert.match(await j.text(page, '#t_chartkit_list'), /Kiel red\s+[\d.]+ MB\s+Installed/);
@@ -225,7 +202,6 @@ async function steps(page, home, server, [kiel, sound]) {
     await j.waitInView(page, '#i_chartkit_kit');
     assert.deepStrictEqual(await page.locator('#i_chartkit_kit option').allInnerTexts(), ['Base chart']);
 
-    /* a server that is gone: the dialogue names its address */
     await server.stop();
     await j.click(page, '#btn_chartkit_update');
     await j.until(async () => /could not be reached/.test(await j.text(page, '#np_chartkit_add_form')), 'the message', 20000);

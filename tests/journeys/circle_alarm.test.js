@@ -1,8 +1,6 @@
 /*
-** Circle alarm: with a replayed voyage running fast, a person follows
-** the boat, zooms in, lays a circle alarm around it and arms it. When
-** the boat leaves the circle the klaxon starts and the alarm dialogue
-** shows; acknowledging it stops the klaxon and keeps the alarm armed.
+** Circle alarm: a circle laid around the followed boat and armed fires with the klaxon when the
+** boat leaves it; the acknowledge stops the klaxon and keeps the alarm armed.
 */
 'use strict';
 
@@ -16,8 +14,7 @@ test('a circle alarm fires when the boat leaves it and stays armed after the ack
         await j.setNetworkFeed(page, s.feed.port);
         await j.until(() => page.evaluate(() => !!(kelvor.boat.gps && kelvor.boat.gps.fix)), 'a fix', 30000);
 
-        /* the boat bar follows the boat; zoom in (1.25 times a step) until
-        ** the new circle's 100 pixel radius is about a kilometre */
+        /* zoomed in until the new circle's 100 pixel radius is about a kilometre */
         await j.click(page, '#cp_boat');
         await j.waitInView(page, '#i_boat_auto');
         await j.until(async () => /auge_activ/.test(await page.getAttribute('#i_boat_auto', 'src')), 'follow on');
@@ -27,7 +24,6 @@ test('a circle alarm fires when the boat leaves it and stays armed after the ack
             await j.until(() => page.evaluate((b) => cpApp.map.mapScale < b, before), 'zoomed in');
         }
 
-        /* the klaxon is the page's audio element: count its starts */
         await page.evaluate(() => {
             window.klaxonStarts = 0;
             document.getElementById('klaxon').addEventListener('play', () => { window.klaxonStarts++; });
@@ -38,8 +34,7 @@ test('a circle alarm fires when the boat leaves it and stays armed after the ack
         await j.click(page, '#btn_alarm_add_circle');
         await j.click(page, '#btn_alarm_on');
         await j.waitInView(page, '#btn_alarm_off');
-        /* the new circle's centre is 50 pixels west of the chart's centre,
-        ** its radius 100: the boat, followed until the menu opened, is in */
+        /* the circle lies 50 pixels west of the centre, radius 100: the boat is in */
         await j.until(() => page.evaluate(() => kelvor.alarm.running.side !== 0), 'the armed alarm learns');
         assert.strictEqual(await page.evaluate(() => kelvor.alarm.running.side), 1, 'armed with the boat inside');
         await j.shot(page, 'circle-alarm-armed');
@@ -54,7 +49,7 @@ test('a circle alarm fires when the boat leaves it and stays armed after the ack
         await j.until(() => page.evaluate(() => !kelvor.alarm.klaxontimer), 'the klaxon stopped');
         assert.ok(await j.isInView(page, '#btn_alarm_off'), 'the alarm is still armed: its Off shows');
         assert.strictEqual(await j.isInView(page, '#btn_alarm_on'), false);
-        /* armed, it learns the boat's side anew, and that alone rings nothing */
+        /* relearning the boat's side alone rings nothing */
         const starts = await page.evaluate(() => window.klaxonStarts);
         await j.until(() => page.evaluate(() => kelvor.alarm.running && kelvor.alarm.running.side !== 0),
             'the alarm relearns the boat\'s side');

@@ -1,8 +1,6 @@
 /*
-** journey.js: screen-only helpers for the journeys. A journey acts the way
-** a person does: it clicks, presses keys, selects and types on elements
-** that are visible inside the 1280 by 800 viewport. These helpers never
-** call client functions to act; they may read state to wait or to check.
+** journey.js: the journeys' runner and screen helpers. They act only by clicks, keys and typing on
+** elements visible inside the 1280 by 800 viewport; they read state only to wait or to check.
 */
 'use strict';
 
@@ -17,8 +15,7 @@ const ROOT = path.resolve(__dirname, '../..');
 const REPLAY = process.env.NMEA_REPLAY || path.join(path.dirname(browser.MAREPLOTD), 'nmea_replay');
 const SHOTS = process.env.JOURNEY_SHOTS || path.join(os.tmpdir(), 'mareplot-journeys');
 
-/* The element's box when it is visible and wholly inside the viewport,
-** else null. sel is any Playwright selector. */
+/* The element's box when it is visible and wholly inside the viewport, else null. */
 async function viewBox(page, sel) {
     const loc = page.locator(sel).first();
     if (!await loc.count() || !await loc.isVisible()) return null;
@@ -32,8 +29,7 @@ async function isInView(page, sel) {
     return !!await viewBox(page, sel);
 }
 
-/* Waits until the element is visible inside the viewport and has stopped
-** moving (the bars slide in for 0.3 s). */
+/* Waits until the element is in view and has stopped moving (the bars slide in for 0.3 s). */
 async function waitInView(page, sel, timeout) {
     let last = '';
     await until(async () => {
@@ -45,7 +41,6 @@ async function waitInView(page, sel, timeout) {
     }, sel + ' in view', timeout || 20000);
 }
 
-/* Waits until the element is hidden or wholly outside the viewport. */
 async function waitHidden(page, sel, timeout) {
     await until(async () => {
         const loc = page.locator(sel).first();
@@ -55,22 +50,19 @@ async function waitHidden(page, sel, timeout) {
     }, sel + ' hidden', timeout);
 }
 
-/* Clicks an element after checking that a person could see it there. */
 async function click(page, sel) {
     await waitInView(page, sel);
     await page.click(sel);
 }
 
-/* Waits for a render pass with every tile of the view drawn. */
 const chartPainted = (page, timeout) => browser.settled(page, timeout || 20000);
 
-/* Closes the first-start wizard by its × like a user. */
 async function closeWizard(page) {
     await click(page, '#np_wizzard_1 .np_close');
     await waitHidden(page, '#np_wizzard_1');
 }
 
-/* A first start: fresh data directory, wizard closed, chart painted. */
+/* A first start with the wizard closed and the chart painted (for tools/readme_shots.js). */
 async function firstStart(opts) {
     const s = await browser.start(opts);
     try {
@@ -83,30 +75,25 @@ async function firstStart(opts) {
     return s;
 }
 
-/* Brings the main menu bar in by clicking the menu button when that
-** shows (it hides while the main menu is up, or sliding in after Back). */
+/* The menu button hides while the main menu is up or sliding in after Back. */
 async function openMainMenu(page) {
     if (await isInView(page, '#cp_tool')) await click(page, '#cp_tool');
     await waitInView(page, '#cp_menu_main');
 }
 
-/* The main-menu button with the given visible label. */
 function menuEntry(label) {
     return `#cp_menu_main .menu_btn:has(span:text-is("${label}"))`;
 }
 
-/* The visible text of an element, as a person reads it. */
 function text(page, sel) {
     return page.locator(sel).first().innerText();
 }
 
-/* Selects an option by its visible text in a select that is on screen. */
 async function select(page, sel, label) {
     await waitInView(page, sel);
     await page.selectOption(sel, { label });
 }
 
-/* Clears a visible text field and types into it. */
 async function type(page, sel, value) {
     await waitInView(page, sel);
     await page.click(sel, { clickCount: 3 });
@@ -115,8 +102,7 @@ async function type(page, sel, value) {
     await page.keyboard.type(String(value));
 }
 
-/* Opens Settings by the gear of the main menu, in any language, on the
-** given tab: its button's label, or its place from 0. */
+/* Opens Settings by the gear, in any language, on a tab given by its label or its place from 0. */
 async function openSettings(page, tab) {
     await openMainMenu(page);
     await click(page, '#cp_menu_main .menu_btn:has(img[src$="icon-50-settings.png"])');
@@ -125,14 +111,12 @@ async function openSettings(page, tab) {
     else if (tab) await click(page, `#np_settings_dlg .np_tabs button:text-is("${tab}")`);
 }
 
-/* Presses Done in Settings and waits for the dialogue to close. */
 async function settingsDone(page) {
     await click(page, '#btn_settings_done');
     await waitHidden(page, '#np_settings_dlg');
 }
 
-/* Sets the position source to NMEA RMC from the network, Host 1 to
-** 127.0.0.1 and the given port, through Settings, and presses Done. */
+/* Position from NMEA RMC over the network, Host 1 at 127.0.0.1:port. */
 async function setNetworkFeed(page, port) {
     await openSettings(page, 'AIS');
     await select(page, '#i_gps_source', 'NMEA RMC');
@@ -143,9 +127,8 @@ async function setNetworkFeed(page, port) {
     await settingsDone(page);
 }
 
-/* The texts of the right column that a person could not read: cut off
-** by the column's edge, lying on another text, or on the cross-track
-** bar. Returns a list of descriptions, empty when all is readable. */
+/* The right column's texts a person could not read: cut off by its edge, lying on another text
+** or on the cross-track bar. Empty when all is readable. */
 function columnClashes(page) {
     return page.evaluate(() => {
         const col = document.getElementById('right_menu_main').getBoundingClientRect();
@@ -168,8 +151,7 @@ function columnClashes(page) {
     });
 }
 
-/* Finds the scale bar in a screenshot: the longest dark horizontal run
-** in the top rows, right of the middle. Returns { y, left, right }. */
+/* The scale bar in a screenshot: the longest dark run in the top rows, right of the middle. */
 function scaleBar(img) {
     let best = { len: 0 };
     for (let y = 20; y < 140; y++) {
@@ -187,9 +169,7 @@ function scaleBar(img) {
     return best;
 }
 
-/* Takes a screenshot, keeps it as <name>.png under JOURNEY_SHOTS (default
-** a directory in the temporary directory) and returns its pixels with
-** pixel(x, y) -> [r, g, b]. */
+/* Keeps a screenshot as <name>.png under SHOTS; returns it with pixel(x, y) -> [r, g, b]. */
 async function shot(page, name) {
     fs.mkdirSync(SHOTS, { recursive: true });
     const file = path.join(SHOTS, name + '.png');
@@ -203,16 +183,11 @@ async function shot(page, name) {
     return img;
 }
 
-/*
-** Serves the recorded demo voyage, looped, through nmea_replay
-** (NMEA_REPLAY, default beside mareplotd) on a free port of 127.0.0.1.
-** opts: lines (sentences instead of the voyage), startAt (seconds of the
-** voyage to skip), speed (-x). Returns { port, stop() } once it listens.
-*/
+/* Serves the demo voyage looped through nmea_replay on a free port: opts.lines instead of it,
+** opts.startAt seconds skipped, opts.speed times faster. Returns { port, stop() } once it listens. */
 async function voyage(opts) {
     let lines = opts.lines || require(path.join(ROOT, 'tools/demo_voyage.js')).voyage().split('\r\n').filter(Boolean);
     if (opts.startAt) {
-        /* each second of the voyage begins with its RMC sentence */
         let n = 0;
         const from = lines.findIndex((l) => l.startsWith('$GPRMC') && n++ === opts.startAt);
         lines = lines.slice(from).concat(lines.slice(0, from));
@@ -240,11 +215,8 @@ async function voyage(opts) {
     return { port: Number(/127\.0\.0\.1:(\d+)/.exec(out)[1]), stop };
 }
 
-/*
-** Runs a journey: serves voyage(opts.voyage) when given, then runs
-** fn(page, s) on a first start (on the page as it opens when opts.wizard),
-** with s.feed the feed. Keeps <name>-failed.png when it fails.
-*/
+/* Runs fn(page, s) on a first start (wizard left open with opts.wizard), with s.feed serving
+** opts.voyage when given; keeps <name>-failed.png when it fails. */
 async function journey(name, opts, fn) {
     const feed = opts.voyage ? await voyage(opts.voyage) : null;
     try {
@@ -266,6 +238,6 @@ async function journey(name, opts, fn) {
     }
 }
 
-module.exports = { journey, firstStart, closeWizard, loaded: browser.loaded, chartPainted, openMainMenu, menuEntry,
+module.exports = { journey, firstStart, loaded: browser.loaded, chartPainted, openMainMenu, menuEntry,
     waitInView, waitHidden, isInView, until, click, columnClashes, drag: browser.drag,
     openSettings, settingsDone, setNetworkFeed, scaleBar, text, select, type, shot, voyage };

@@ -1,9 +1,7 @@
 /*
-** Main menu: every entry of the main menu bar opens its dialogue, bar or
-** bubble, and its close control or Back brings the main menu back. The
-** menu button in the right column brings the main menu back from any
-** other bar. With a wind forecast in reach, Wind draws it as barbs and
-** steps through its times.
+** Main menu: each entry no other journey opens shows its dialogue, bar or bubble, and each way of
+** leaving (close control, Back, the menu button, a bubble's own time) brings the main menu back.
+** With a wind forecast in reach, Wind draws it as barbs and steps through its times.
 */
 'use strict';
 
@@ -12,9 +10,8 @@ const assert = require('node:assert');
 const j = require('./journey');
 const { PNG } = require('../client/browser');
 
-/* The forecast service: a 5 by 5 wind grid over 9 to 11 E, 54 to 55 N in
-** the red (u) and green (v) bytes, 0 to 254 for -20 to 20 m/s, for three
-** times to come. Every other request to it fails, as with no network. */
+/* The forecast service: a 5 by 5 wind grid over 9 to 11 E, 54 to 55 N, u and v in the red and
+** green bytes (0 to 254 for -20 to 20 m/s), three times to come; any other request fails. */
 const GRID = { x1: 9, y1: 54, x2: 11, y2: 55, gx: 0.5, gy: 0.25, dx: 5, dy: 5, imin: 0, imax: 254,
     umin: -20, umax: 20, vmin: -20, vmax: 20 };
 const pixel = (i) => [20 + i * 9, 200 - i * 7];
@@ -39,18 +36,12 @@ function forecast(page, asked) {
     });
 }
 
-/* label, what opens, how a person leaves it ('x' the dialogue's close
-** control, 'back' the bar's Back, 'tool' the menu button, 'wait' the
-** bubble goes by itself), and a text the opened element shows */
+/* label, what opens, how a person leaves it ('x' the close control, 'back' the bar's Back, 'tool'
+** the menu button, 'wait' the bubble goes by itself), and a text the opened element shows */
 const ENTRIES = [
-    ['Settings', '#np_settings_dlg', 'x', 'Settings'],
     ['Sync', '#np_chartkit_ineterror', 'x', 'Internet Error'],
     ['Current', '#np_wind_nodata', 'x', 'no valid data'],
-    ['Charts', '#cp_chartkit_menu', 'back', 'Chart kits'],
     ['Log', '#cp_track_menu', 'back', 'Back'],
-    ['Alarm', '#cp_alarm_menu', 'back', 'Circle'],
-    ['Ruler', '#cp_ruler_menu', 'back', 'Back'],
-    ['Marker', '#cp_marker_menu', 'back', 'Back'],
     ['Route', '#cp_route_menu', 'tool', 'Back'],
     ['MOB', '#cp_boat_menu', 'back', 'Follow'],
     ['Near Me', '#np_table_list', 'x', 'Near Me'],
@@ -86,8 +77,7 @@ test('every main-menu entry opens and returns', { timeout: 180000 }, async () =>
             await j.waitInView(page, '#cp_menu_main');
         }
 
-        /* Wind: the grid goes through the host's database into barbs and
-        ** three times; a grid node reads as its pixel says */
+        /* Wind: the grid goes through the host's database into barbs and three times */
         await page.evaluate(() => {
             const arrow = kelvor.wind.windArrow;
             window.barbs = 0;
@@ -104,14 +94,12 @@ test('every main-menu entry opens and returns', { timeout: 180000 }, async () =>
         assert.ok(Math.abs(node.u - u) < 1e-6 && Math.abs(node.v - v) < 1e-6, JSON.stringify(node));
         assert.strictEqual(await page.locator('#np_html_wind_time option').count(), 3);
         await j.shot(page, 'main-menu-Wind');
-        /* opened again, the stored rows are current: no new download */
+        /* opened again, the stored rows are current */
         await j.openMainMenu(page);
         await j.click(page, j.menuEntry('Wind'));
         await j.waitInView(page, '#np_html_wind_time');
         assert.strictEqual(downloads(), 1);
 
-        /* the bar's own buttons: step to the next time, then close; no
-        ** dashboard covers it, and the map shows no more barbs */
         assert.strictEqual(await j.isInView(page, '#cp_boat_dash'), false, 'no dashboard over the wind bar');
         const shown = () => page.$eval('#np_html_wind_time', (s) => s.options[s.selectedIndex].text);
         const first = await shown();

@@ -1,9 +1,6 @@
 /*
-** Network GPS through Settings: a person sets the position source to NMEA
-** RMC from the network, types the address and port of a replayed voyage
-** as Host 1 and presses Done. The boat then follows the recorded circle,
-** and the widened right column shows speed, course, heading and depth,
-** each readable beside its label.
+** Network GPS set in Settings: the boat follows the replayed voyage's circle, the scale bar keeps
+** clear of the column, and the widened column shows speed, course, heading and depth readably.
 */
 'use strict';
 
@@ -20,7 +17,6 @@ function metres(a, b) {
     return Math.hypot(dx, dy);
 }
 
-/* the recorded circle's radius */
 const R = metres(ownShip(0), CENTRE);
 
 const boatPos = (page) => page.evaluate(() => ({ lat: kelvor.boat.theBoat.lat(), lon: kelvor.boat.theBoat.lon() }));
@@ -29,7 +25,6 @@ test('a network feed set in Settings moves the boat and fills the right column',
     await j.journey('network', { voyage: {} }, async (page, s) => {
         await j.setNetworkFeed(page, s.feed.port);
 
-        /* the boat reaches the recorded circle and goes round it */
         let first = null;
         await j.until(async () => {
             const p = await boatPos(page);
@@ -38,8 +33,6 @@ test('a network feed set in Settings moves the boat and fills the right column',
             return metres(p, first) > 5;
         }, 'the boat on the recorded circle, moving', 40000);
 
-        /* with a dashboard open and the column narrow or widened, the
-        ** scale bar stays clear of the column */
         await j.click(page, '#cp_boat');
         await j.waitInView(page, '#cp_boat_dash');
         for (const [button, name] of [[null, 'narrow'], ['#i_screen_more', 'wide']]) {
@@ -70,7 +63,7 @@ test('a network feed set in Settings moves the boat and fills the right column',
         assert.match(await j.text(page, rows.DPT), /^\d+(\.\d+)? m$/);
 
         assert.deepStrictEqual(await j.columnClashes(page), [], 'every text of the column readable');
-        /* the widened column with its target list leaves the menu bar free */
+        /* a long target list leaves the menu bar free */
         await j.openMainMenu(page);
         await j.until(async () => (await page.locator('#r_ais_list .ais_entry').count()) > 8, 'a long target list', 30000);
         for (const b of await page.locator('#cp_menu_main .menu_btn').all()) await b.click({ trial: true, timeout: 10000 });

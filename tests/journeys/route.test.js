@@ -1,9 +1,6 @@
 /*
-** Route: a ruler measures between two points and notes an end; a marker
-** takes a note; a route of three points is laid by dragging its points
-** and a leg, then activated, and the boat's bar shows bearing and range
-** to the next waypoint while the widened right column shows the
-** cross-track bar.
+** Route: a ruler measures and notes an end; a marker takes a note; a route of three points is laid
+** by dragging, activated, and shows bearing, range and the cross-track bar; all survive a reload.
 */
 'use strict';
 
@@ -11,7 +8,7 @@ const test = require('node:test');
 const assert = require('node:assert');
 const j = require('./journey');
 
-/* The map centre of the 1280x800 page: new objects appear around it. */
+/* New objects appear around the map centre. */
 const C = { x: 640, y: 400 };
 
 async function valueOf(page, sel) {
@@ -21,7 +18,6 @@ async function valueOf(page, sel) {
 
 test('ruler, marker with a note, and an activated three-point route', { timeout: 180000 }, async () => {
     await j.journey('route', {}, async (page) => {
-        /* a ruler: new, level at first; dragging its end turns it to north-east */
         await j.openMainMenu(page);
         await j.click(page, j.menuEntry('Ruler'));
         await j.click(page, '#btn_ruler_add');
@@ -32,7 +28,6 @@ test('ruler, marker with a note, and an activated three-point route', { timeout:
         const after = await valueOf(page, '#i_ruler_length');
         assert.match(after, /^\d+(\.\d+)?\snm$/);
         assert.ok(parseFloat(after) > parseFloat(before) * 1.3, `${before} -> ${after}`);
-        /* its bar lists the two ends, recolours it and notes an end */
         await j.select(page, '#i_ruler_color', 'Green');
         await j.select(page, '#i_ruler_point_list', '2 - WP 2');
         await j.click(page, '#btn_ruler_waypoint_note');
@@ -44,8 +39,7 @@ test('ruler, marker with a note, and an activated three-point route', { timeout:
         await j.shot(page, 'route-ruler');
         await j.click(page, '#cp_ruler_menu .menu_btn:has-text("Back")');
 
-        /* move the chart up, so that new objects keep clear of the ruler;
-        ** it follows the pointer's path */
+        /* the chart follows the pointer, up, so that new objects keep clear of the ruler */
         const centre = () => page.evaluate(() => [cpApp.map.cx, cpApp.map.cy]);
         const c0 = await centre();
         await j.drag(page, { x: 300, y: 650 }, { x: 300, y: 450 });
@@ -53,7 +47,6 @@ test('ruler, marker with a note, and an activated three-point route', { timeout:
         const c1 = await centre();
         assert.ok(Math.abs(c1[0] - c0[0]) <= 1 && Math.abs(c1[1] - c0[1] - 200) <= 1, `panned from ${c0} to ${c1}`);
 
-        /* a marker with a note */
         await j.openMainMenu(page);
         await j.click(page, j.menuEntry('Marker'));
         await j.click(page, '#btn_marker_add');
@@ -64,7 +57,6 @@ test('ruler, marker with a note, and an activated three-point route', { timeout:
         assert.strictEqual(await valueOf(page, '#i_marker_note'), 'Fuel <dock> & water');
         await j.click(page, '#cp_marker_menu .menu_btn:has-text("Back")');
 
-        /* a route: new, both ends dragged apart, then a leg pulled out */
         await j.openMainMenu(page);
         await j.click(page, j.menuEntry('Route'));
         await j.click(page, '#btn_route_add');
@@ -95,8 +87,7 @@ test('ruler, marker with a note, and an activated three-point route', { timeout:
         await j.waitInView(page, '#r_dist_xte');
         await j.shot(page, 'route-active');
 
-        /* the objects are saved a little after the last change and come
-        ** back, locked, after a reload */
+        /* saved a little after the last change, they come back locked */
         await j.until(() => page.evaluate(() => !cpApp.modified), 'the objects saved', 20000);
         await page.reload();
         await j.chartPainted(page);

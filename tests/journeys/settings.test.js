@@ -1,8 +1,6 @@
 /*
-** Settings: a unit change shows in the dashboards and survives a reload;
-** German and French switch every visible text of the main menu, the
-** Settings dialogue and the right column; night mode inverts the image
-** buttons.
+** Settings: a unit change shows in the dashboards and survives a reload; night mode inverts the
+** image buttons; German and French switch every visible text of the menu, Settings and the column.
 */
 'use strict';
 
@@ -12,11 +10,9 @@ const path = require('path');
 const j = require('./journey');
 const i18n = require('../../packs/app_i18n');
 
-/* English text to translation, from the tables the pack is built with */
 const table = (lang) => i18n.loadTable(path.join(__dirname, `../../packs/i18n/${lang}.tsv`)).table;
 
-/* Every text a person sees on the page right now: the text of visible
-** elements inside the viewport. */
+/* The texts of visible elements inside the viewport. */
 function visibleTexts(page) {
     return page.evaluate(() => {
         const out = new Set();
@@ -36,12 +32,6 @@ function visibleTexts(page) {
 }
 
 
-async function reloaded(page) {
-    await page.reload();
-    await j.chartPainted(page);
-}
-
-/* Opens the boat bar and waits until its dashboard shows speed and depth. */
 async function boatDash(page) {
     await j.click(page, '#cp_boat');
     await j.waitInView(page, '#cp_boat_dash');
@@ -50,8 +40,7 @@ async function boatDash(page) {
         sog2: await j.text(page, '#i_boat_sog2') };
 }
 
-/* The texts of the main menu, every Settings tab and the widened right
-** column; checks on the way that the column stays readable. */
+/* The texts of the main menu, every Settings tab and the widened column, which stays readable. */
 async function screenTexts(page, name) {
     const seen = new Set();
     const look = async () => (await visibleTexts(page)).forEach((t) => seen.add(t));
@@ -74,9 +63,8 @@ async function screenTexts(page, name) {
     return seen;
 }
 
-/* English texts left on a translated page: those the table translates,
-** and words that the English page shows too and the table does not keep
-** on purpose (an entry with the same text). */
+/* English left on a translated page: texts the table translates, and words of the English page
+** the table does not keep on purpose (by an entry of the same text). */
 function untranslated(texts, english, tr) {
     return [...texts].filter((t) => (tr.has(t) ? tr.get(t) !== t :
         english.has(t) && /[A-Za-z]{2}/.test(t) && !/\d/.test(t)));
@@ -101,20 +89,19 @@ test('units, languages and night mode through Settings', { timeout: 300000 }, as
         assert.match(d.sog2, / km\/h$/, 'the right column follows');
         assert.match(d.dpt, / ft$/);
 
-        await reloaded(page);
+        await page.reload();
+        await j.chartPainted(page);
         d = await boatDash(page);
         assert.match(d.sog, / km\/h$/, 'speed unit kept over a reload');
         assert.match(d.dpt, / ft$/, 'depth unit kept over a reload');
-        /* the boat's name and its speed, stored in metres per second, come
-        ** back into the dialogue as they were, the speed in the new unit */
+        /* the boat's speed, stored in metres per second, comes back in the new unit */
         await j.openSettings(page, 'Boat');
         assert.strictEqual(await page.inputValue('#i_settings_boat_name'), 'Sea Otter');
         assert.strictEqual(await page.inputValue('#i_settings_boat_speed'), '14.8', '8 kt in km/h');
         await j.click(page, '#np_settings_dlg > .np_close');
         await j.waitHidden(page, '#np_settings_dlg');
 
-        /* night mode inverts the image buttons: the dark strokes of the
-        ** zoom button turn light */
+        /* the dark strokes of the zoom button turn light */
         const zoom = await page.locator('#cp_map_zup').boundingBox();
         const day = await j.shot(page, 'settings-day');
         await j.openSettings(page, 'Chart');

@@ -1,6 +1,5 @@
 /*
-** Tides: zoomed in far enough, the chart shows its tide stations; a tap
-** on a station's symbol opens the tide panel with the station's name,
+** Tides: zoomed in, the chart shows its tide stations; a tap on one opens the panel with its name,
 ** its source, and the curve over day and night with the moon's phase.
 */
 'use strict';
@@ -9,15 +8,13 @@ const test = require('node:test');
 const assert = require('node:assert');
 const j = require('./journey');
 
-/* Colours the panel paints: daylight, night, and the moon image's dark
-** disc and lit part. */
+/* The panel's daylight, night, and the moon image's dark disc and lit part. */
 const near = (p, rgb, tol) => Math.abs(p[0] - rgb[0]) + Math.abs(p[1] - rgb[1]) + Math.abs(p[2] - rgb[2]) <= (tol || 6);
 const DAY = [255, 255, 221], NIGHT = [221, 221, 221], MOON_DARK = [60, 68, 82], MOON_LIT = [255, 246, 213];
 
 test('a tide station symbol opens its curve with sun and moon', { timeout: 120000 }, async () => {
     await j.journey('tides', {}, async (page) => {
-        /* stations show below a scale of 1:400000: seven steps in by the
-        ** button, one by the mouse wheel */
+        /* stations show below 1:400000: seven steps by the button, one by the wheel */
         for (let i = 0; i < 7; i++) await j.click(page, '#cp_map_zup');
         await j.chartPainted(page);
         const zoom = () => page.evaluate(() => kelvor.settings.k.map.zoom);
@@ -27,7 +24,6 @@ test('a tide station symbol opens its curve with sun and moon', { timeout: 12000
         await j.chartPainted(page);
         assert.ok(Math.abs(await zoom() - z0 - Math.log2(1.25)) < 1e-9, 'the wheel zooms in one step');
 
-        /* where the nearest station's symbol is on the screen (north up) */
         const st = await page.evaluate(() => {
             const m = cpApp.map, c = m.getPosWorldMerc(), scm = m.getScm(), r = m.canvas.getBoundingClientRect();
             let best = null;

@@ -1,8 +1,4 @@
-/*
-** AIS targets and fairways: straight-line and fairway CPA, the record
-** merge of host rows, texts of the target dialog, ageing in the render
-** pass and the nearest-30 list.
-*/
+/* AIS targets and fairways: CPA, the record merge, dialogue texts, ageing, the nearest-30 list. */
 'use strict';
 
 const test = require('node:test');
@@ -90,8 +86,6 @@ test('fairway run and CPA along the line', () => {
 test('ship type, navigational status and ETA texts', () => {
     const a = client().kelvor.ais;
     const types = [
-        [29, 'Wing in ground (WIG), Reserved for future use'],
-        [36, 'Sailing'],
         [100, 'Pleasure Craft, MrAppUser'],
         [101, '101'],
         [0, '0'],
@@ -99,7 +93,6 @@ test('ship type, navigational status and ETA texts', () => {
     for (const [t, want] of types) assert.strictEqual(a.shipType(t), want, `type ${t}`);
 
     const stats = [
-        [{ stat: 14, user: 211000001 }, 'AIS-SART(active)'],
         [{ stat: 15, user: 211000001 }, 'undefined'],
         [{ stat: 15, user: 970000001 }, 'AIS SART TEST'],
     ];
@@ -143,8 +136,7 @@ test('rows merge into records; stale records go in the render pass', () => {
     assert.deepStrictEqual(Object.keys(a.ais_elem).sort(), ['211000003', 'RTEMRK7']);
 });
 
-/* A client whose page has the target list (and nothing else), the boat at
-** X0, Y0 and no route. */
+/* A page with only the target list, the boat at X0, Y0 and no route. */
 function listClient() {
     const ctx = client();
     const div = { innerHTML: '', addEventListener() {} };
@@ -186,25 +178,13 @@ test('target dialog rows: short and long form, the swapped longitude letters', (
     assert.ok(!('Name' in rows) && !('ETA' in rows), 'no name that is only the MMSI, no empty ETA');
 });
 
-/* Names come by radio or from other users: the list and the dialog must
-** show them as text, never as markup. */
-test('outside names reach the list and the dialog as text', () => {
-    const { ctx, a, div } = listClient();
-    const bad = '<IMG SRC=X onerror="alert(1)">';
-    a.setAisData({ ais: [
-        [211000001, 1, 0, Math.round(X0 + 300), Math.round(Y0 - 300), 0, 0, 511, -128, 0],
-        [211000001, 5, 0, 0, 0, '"><b>', bad, 70, 'A&B<', 0, 50, 10, 5, 5, 42, 1234567],
-    ] });
+/* Names by radio reaching the list and the dialogue as text is the AIS journey's. */
+test('names and ids from other users reach the list as text', () => {
+    const { a, div } = listClient();
     a.setRemote([{ uid: "9'); alert(2); ('", source: 200, showtime: 5000, lon: 0.01, lat: 0.01, cog: 0, sog: 0,
         descr: '<script>x</script>' }]);
     a.setAisData({ ais: [] });
     const html = div.innerHTML;
-    assert.ok(!/<img|<script|<b>"/i.test(html), html);
-    assert.ok(html.includes('&lt;IMG SRC=X onerror=&quot;alert(1)&quot;&gt;'), 'radio name shown literally');
-    assert.ok(html.includes('&lt;script&gt;x&lt;/script&gt;'), 'remote name shown literally');
+    assert.ok(!/<script/i.test(html) && html.includes('&lt;script&gt;x&lt;/script&gt;'), html);
     assert.ok(!html.includes("alert(2); ('\""), 'a remote id cannot leave its attribute');
-
-    const rows = Object.fromEntries(a.statusRows(a.ais_elem[211000001]).map((r) => [r[0], r[1]]));
-    assert.deepStrictEqual([rows.Name, rows.Callsign, rows.Destination],
-        ['&lt;IMG SRC=X onerror=&quot;alert(1)&quot;&gt;', '&quot;&gt;&lt;b&gt;', 'A&amp;B&lt;']);
 });

@@ -1,8 +1,4 @@
-/*
-** Logic of the own boat and the track under node: fix texts, follow mode
-** centres, waypoint progress with and without speed, route steering and
-** its log rows, the status handler's fallbacks, and the rolling track.
-*/
+/* The own boat and the track under node: fix texts, follow modes, steering, status, track, Near Me. */
 'use strict';
 
 const test = require('node:test');
@@ -11,9 +7,7 @@ const { load, NAV } = require('./harness');
 
 const PLACES = '[{"n":"Eckernf\u00f6rde","c":"P.PPLA4","x":1000,"y":0},{"n":"Nowhere","c":"Z.ODD","x":3000,"y":0}]';
 
-/* A client with elements made on first use (ctx.els), a gazetteer that
-** knows PLACES, and a stand-in application object that logs the
-** dialogues it opens and closes (ctx.steps). */
+/* Elements are made on first use (ctx.els); opened and closed dialogues are logged in ctx.steps. */
 function client() {
     const ctx = load(NAV.concat(['kelvor.featurcodes.js']),
         (m, url) => (url.indexOf('/gazetteer/') === 0 ? PLACES : 'OK'));
@@ -66,7 +60,6 @@ test('follow modes: view centre and rotation', () => {
         ['1', 90, 0, false, 0, 0, 0],
         [1, 90, 0, false, 0, 0, 0], // the number is not the radio's text
         ['2', 90, 0, false, 100, 0, 0],
-        ['3', 90, 0, false, 100, 0, -90],
         ['3', 180, 0, false, 0, 100, -180],
         ['4', 90, 0, true, 0, -100, -0],
         ['4', 90, 270, true, -100, 0, -270],
@@ -178,8 +171,6 @@ test('rolling track: since advances, old points drop, no position is skipped', (
     assert.deepStrictEqual([t.lastTrackTimeStamp, t.trackCoords.length], [4294967295, 6], 'a track turned off takes nothing');
 });
 
-/* Near Me: classes read in words; a row closes the list, then opens its
-** entry: the place's card, a target's dialogue. */
 test('near me rows name their class and open their entry', () => {
     const { els, steps, kelvor } = client();
     kelvor.boat.theBoat = new kelvor.marker(0, 0);

@@ -1,8 +1,4 @@
-/*
-** Backups under node: the restore runs in one transaction, writes the log
-** in batches and always adds the "Data restored" row; a broken reply
-** touches nothing.
-*/
+/* Backups under node: the document, and a restore in one transaction with the log in batches. */
 'use strict';
 
 const test = require('node:test');

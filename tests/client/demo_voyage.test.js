@@ -1,9 +1,4 @@
-/*
-** The demo voyage: the depth it sends stays between 8 and 20 m, and the
-** own ship's circle closes so a looped replay does not jump. That its
-** sentences and AIS targets reach the screen is the journeys' (network
-** GPS, AIS).
-*/
+/* The demo voyage's depth and circle; that its sentences reach the screen is the journeys'. */
 'use strict';
 
 const test = require('node:test');

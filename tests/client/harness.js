@@ -1,10 +1,6 @@
 /*
-** harness.js: loads the client's classic scripts into a node vm context for
-** tests of their pure logic. The context has a minimal window, a document
-** that knows no elements, and an XMLHttpRequest that answers /hostversion
-** itself and everything else from a route function the test supplies:
-** route(method, url, body) returns a body (status 200), or a number for
-** another status.
+** harness.js: the client's scripts in a node vm context with a document that knows no elements and
+** an XMLHttpRequest answering from ctx.route(method, url, body): a body, or a number for a status.
 */
 'use strict';
 
@@ -41,10 +37,7 @@ function makeXhr(ctx) {
     };
 }
 
-/*
-** Returns a context with the given scripts of app/ loaded, in order. The
-** route function can be swapped later through ctx.route.
-*/
+/* A context with the given scripts of app/ loaded in order. */
 function load(scripts, route) {
     const ctx = {
         console: { log() {} },
@@ -73,23 +66,20 @@ function load(scripts, route) {
     return ctx;
 }
 
-/* Compares values made in the client's realm by their JSON (their
-** prototypes are that realm's, so deepStrictEqual would not match). */
+/* Compares values of the client's realm by their JSON (deepStrictEqual sees other prototypes). */
 function same(a, b, msg) {
     assert.strictEqual(JSON.stringify(a), JSON.stringify(b), msg);
 }
 
-/* Asserts that a number lies within eps of the wanted one. */
 function near(a, b, eps, msg) {
     assert.ok(Math.abs(a - b) <= eps, `${msg}: ${a} vs ${b}`);
 }
 
-/* The scripts the logic tests need, in the page's order. */
+/* The scripts the logic tests need, in the page's order, and those of the navigation objects. */
 const CORE = ['kelvor.js', 'kelvor.marepack.js', 'kelvor.marker.js', 'kelvor.track.js', 'kelvor.tides.js',
     'kelvor.chartkit.js', 'kelvor.ais.js', 'kelvor.navrte.js', 'kelvor.boat.js', 'kelvor.vmap.js',
     'kelvor.settings.js', 'kelvor.info.js'];
 
-/* The scripts of the navigation objects' tests (routes, rulers, the boat). */
 const NAV = ['kelvor.js', 'kelvor.marepack.js', 'kelvor.marker.js', 'kelvor.route.js', 'kelvor.ruler.js',
     'kelvor.track.js', 'kelvor.chartkit.js', 'kelvor.ais.js', 'kelvor.navrte.js', 'kelvor.boat.js',
     'kelvor.vmap.js', 'kelvor.settings.js'];

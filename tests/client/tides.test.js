@@ -1,8 +1,4 @@
-/*
-** Tide curve building: the level window, the mapping of each span onto
-** a secondary station's corrected times and levels, the shape fill of
-** stations with only extremes, and the spline.
-*/
+/* Tide curves: the level window, secondary stations' corrections, the shape fill, the spline. */
 'use strict';
 
 const test = require('node:test');

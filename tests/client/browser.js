@@ -1,9 +1,7 @@
 /*
-** browser.js: the real host and a headless Chromium for the page tests,
-** the journeys and the benchmark. The host runs on the fixed port
-** 127.0.0.1:19999 with HOME in a fresh temporary directory, so tests run
-** through tests/support/isolate.sh (a loopback of their own). Chromium is
-** Debian's, driven by playwright-core with a fresh profile.
+** browser.js: the real host on 127.0.0.1:19999 with HOME in a fresh directory (so run through
+** tests/support/isolate.sh) and Debian's headless Chromium with a fresh profile, for the page
+** tests, the journeys and the benchmarks.
 */
 'use strict';
 
@@ -19,10 +17,8 @@ const MAREPLOTD = process.env.MAREPLOTD || path.join(ROOT, 'build/mareplotd');
 const CHROMIUM = process.env.CHROMIUM || '/usr/bin/chromium';
 const ORIGIN = 'http://127.0.0.1:19999';
 const PAGE = ORIGIN + '/app/marepack.html';
-/* the PNG codec playwright-core carries (pngjs) */
 const { PNG } = require(path.join(ROOT, 'node_modules/playwright-core/lib/utilsBundle'));
 
-/* Polls fn() until it returns true, failing after timeout ms. */
 async function until(fn, what, timeout) {
     const end = Date.now() + (timeout || 10000);
     for (;;) {
@@ -47,8 +43,7 @@ function hostStatus() {
 const portFree = async () => await hostStatus() === 0;
 
 async function startHost() {
-    /* whatever answers before ours starts is a stranger the test would
-    ** talk to instead (SO_REUSEPORT even lets ours listen beside it) */
+    /* a stranger on the port would get our requests (SO_REUSEPORT lets ours listen beside it) */
     await until(portFree, 'nothing else on 127.0.0.1:19999 (run the test through tests/support/isolate.sh)', 5000);
     const home = fs.mkdtempSync(path.join(os.tmpdir(), 'mareplot-client-'));
     const env = Object.assign({}, process.env, { HOME: home });
@@ -68,7 +63,6 @@ async function startHost() {
     }
     return {
         home,
-        /* ends the host and waits until it is gone and the port free */
         async stop() {
             if (!exited) proc.kill('SIGTERM');
             await gone;
@@ -109,13 +103,8 @@ function solidPng(rgb) {
     return PNG.sync.write(png);
 }
 
-/*
-** A pack of our own, A000003.marepack in the host's data directory: every
-** tile from zoom 3 to 10 around 10.1 E, 54.52 N, each of one of two known
-** colours, sea [170, 211, 223] or land [242, 239, 233], in diagonal bands.
-** For checks that must not depend on the content of the carried chart
-** pack. Written by the sqlite3 shell, the way any SQLite client would.
-*/
+/* A000003.marepack in the host's data directory, by the sqlite3 shell: every tile from zoom 3
+** to 10 around 10.1 E, 54.52 N in diagonal bands of sea [170, 211, 223] and land [242, 239, 233]. */
 function syntheticPack(home) {
     const sea = solidPng([170, 211, 223]).toString('hex'), land = solidPng([242, 239, 233]).toString('hex');
     const sql = ['CREATE TABLE kvt (k TEXT,v TEXT,t INTEGER, l TEXT);', 'CREATE INDEX i_kv_lk ON kvt(l,k);',
@@ -140,14 +129,12 @@ function syntheticPack(home) {
     if (r.status !== 0) throw new Error('sqlite3: ' + r.stderr);
 }
 
-/* Waits until the page has started and made its first render pass. */
 function loaded(page, timeout) {
     return page.waitForFunction(() => window.cpApp && cpApp.map && cpApp.map._renderCount > 0, null,
         { timeout: timeout || 30000 });
 }
 
-/* Waits for a render pass with every tile of the view drawn (a deadline
-** for a loaded machine and a sanitizer build of the host). */
+/* Waits for a render pass with every tile of the view drawn. */
 async function settled(page, timeout) {
     await page.waitForFunction(() => window.cpApp && cpApp.map && cpApp.map._renderCount > 0 &&
         cpApp.map.queueWait === 0 && cpApp.map.lastMouseB === 0 && cpApp.map.lastCx === cpApp.map.cx &&
@@ -162,9 +149,7 @@ async function setAndReload(page, fn, arg) {
     await loaded(page);
 }
 
-/* Stores settings given as an object and reloads: objects are merged one
-** level deep into kelvor.settings.k, other values replace; the first start
-** wizard counts as done. */
+/* Stores settings (objects merged one level deep) with the wizard done, and reloads. */
 function configure(page, settings) {
     return setAndReload(page, (s) => {
         const k = kelvor.settings.k;
@@ -177,12 +162,8 @@ function configure(page, settings) {
     }, settings);
 }
 
-/*
-** Starts a host in a fresh data directory (with syntheticPack() when
-** opts.synthetic) and opens the page, configured with opts.settings when
-** given (a first start otherwise); opts also go to openPage. Returns
-** { page, host, close() }; close() fails on script errors the page raised.
-*/
+/* Starts a host (with syntheticPack() when opts.synthetic) and opens the page, configured with
+** opts.settings when given. close() fails on script errors the page raised. */
 async function start(opts) {
     const o = opts || {};
     const host = await startHost();
@@ -210,8 +191,7 @@ async function start(opts) {
     };
 }
 
-/* Runs fn(page, s) on start(opts) and closes it; a failure of fn is the
-** one reported. */
+/* Runs fn(page, s) on start(opts) and closes it; a failure of fn is the one reported. */
 async function withPage(fn, opts) {
     const s = await start(opts);
     try {
@@ -223,7 +203,6 @@ async function withPage(fn, opts) {
     await s.close();
 }
 
-/* Drags with the mouse from one page point to another in ten steps. */
 async function drag(page, from, to) {
     await page.mouse.move(from.x, from.y);
     await page.mouse.down();

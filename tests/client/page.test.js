@@ -1,10 +1,6 @@
 /*
-** The chart on the canvas, read back pixel by pixel: tiles in both raster
-** paths, and a vector overlay in WebGL with areas, lines, symbols, rings
-** and text boxes from its style sheets; the kept geometry over a lost
-** context, a tap on a feature, and the two-finger pinch. Needs
-** build/mareplotd (or MAREPLOTD) and /usr/bin/chromium; binds port 19999,
-** so run it through tests/support/isolate.sh.
+** The chart on the canvas, read back pixel by pixel: tiles in both raster paths, a WebGL vector
+** overlay over a lost context, a tap on a feature, the pinch. Run through tests/support/isolate.sh.
 */
 'use strict';
 
@@ -12,8 +8,7 @@ const test = require('node:test');
 const assert = require('node:assert');
 const { settled, withPage, loaded, PNG } = require('./browser');
 
-/* The share of each colour of the view, coarsely binned ("r,g,b"), after
-** a fresh render pass so that the WebGL buffer can be read. */
+/* The share of each colour of the view, binned ("r,g,b"), after a pass that lets WebGL be read. */
 function tileColours() {
     const m = cpApp.map;
     m.force = true;
@@ -34,10 +29,9 @@ function tileColours() {
     return hist;
 }
 
-/* the synthetic pack's sea and land, binned */
 const SEA = '160,208,208', LAND = '240,224,224';
 
-/* Our own pack of known colours at 10.1 E, 54.52 N, zoom 8, in one path. */
+/* The synthetic pack's sea and land, binned, and the pack shown at zoom 8 in one path. */
 const own = (gl) => ({ synthetic: true,
     settings: { C: { i_opengl_mode: gl }, map: { lonX: 10.1, latY: 54.52, zoom: 8 }, chartkit: 'A000003.marepack' } });
 
@@ -65,16 +59,14 @@ for (const gl of [false, true]) {
     });
 }
 
-/* A 64 by 64 sheet as a data URL, each pixel coloured by fill(x, y) (an
-** RGBA list, or nothing for clear). */
+/* A 64 by 64 sheet as a data URL, each pixel fill(x, y) (RGBA, or nothing for clear). */
 function sheet(fill) {
     const png = new PNG({ width: 64, height: 64 });
     for (let i = 0; i < 64 * 64; i++) png.data.set(fill(i % 64, Math.floor(i / 64)) || [0, 0, 0, 0], i * 4);
     return 'data:image/png;base64,' + PNG.sync.write(png).toString('base64');
 }
 
-/* A symbol sheet with a yellow disc in its top left quarter, a font sheet
-** with one solid glyph cell. */
+/* A yellow disc in the symbol sheet's top left quarter, one solid glyph cell in the font sheet. */
 const SHEETS = {
     sym: sheet((x, y) => (Math.hypot(x - 16, y - 16) <= 14 ? [255, 255, 0, 255] : null)),
     font: sheet((x, y) => (x < 32 && y < 32 ? [0, 0, 0, 255] : null)),
@@ -99,7 +91,6 @@ function overlayColours() {
     return n;
 }
 
-/* The overlay: its style, with the sheets img, and five features. */
 function overlay(img) {
     const glyph = { u1: 0, v1: 0, u2: 0.5, v2: 0.5, w: 60, h: 100, ofx: 0, ofy: 100 };
     return {
@@ -137,8 +128,8 @@ test('an overlay draws in WebGL with the world grid; its feature shows its texts
         await page.reload();
         await loaded(page);
         assert.strictEqual(await page.evaluate(() => !!cpApp.map.ctx3d), true, 'WebGL under swiftshader');
-        /* the sheets decode asynchronously; a render now and then (not one
-        ** per frame, which starves a loaded machine) takes them up */
+        /* the sheets decode asynchronously; a render now and then (not each frame, which starves
+        ** a loaded machine) takes them up */
         await page.waitForFunction(() => {
             const v = kelvor.chartkit.vectorMap;
             cpApp.map.render();

@@ -1,7 +1,6 @@
-// Pack switching under load: connections fetch tiles, documents and SQL
-// rows from the chart pack while another keeps replacing it. Every reply
-// must come whole and belong to one of the packs (or to no pack); under the
-// sanitizer build a use of a closed handle ends the host and fails here.
+// Pack switching under load: connections fetch tiles, documents and SQL rows
+// from the chart pack while another keeps replacing it. Every reply comes
+// whole and belongs to one of the packs (or to none).
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -59,9 +58,8 @@ TEST(PackGuard, SwitchWhileServing) {
     for (int i = 0; i < 8; i++) threads.emplace_back(reader, i % 4 == 3 ? 1 + (i / 4) : 0);
     threads.emplace_back([&] {
         const char *names[] = {"A000005.marepack", "A000006.marepack", "missing.marepack"};
-        // each switch waits until the readers have been served again since
-        // the last one, so every switch falls among requests however the
-        // machine shares its time between the threads
+        // each switch waits for 20 more replies, so that it falls among
+        // requests however the machine shares its time
         for (int i = 0; i < 30 && bad == 0; i++) {
             if (!waitFor([&] { return served >= 20 * (i + 1) || bad != 0; }, 60000)) {
                 fail("readers served nothing for a minute");

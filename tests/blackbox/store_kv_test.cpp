@@ -10,21 +10,31 @@ namespace {
 
 const char kNoCache[] = "no-cache, no-store, must-revalidate";
 
+/* One GET and the reply it must get. */
+void expectReply(const std::string &path, const std::string &status, const std::string &type,
+                 const std::string &cache, const std::string &body) {
+    HttpReply r = httpGet(path);
+    ASSERT_TRUE(r.complete) << path;
+    EXPECT_EQ("HTTP/1.1 " + status, r.statusLine) << path;
+    EXPECT_EQ(type, r.headers["Content-Type"]) << path;
+    EXPECT_EQ(cache, r.headers["Cache-Control"]) << path;
+    EXPECT_TRUE(body == r.body) << path << ": " << r.body.substr(0, 80);
+}
+
 /* An application pack of our own, kept by the host because the version
 ** stamp matches. */
 Pack appPack() {
     Pack p;
     p.withTiles = false;
-    p.kv = {
-        {"/app/marepack.html", "<html>en</html>", 1, "en"},
-        {"/app/marepack.html", "<html>de</html>", 1, "de"},
-        {"/app/marepack.html", "<html>fr</html>", 1, "fr"},
+    for (std::string lang : {"en", "de", "fr"})
+        p.kv.push_back({"/app/marepack.html", "<html>" + lang + "</html>", 1, lang});
+    p.kv.insert(p.kv.end(), {
         {"/app/kelvor.js", "var k=1;", 3, "de"},
         {"/app/img/x.png", fakePng(5, 700), 6, "**"},
         {"/app/img/x.png", "skinned", 6, "Night"},
         {"/app/img/night.png", "night only", 6, "Night"},
         {"/app/img/Status-20.png", "dead", 6, "**"},
-    };
+    });
     return p;
 }
 
@@ -42,9 +52,7 @@ struct AppHost : PackedHost {
 TEST(KeyValue, ChartPackLookups) {
     AppHost h;
     // before a pack is chosen every chart lookup misses
-    HttpReply none = httpGet("/info");
-    EXPECT_EQ("HTTP/1.1 404 File not found", none.statusLine);
-    EXPECT_EQ("File not found (de): /info", none.body);
+    expectReply("/info", "404 File not found", "text/plain; charset=UTF-8", kNoCache, "File not found (de): /info");
     EXPECT_EQ("[]", httpGet("/getMapDataA/mrk").body);
     httpGet("/getSetState/chartdb=A000005.marepack");
 
@@ -70,14 +78,7 @@ TEST(KeyValue, ChartPackLookups) {
          "[{\"n\":\"b\"},{\"n\":\"c\"},]"},
         {"/getMapDataA/none", "200 OK", "text/plain; charset=UTF-8", kNoCache, "[]"},
     };
-    for (const auto &c : cases) {
-        HttpReply r = httpGet(c.path);
-        ASSERT_TRUE(r.complete) << c.path;
-        EXPECT_EQ("HTTP/1.1 " + c.status, r.statusLine) << c.path;
-        EXPECT_EQ(c.type, r.headers["Content-Type"]) << c.path;
-        EXPECT_EQ(c.cache, r.headers["Cache-Control"]) << c.path;
-        EXPECT_TRUE(c.body == r.body) << c.path << ": " << r.body;
-    }
+    for (const auto &c : cases) expectReply(c.path, c.status, c.type, c.cache, c.body);
     // "**" rows come first, the language's rows behind, empty rows keep their comma
     httpGet("/getSetState/mlang=en");
     EXPECT_EQ("[{\"n\":\"b\"},{\"n\":\"c\"},,{\"n\":\"a\"}]", httpGet("/getMapDataA/mrk").body);
@@ -149,21 +150,10 @@ TEST(KeyValue, FilesFromDiskWithoutApplicationPack) {
         writeFile(home.path("www/d.mp3.html"), "mp3");
         writeFile(home.path("www/e.txt"), "plain");
     });
-    struct Case {
-        std::string name, type, cache, body;
-    } cases[] = {
-        {"www/a.js.png", "text/javascript; charset=UTF-8", kNoCache, "js first"},
-        {"www/b.png", "image/png", "max-age=900", big},
-        {"www/d.mp3.html", "audio/mp3", kNoCache, "mp3"},
-        {"www/e.txt", "application/binary;", kNoCache, "plain"},
-    };
-    for (const auto &c : cases) {
-        HttpReply r = httpGet("/app/" + c.name);
-        EXPECT_EQ("HTTP/1.1 200 OK", r.statusLine) << c.name;
-        EXPECT_EQ(c.type, r.headers["Content-Type"]) << c.name;
-        EXPECT_EQ(c.cache, r.headers["Cache-Control"]) << c.name;
-        EXPECT_TRUE(c.body == r.body) << c.name;
-    }
+    expectReply("/app/www/a.js.png", "200 OK", "text/javascript; charset=UTF-8", kNoCache, "js first");
+    expectReply("/app/www/b.png", "200 OK", "image/png", "max-age=900", big);
+    expectReply("/app/www/d.mp3.html", "200 OK", "audio/mp3", kNoCache, "mp3");
+    expectReply("/app/www/e.txt", "200 OK", "application/binary;", kNoCache, "plain");
     HttpReply miss = httpGet("/app/www/none.html");
     EXPECT_EQ("HTTP/1.1 404 File not found", miss.statusLine);
     EXPECT_EQ("", miss.body);

@@ -1,8 +1,8 @@
 // Tile routes over HTTP: found tiles, the one-pixel GIF for a miss and a
 // malformed path (the path forms are the store's unit tests), and pack changes.
-#include <dirent.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
+
+#include <filesystem>
 
 #include "support/test_pack.h"
 
@@ -20,9 +20,7 @@ TEST(Tiles, FoundAndMissing) {
         {"/getTile/A5/3/1/0", t0},
         {"/getTile/A0/10/300/540", t2},
         {"/getTileI/A000005/1", gif},
-        {"/getTile/A5/3/1", gif},  // missing number
-        {"/getTileI/", gif},
-        {"/getTile/A5/x/y/z", gif},
+        {"/getTileI/", gif},  // the other malformed forms are the key unit tests
     };
     Conn c;  // one keep-alive connection for all: the buffer is reused
     for (const auto &k : cases) {
@@ -49,23 +47,14 @@ TEST(Tiles, GifWithoutPackOrTable) {
 
 /* Whether the host process holds a file open whose path names fileName. */
 static bool holdsOpen(pid_t pid, const std::string &fileName) {
-    std::string dir = "/proc/" + std::to_string(pid) + "/fd";
-    bool found = false;
-    DIR *d = opendir(dir.c_str());
-    while (d != NULL && !found) {
-        struct dirent *e = readdir(d);
-        if (e == NULL) break;
-        char target[4096];
-        ssize_t n = readlink((dir + "/" + e->d_name).c_str(), target, sizeof(target) - 1);
-        found = n > 0 && std::string(target, (size_t)n).find(fileName) != std::string::npos;
-    }
-    if (d != NULL) closedir(d);
-    return found;
+    std::error_code ec;
+    for (const auto &e : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd", ec))
+        if (std::filesystem::read_symlink(e.path(), ec).string().find(fileName) != std::string::npos) return true;
+    return false;
 }
 
-// One keep-alive connection keeps its tile lookup between requests; a
-// switch or a delete of the pack on another connection must show on its
-// very next request, and the replaced pack must really be closed.
+// A keep-alive connection keeps its tile lookup between requests; a pack
+// switched or deleted elsewhere shows on its next request, and is closed.
 TEST(Tiles, PackChangesReachAKeptConnection) {
     PackedHost h;
     const std::string tileA = standardPack("A").tiles[0].png, tileB = standardPack("B").tiles[0].png;

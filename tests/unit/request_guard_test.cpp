@@ -1,5 +1,5 @@
-// The edges of the foreign-page header check (the plain cases go through the
-// host in the black-box refusal test), and the line printed for a refusal.
+// Which Origin, Host and Sec-Fetch-Site header lines mark a request as coming
+// from a page elsewhere, and the line printed for a refusal.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -15,18 +15,21 @@ TEST(ForeignHeader, OriginAndHostLines) {
         const char *line;
         int foreign;
     } cases[] = {
+        {"Origin: http://localhost:19999", 0},
         {"origin:http://127.0.0.1:19999  ", 0},
         {"Origin: http://127.0.0.1", 1},
         {"Origin: http://127.0.0.1:8080", 1},
         {"Origin: https://127.0.0.1:19999", 1},
         {"Origin: http://127.0.0.1:19999.evil.example", 1},
         {"Origin: http://localhost.:19999", 1},
+        {"Origin: null", 1},
         {"Origin:", 1},
         {"Host: 127.0.0.1", 0},
         {"host:LOCALHOST:19999", 0},
         {"Host: 127.0.0.1:80", 1},
         {"Host: 127.0.0.1.evil.example", 1},
         {"Host: ", 1},
+        {"Sec-Fetch-Site: same-origin", 0},
         {"sec-fetch-site: none", 0},
         {"Sec-Fetch-Site: same-site", 1},
         {"Sec-Fetch-Site: same-origin-x", 1},

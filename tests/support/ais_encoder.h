@@ -72,6 +72,21 @@ inline std::vector<std::string> sentences(const Bits &b, const std::string &talk
     return out;
 }
 
+/* A small deterministic generator (64-bit LCG), so every run and every
+** platform builds the same table from the same seed. */
+class Rng {
+  public:
+    explicit Rng(uint64_t seed) : s_(seed * 2862933555777941757ull + 3037000493ull) {}
+    uint64_t next() {
+        s_ = s_ * 6364136223846793005ull + 1442695040888963407ull;
+        return s_ >> 11;
+    }
+    int64_t range(int64_t lo, int64_t hi) { return lo + (int64_t)(next() % (uint64_t)(hi - lo + 1)); }
+
+  private:
+    uint64_t s_;
+};
+
 /* One field of a generated message: a number of width bits, or a text of
 ** chars six-bit characters (width 0). Names are the host record's members. */
 struct Field {
@@ -82,11 +97,15 @@ struct Field {
     int chars;
 };
 
-/* A generated message: its fields in order and their bits. */
+/* A generated message: its fields in order and their bits. The builders
+** that draw values take them from rng. Random texts avoid '"' and '\'
+** (kept for the escaping tests) and never end in a blank, so that every
+** decoder agrees on where they end. */
 struct Message {
     int type = 0;
     std::vector<Field> fields;
     Bits bits;
+    Rng *rng = nullptr;
 
     Message &add(const Field &f) {
         fields.push_back(f);
@@ -95,6 +114,30 @@ struct Message {
         else
             bits.text(f.text, f.chars);
         return *this;
+    }
+    Message &fixed(const std::string &name, int width, int64_t v) { return add(Field{name, width, v, "", 0}); }
+    Message &u(const std::string &name, int width) {
+        return fixed(name, width, rng->range(0, (int64_t)((1ull << width) - 1)));
+    }
+    /* A longitude and latitude in 1/10000 minute, now and then the
+    ** no-position values 181 and 91 degrees. */
+    Message &position() {
+        bool none = rng->range(0, 9) == 0;
+        fixed("lon", 28, none ? 181 * 600000 : rng->range(-180 * 600000, 180 * 600000));
+        return fixed("lat", 27, none ? 91 * 600000 : rng->range(-85 * 600000, 85 * 600000));
+    }
+    Message &text(const std::string &name, int chars) {
+        static const char safe[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789 -.,'()/+:?![]^_#$%&*;<=>";
+        std::string t;
+        for (int64_t len = rng->range(0, chars); len > 0; len--) t += safe[rng->range(0, (int64_t)sizeof(safe) - 2)];
+        while (!t.empty() && t.back() == ' ') t.pop_back();
+        return add(Field{name, 0, 0, t, chars});
+    }
+    /* The radio fields of 9 and 18, chosen by the communication flag. */
+    Message &radioByFlag() {
+        u("comm_state", 1);
+        if (fields.back().value == 0) return u("sotdma_state", 2).u("slot_timeout", 3).u("sub_message", 14);
+        return u("itdma_state", 2).u("slot_increment", 13).u("num_slots", 3).u("keep", 1);
     }
     int64_t num(const std::string &name) const {
         for (const Field &f : fields)
@@ -119,70 +162,13 @@ struct Message {
     }
 };
 
-/* A small deterministic generator (64-bit LCG), so every run and every
-** platform builds the same table from the same seed. */
-class Rng {
-  public:
-    explicit Rng(uint64_t seed) : s_(seed * 2862933555777941757ull + 3037000493ull) {}
-    uint64_t next() {
-        s_ = s_ * 6364136223846793005ull + 1442695040888963407ull;
-        return s_ >> 11;
-    }
-    int64_t range(int64_t lo, int64_t hi) { return lo + (int64_t)(next() % (uint64_t)(hi - lo + 1)); }
-
-  private:
-    uint64_t s_;
-};
-
-/* Builds messages of one type with random field values. Texts avoid '"' and
-** '\' (kept for the escaping tests) and never end in a blank, so that every
-** decoder agrees on where they end. */
-class Builder {
-  public:
-    Builder(Rng &rng, int type) : rng_(rng) {
-        msg_.type = type;
-        fixed("msgid", 6, type);
-    }
-    Builder &fixed(const std::string &name, int width, int64_t v) {
-        msg_.add(Field{name, width, v, std::string(), 0});
-        return *this;
-    }
-    Builder &u(const std::string &name, int width) {
-        return fixed(name, width, rng_.range(0, (int64_t)((1ull << width) - 1)));
-    }
-    /* A longitude and latitude in 1/10000 minute, now and then the
-    ** no-position values 181 and 91 degrees. */
-    Builder &position() {
-        bool none = rng_.range(0, 9) == 0;
-        fixed("lon", 28, none ? 181 * 600000 : rng_.range(-180 * 600000, 180 * 600000));
-        return fixed("lat", 27, none ? 91 * 600000 : rng_.range(-85 * 600000, 85 * 600000));
-    }
-    Builder &text(const std::string &name, int chars) {
-        static const char safe[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789 -.,'()/+:?![]^_#$%&*;<=>";
-        std::string t;
-        for (int64_t len = rng_.range(0, chars); len > 0; len--) t += safe[rng_.range(0, (int64_t)sizeof(safe) - 2)];
-        while (!t.empty() && t.back() == ' ') t.pop_back();
-        msg_.add(Field{name, 0, 0, t, chars});
-        return *this;
-    }
-    /* The radio fields of 9 and 18, chosen by the communication flag. */
-    Builder &radioByFlag() {
-        u("comm_state", 1);
-        if (msg_.fields.back().value == 0) return u("sotdma_state", 2).u("slot_timeout", 3).u("sub_message", 14);
-        return u("itdma_state", 2).u("slot_increment", 13).u("num_slots", 3).u("keep", 1);
-    }
-    Message done() const { return msg_; }
-
-  private:
-    Rng &rng_;
-    Message msg_;
-};
-
 /* A random message of a type the host turns into rows: 1, 2, 3, 4, 5, 9,
 ** 18, 19, 21, and 24 (part A for type 24, part B for type 124). */
 inline Message randomMessage(Rng &rng, int type) {
-    Builder b(rng, type == 124 ? 24 : type);
-    b.u("repeat", 2).fixed("userid", 30, rng.range(200000000, 799999999));
+    Message b;
+    b.rng = &rng;
+    b.type = type == 124 ? 24 : type;
+    b.fixed("msgid", 6, b.type).u("repeat", 2).fixed("userid", 30, rng.range(200000000, 799999999));
     switch (type) {
     case 1:
     case 2:
@@ -242,7 +228,7 @@ inline Message randomMessage(Rng &rng, int type) {
         b.u("bow", 9).u("stern", 9).u("port", 6).u("starboard", 6).fixed("spare", 6, 0);
         break;
     }
-    return b.done();
+    return b;
 }
 
 } // namespace aisenc

@@ -1,9 +1,8 @@
 /*
-** window_test.cpp -- the window under a real (virtual) display: start-up
-** order, the page, link decisions, the mail hand-over and the "GPS Port"
-** menu reading NMEA from a pseudo-terminal pair made by socat.
-** One MainWindow serves every case, since the listener lives as long as
-** the process.
+** window_test.cpp -- the window under a virtual display: start-up, the page,
+** link decisions, the mail hand-over and the "GPS Port" menu reading NMEA
+** from a socat pty pair. One MainWindow serves every case, since the
+** listener lives as long as the process.
 */
 #include <fcntl.h>
 #include <stdio.h>
@@ -43,6 +42,15 @@ class UrlRecorder : public QObject {
 
 static QString g_home;
 
+/* Ends a helper process with the case, however the case ends. */
+struct Reaper {
+    QProcess &p;
+    ~Reaper() {
+        if (p.state() != QProcess::NotRunning) p.kill();
+        p.waitForFinished(3000);
+    }
+};
+
 static QString dataDir() { return g_home + "/.local/share/mareplot"; }
 
 static QByteArray readAll(const QString &path) {
@@ -68,9 +76,7 @@ class WindowTest : public QObject {
 
   private slots:
     void initTestCase() {
-        QDesktopServices::setUrlHandler("http", &rec, "handle");
-        QDesktopServices::setUrlHandler("https", &rec, "handle");
-        QDesktopServices::setUrlHandler("mailto", &rec, "handle");
+        for (const char *scheme : {"http", "https", "mailto"}) QDesktopServices::setUrlHandler(scheme, &rec, "handle");
 
         w = new MainWindow();
         QWebEnginePage *page = w->view->page();
@@ -84,9 +90,7 @@ class WindowTest : public QObject {
     void cleanupTestCase() {
         delete w;
         w = nullptr;
-        QDesktopServices::unsetUrlHandler("http");
-        QDesktopServices::unsetUrlHandler("https");
-        QDesktopServices::unsetUrlHandler("mailto");
+        for (const char *scheme : {"http", "https", "mailto"}) QDesktopServices::unsetUrlHandler(scheme);
     }
 
     /* The stored port and speed never survive a start. */
@@ -96,11 +100,6 @@ class WindowTest : public QObject {
         QVERIFY(serPort == nullptr);
         QCOMPARE(w->menuBar()->actions().size(), 1);
         QCOMPARE(w->menuBar()->actions().first()->text(), QString("GPS Port"));
-        QStringList texts = menuTexts(w);
-        QCOMPARE(texts.first(), QString("Off"));
-        QCOMPARE(texts.mid(texts.size() - 4),
-                 QStringList({"|", "4800 Baud", "9600 Baud", "38400 Baud"}));
-        QCOMPARE(texts.at(1), QString("|"));
     }
 
     /* A first start opens at about 80 % of the screen, centred, and the
@@ -123,11 +122,10 @@ class WindowTest : public QObject {
                  qPrintable(QString("page %1x%2").arg(inner[0].toInt()).arg(inner[1].toInt())));
     }
 
-    /* A place file that is missing or holds no place gives the first-start
-    ** place. (A kept place is closingKeepsThePlace.) */
+    /* A place file that holds no place gives the first-start place (no file
+    ** is the first start above; a kept place is closingKeepsThePlace). */
     void placeFromTheFile_data() {
         QTest::addColumn<QByteArray>("file");
-        QTest::newRow("no file") << QByteArray();
         QTest::newRow("not a place") << QByteArray("bm90IGEgcGxhY2U=\n");
         QTest::newRow("empty line") << QByteArray("\n");
     }
@@ -135,12 +133,10 @@ class WindowTest : public QObject {
     void placeFromTheFile() {
         QFETCH(QByteArray, file);
         const QString path = dataDir() + "/" MR_WINDOW_PLACE_FILE;
-        QFile::remove(path);
-        if (!file.isEmpty()) {
-            QFile f(path);
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write(file);
-        }
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        f.write(file);
+        f.close();
         QWidget next;
         QCOMPARE(mr_window_place(&next), 0);
         QWidget first;
@@ -173,17 +169,10 @@ class WindowTest : public QObject {
         QTest::addColumn<int>("type");
         QTest::addColumn<bool>("accepted");
         const int link = QWebEnginePage::NavigationTypeLinkClicked;
-        QTest::newRow("loopback, host port") << "http://127.0.0.1:19999/app/x.html" << link << true;
-        QTest::newRow("loopback, other port") << "http://127.0.0.1:8080/" << link << true;
-        QTest::newRow("localhost") << "http://localhost:19999/" << link << false;
-        QTest::newRow("foreign host") << "https://example.org/chart" << link << false;
-        QTest::newRow("mail link, empty host") << "mailto:someone@example.org" << link << false;
+        QTest::newRow("loopback") << "http://127.0.0.1:19999/app/x.html" << link << true;
+        QTest::newRow("localhost, like a foreign host") << "http://localhost:19999/" << link << false;
         QTest::newRow("foreign, typed") << "https://example.org/" << (int)QWebEnginePage::NavigationTypeTyped
                                         << true;
-        QTest::newRow("foreign, other (script)") << "https://example.org/"
-                                                 << (int)QWebEnginePage::NavigationTypeOther << true;
-        QTest::newRow("foreign, form") << "https://example.org/"
-                                       << (int)QWebEnginePage::NavigationTypeFormSubmitted << true;
     }
 
     /* Only refused link clicks reach the desktop, each exactly once. */
@@ -228,10 +217,7 @@ class WindowTest : public QObject {
         const QUrl expected("mailto:?subject=Tide%20table&body=High%20water%2012%3A04");
         HttpReply reply = httpPost("/postShare/Tide%20table", "High water 12:04");
         QVERIFY2(reply.complete, reply.statusLine.c_str());
-        (void)QTest::qWaitFor([&]() { return rec.urls.contains(expected); }, 20000);
-        QVERIFY2(rec.urls.contains(expected), qPrintable(QString("reply \"%1\", handed to the desktop: %2")
-                                                             .arg(QString::fromStdString(reply.statusLine))
-                                                             .arg(QUrl::toStringList(rec.urls).join(' '))));
+        QTRY_VERIFY_WITH_TIMEOUT(rec.urls.contains(expected), 20000);
         QCOMPARE(rec.urls.count(expected), 1);
     }
 
@@ -252,13 +238,7 @@ class WindowTest : public QObject {
         second.setProcessEnvironment(env);
         second.start(MAREPLOT_PATH, QStringList());
         QVERIFY(second.waitForStarted(10000));
-        struct Reaper {
-            QProcess &p;
-            ~Reaper() {
-                if (p.state() != QProcess::NotRunning) p.kill();
-                p.waitForFinished(3000);
-            }
-        } reaper{second};
+        Reaper reaper{second};
 
         QProcess find;
         find.start("xdotool", {"search", "--sync", "--onlyvisible", "--pid", QString::number(second.processId()),
@@ -298,13 +278,7 @@ class WindowTest : public QObject {
         QVERIFY(dir.isValid());
         const QString gps = dir.path() + "/gps", feed = dir.path() + "/feed";
         QProcess socat;
-        struct Reaper {
-            QProcess &p;
-            ~Reaper() {
-                p.kill();
-                p.waitForFinished(3000);
-            }
-        } reaper{socat};
+        Reaper reaper{socat};
         socat.start("socat", {"pty,raw,echo=0,link=" + gps, "pty,raw,echo=0,link=" + feed});
         QVERIFY2(socat.waitForStarted(5000), "socat is needed for this test");
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(gps) && QFile::exists(feed), 5000);
@@ -357,15 +331,13 @@ class WindowTest : public QObject {
 };
 
 int main(int argc, char **argv) {
-    /* The window is the host here: whatever answers on the port before it
-    ** starts is a stranger that every case would talk to instead. */
+    /* The window is the host here: anything answering on the port before it is a stranger. */
     if (portAnswers()) {
         fprintf(stderr, "something already listens on 127.0.0.1:19999 before the window starts; stop it, "
                         "or run the test through tests/support/isolate.sh\n");
         return 1;
     }
-    /* A fresh home whose stored port names a device at 38400: the start
-    ** must ignore it. */
+    /* A fresh home whose stored port, a device at 38400, the start must ignore. */
     char tmpl[] = "/tmp/mareplot-window-XXXXXX";
     if (mkdtemp(tmpl) == nullptr) return 2;
     g_home = QString::fromLocal8Bit(tmpl);

@@ -9,11 +9,9 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -36,9 +34,8 @@ static int connectHost() {
     return fd;
 }
 
-/* How long a host may take to start (it writes both carried packs first)
-** and to let go of the port after it ended: generous, since a loaded
-** machine and a sanitizer build are slow. */
+/* Generous start and port release times: the host writes both carried
+** packs first, and loaded machines and sanitizer builds are slow. */
 static const int kStartMs = 60000;
 static const int kPortFreeMs = 10000;
 
@@ -74,9 +71,8 @@ Host::Host(const std::string &home) {
         home_ = home;
     }
     outPath_ = home_ + "/.host-output";
-    // Whatever answers now is not this test's host: talking to it would
-    // test a stranger (SO_REUSEPORT even lets ours listen beside it). A
-    // host that is just going gets a moment.
+    // Whatever answers now is a stranger (SO_REUSEPORT even lets ours listen
+    // beside it); a host that is just going gets a moment.
     if (!waitPortFree(2000)) {
         ADD_FAILURE() << "something already listens on 127.0.0.1:19999 before this test's host starts; "
                          "stop it, or run the tests through tests/support/isolate.sh";
@@ -115,8 +111,7 @@ Host::Host(const std::string &home) {
 
 void Host::stop() {
     if (pid_ > 0) {
-        // A sanitizer build of the host reports into its output; a report is
-        // a failure of whatever test ran it.
+        // a sanitizer report in the host's output fails the test that ran it
         std::string out = output();
         if (out.find("AddressSanitizer") != std::string::npos ||
             out.find("ThreadSanitizer") != std::string::npos ||
@@ -186,15 +181,11 @@ HttpReply Conn::read(int timeoutMs) {
         if (c != std::string::npos) rep.headers[line.substr(0, c)] = line.substr(c + 2);
     }
     size_t len = (size_t)atol(rep.headers["Content-Length"].c_str());
-    while (pending_.size() < len)
-        if (!fill(timeoutMs)) {
-            rep.body = pending_;
-            pending_.clear();
-            return rep;
-        }
+    while (pending_.size() < len && fill(timeoutMs)) {
+    }
+    rep.complete = pending_.size() >= len;
     rep.body = pending_.substr(0, len);
     pending_.erase(0, len);
-    rep.complete = true;
     return rep;
 }
 

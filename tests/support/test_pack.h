@@ -1,12 +1,6 @@
 /*
-** test_pack.h -- builds small chart packs for the black-box tests, and a
-** home directory laid out as the host expects, so that a test can start the
-** host over packs of its own.
-**
-** A pack built here has the chart pack schema: kvt documents (a language
-** row beside a "**" row, a PNG held as TEXT with NUL bytes, a key with
-** capitals, an HTML fragment of type 100, mrk fragments), a few tiles, gaz
-** rows of several ranks and tide rows.
+** test_pack.h -- small packs with the chart pack schema, a home directory
+** laid out as the host expects, and the host started over both.
 */
 #ifndef MAREPLOT_TEST_PACK_H
 #define MAREPLOT_TEST_PACK_H
@@ -57,7 +51,9 @@ inline std::string fakePng(int seed, size_t size = 300) {
     return s;
 }
 
-/* The pack most tests use; tag makes its documents and tiles its own. */
+/* The pack most tests use; tag makes its documents and tiles its own. Its
+** documents: a language row beside a "**" row, a PNG held as TEXT with NUL
+** bytes, a key with capitals, an HTML fragment of type 100, mrk fragments. */
 inline Pack standardPack(const std::string &tag = "A") {
     Pack p;
     p.kv = {
@@ -195,11 +191,7 @@ class PackHome {
 
 /* The 35-byte reply for a missing tile. */
 inline std::string onePixelGif() {
-    static const unsigned char g[35] = {0x47, 0x49, 0x46, 0x38, 0x39, 0x61, 0x01, 0x00, 0x01,
-                                        0x00, 0x80, 0x00, 0x00, 0xff, 0xff, 0xff, 0x00, 0x00,
-                                        0x00, 0x2c, 0x00, 0x00, 0x00, 0x00, 0x01, 0x00, 0x01,
-                                        0x00, 0x00, 0x02, 0x02, 0x44, 0x01, 0x00, 0x3b};
-    return std::string((const char *)g, sizeof(g));
+    return std::string("GIF89a\x01\0\x01\0\x80\0\0\xff\xff\xff\0\0\0,\0\0\0\0\x01\0\x01\0\0\x02\x02" "D\x01\0;", 35);
 }
 
 using NamedPacks = std::vector<std::pair<std::string, Pack>>;

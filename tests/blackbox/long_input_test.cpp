@@ -1,10 +1,9 @@
-// Over-long and odd values from outside, one per guard (number parsing is
-// the unit tests'): the reply for nothing found, nothing changed or stored,
-// the host serving on. Key files and a pack's places are outside data too.
+// Over-long and odd values from outside, one per guard (number parsing and
+// key files are the unit tests', a pack's places the gazetteer's): the reply
+// for nothing found, nothing changed or stored, the host serving on.
 #include <gtest/gtest.h>
 #include <stdio.h>
 
-#include "support/feed_server.h"
 #include "support/test_pack.h"
 
 using namespace testpack;
@@ -104,32 +103,4 @@ TEST(LongInput, RequestsBeyondTheirRoom) {
             EXPECT_TRUE(conn.closedWithin(5000)) << c.name;
         expectAlive(c.name);
     }
-}
-
-TEST(LongInput, OverlongKeyFilesAreNotTaken) {
-    // a cut server name would be another server; a cut port another device
-    PackedHost h({}, [](const PackHome &home) {
-        writeFile(home.path("chartserver.key"), std::string(300, 'c') + ".example:8080\n");
-        writeFile(home.path("usbport.key"), "/dev/" + std::string(300, 't') + "\n9600");
-    });
-    // the first reply says 1, however far the thread has come meanwhile
-    HttpReply start = httpGet("/download/7%201%20100%200");
-    EXPECT_NE(std::string::npos, start.body.find("\"s\":1,")) << start.body;
-    // no name is looked up (that would take 20 tries 2 s apart): it ends at once
-    std::string last;
-    waitFor([&] { return (last = httpGet("/download/*").body).find("\"s\":0") != std::string::npos; }, 10000);
-    EXPECT_EQ("{\"id\":7,\"b\":0,\"s\":0,\"e\":-2}", last);
-    EXPECT_FALSE(fileExists(h.home.path("N000007.temp")));
-    EXPECT_EQ(std::string::npos, h.host->output().find("serial port")) << h.host->output();
-}
-
-TEST(LongInput, OverlongPlaceOfAPackIsPassedOver) {
-    Pack p = standardPack("A");
-    p.gaz = {{1000, 1000, "H.ANCH", 3, std::string(600, 'n')},
-             {1100, 1100, "H.ANCH", 3, "Short3"},
-             {1050, 1050, std::string(600, 'c'), 0, "Zero"}};
-    PackedHost h({{"A000005.marepack", p}});
-    h.select();
-    HttpReply r = httpGet("/gazetteer/1000/1000");
-    EXPECT_EQ("[{\"n\":\"Short3\",\"c\":\"H.ANCH\",\"x\":1100,\"y\":1100}]", r.body);
 }

@@ -43,9 +43,12 @@ TEST(Gazetteer, RanksAndBounds) {
     }
 }
 
-TEST(Gazetteer, MissingTableAndBadRanks) {
+TEST(Gazetteer, MissingTableAndBadRows) {
     Pack p = standardPack();
-    p.gaz = {{10, 10, "A", 300, "Big"}, {20, 20, "A", 300, "Big2"}, {30, 30, "A", -4, "Neg"}};
+    p.gaz = {{10, 10, "A", 300, "Big"}, {20, 20, "A", 300, "Big2"}, {30, 30, "A", -4, "Neg"},
+             // over-long names and classes are passed over, and take no rank's place
+             {5, 5, "H.ANCH", 3, std::string(600, 'n')}, {6, 6, "H.ANCH", 3, "Short3"},
+             {7, 7, std::string(600, 'c'), 0, "Zero"}};
     PackedHost h({{"A000005.marepack", p}}, [](const PackHome &home) {
         sqlite3 *bare = NULL;  // a database with no gaz table
         sqlite3_open(home.path("A000006.marepack").c_str(), &bare);
@@ -56,13 +59,13 @@ TEST(Gazetteer, MissingTableAndBadRanks) {
 
     // ranks outside the flag table are listed, never thinned, and never crash
     httpGet("/getSetState/chartdb=A000005.marepack");
-    EXPECT_EQ("[" + place("Big", "A", 10) + "," + place("Big2", "A", 20) + "," + place("Neg", "A", 30) +
-                  "]",
+    EXPECT_EQ("[" + place("Big", "A", 10) + "," + place("Big2", "A", 20) + "," + place("Short3", "H.ANCH", 6) + "," +
+                  place("Neg", "A", 30) + "]",
               httpGet("/gazetteer/0/0").body);
     httpGet("/getSetState/chartdb=A000006.marepack");  // no gaz table
     EXPECT_EQ("[]", httpGet("/gazetteer/0/0").body);
     httpGet("/getSetState/chartdb=A000007.marepack");  // opens, fails at the first statement
     EXPECT_EQ("[]", httpGet("/gazetteer/0/0").body);
-    EXPECT_EQ(onePixelGif(), httpGet("/getTileI/A7/3298535931904").body);
+    EXPECT_EQ(onePixelGif(), httpGet("/getTileI/A7/3298535931904").body);  // no tile statement either
     EXPECT_EQ("file is not a database", httpPost("/MexecSql", "SELECT 1 FROM tiles").body);
 }

@@ -17,11 +17,14 @@ using namespace testpack;
 TEST(PackGuard, SwitchWhileServing) {
     PackedHost h;
     h.select();
-    const std::string tileA = standardPack("A").tiles[0].png, tileB = standardPack("B").tiles[0].png;
-    const std::set<std::string> tiles = {tileA, tileB, onePixelGif()};
-    const std::set<std::string> versions = {"1521740772A", "1521740772B",
-                                            "File not found (de): version"};
-    const std::set<std::string> counts = {"[\n[3]\n]", "out of memory"};
+    const struct {
+        std::string path;
+        std::set<std::string> ok;  // the replies of each pack, and of none
+    } kinds[] = {
+        {"/getTileI/A5/3298535931904", {standardPack("A").tiles[0].png, standardPack("B").tiles[0].png, onePixelGif()}},
+        {"/getMapData/version", {"1521740772A", "1521740772B", "File not found (de): version"}},
+        {"/MexecSql/SELECT%20count(*)%20FROM%20tiles", {"[\n[3]\n]", "out of memory"}},
+    };
     std::atomic<bool> stop(false);
     std::atomic<int> bad(0), served(0), switches(0);
     std::mutex firstLock;
@@ -37,18 +40,10 @@ TEST(PackGuard, SwitchWhileServing) {
         for (int n = 0; !stop; n++) {
             // a connection serves 10000 requests at most: renew it well before
             if (n % 2000 == 0) c.reset(new Conn());
-            if (!c->ok()) {
-                fail("cannot connect");
-                return;
-            }
-            std::string path = kind == 0   ? "/getTileI/A5/3298535931904"
-                               : kind == 1 ? "/getMapData/version"
-                                           : "/MexecSql/SELECT%20count(*)%20FROM%20tiles";
-            c->send("GET " + path + " HTTP/1.1\r\n\r\n");
+            c->send("GET " + kinds[kind].path + " HTTP/1.1\r\n\r\n");
             HttpReply r = c->read(20000);
-            const std::set<std::string> &ok = kind == 0 ? tiles : kind == 1 ? versions : counts;
-            if (!r.complete || !ok.count(r.body)) {
-                fail(path + " => " + r.statusLine + " " + r.body.substr(0, 80));
+            if (!r.complete || !kinds[kind].ok.count(r.body)) {
+                fail(kinds[kind].path + " => " + r.statusLine + " " + r.body.substr(0, 80));
                 return;
             }
             served++;

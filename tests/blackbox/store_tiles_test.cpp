@@ -1,5 +1,6 @@
-// Tile routes over HTTP: found tiles, the one-pixel GIF for a miss and a
-// malformed path (the path forms are the store's unit tests), and pack changes.
+// Tile routes over HTTP: found tiles, the one-pixel GIF for a miss, a
+// malformed path (the forms are the store's unit tests) and no pack (a pack
+// that fails its statements is the gazetteer's case), and pack changes.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -32,17 +33,6 @@ TEST(Tiles, FoundAndMissing) {
         EXPECT_EQ("max-age=900", r.headers["Cache-Control"]) << k.path;
         EXPECT_TRUE(r.body == k.body) << k.path << " got " << r.body.size() << " bytes";
     }
-}
-
-TEST(Tiles, GifWithoutPackOrTable) {
-    Pack noTiles = standardPack();
-    noTiles.withTiles = false;
-    PackedHost h({{"A000007.marepack", noTiles}});
-    // no pack chosen yet
-    EXPECT_EQ(onePixelGif(), httpGet("/getTileI/A000002/3298535931904").body);
-    // a pack without a tiles table
-    EXPECT_EQ(0u, httpGet("/getSetState/chartdb=A000007.marepack").body.find("000 "));
-    EXPECT_EQ(onePixelGif(), httpGet("/getTileI/A000007/3298535931904").body);
 }
 
 /* Whether the host process holds a file open whose path names fileName. */

@@ -1,5 +1,5 @@
-// The status reply (exact JSON text, the four path numbers, the stored
-// settings text, the track points by since) and the mode string.
+// The status reply (exact JSON text, the four path numbers, the track points
+// by since), a settings save racing a track row, and the mode string.
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -108,18 +108,6 @@ TEST_F(NavStatus, TrackPointsBySince) {
         std::string b = body(("1/1/1/" + c.first).c_str()), want = "\"track\":" + c.second + "}";
         ASSERT_GT(b.size(), want.size()) << c.first;
         EXPECT_EQ(want, b.substr(b.size() - want.size())) << c.first;
-    }
-}
-
-TEST_F(NavStatus, SettingsTextKeepsItsCapacity) {
-    std::string b;
-    call("1/1/1/-1", "", 0, &b);
-    EXPECT_EQ(nullptr, mrApp.settingsText);
-    // the text grows to the longest body and never shrinks
-    for (const std::string &text : {std::string("0123456789"), std::string("abc"), std::string(70000, 's')}) {
-        call("1/1/1/-1", text.c_str(), (int)text.size(), &b);
-        EXPECT_EQ(text, mrApp.settingsText);
-        EXPECT_EQ(text.size() == 3 ? 10u : text.size(), (size_t)mrApp.settingsCapacity);
     }
 }
 

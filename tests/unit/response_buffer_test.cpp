@@ -130,14 +130,6 @@ TEST(BuffGetData, CountedBlocksGrowthAndShortBlocks) {
     EXPECT_STREQ("tail", shortBlock);
 }
 
-TEST(BuffAdd, NullTextAddsNothing) {
-    ResponseBuffer b;
-    memset(&b, 0, sizeof b);
-    EXPECT_EQ(0, buffAddChar(&b, nullptr));
-    EXPECT_EQ(nullptr, b.data);
-    buffFree(&b);
-}
-
 TEST(UrlDecode, EscapesAndEarlyExits) {
     struct Case {
         const char *in;

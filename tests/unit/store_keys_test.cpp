@@ -1,7 +1,6 @@
 // Pure parts of the store: tile keys from paths, the gazetteer's parsing,
-// grid positions, the gateway's number text and the handle swap.
+// grid positions and the gateway's number text.
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <cmath>
 #include <random>
@@ -92,18 +91,6 @@ TEST(StoreKeys, GridPositionsTruncate) {
     pos2merc(54 * 600000 + 300000, 10 * 600000 + 150000, &y2, &x2);
     EXPECT_EQ(y1, y2);
     EXPECT_EQ(x1, x2);
-}
-
-// Swapping closes the old handle and installs the new one.
-TEST(StoreKeys, DbSwap) {
-    sqlite3 *a = NULL, *b = NULL;
-    sqlite3_open(":memory:", &a);
-    sqlite3_open(":memory:", &b);
-    sqlite3 *slot = a;
-    mr_db_swap(&slot, b);
-    EXPECT_EQ(b, slot);
-    mr_db_swap(&slot, NULL);
-    EXPECT_EQ(nullptr, slot);
 }
 
 TEST(StoreKeys, DoubleTextMatchesPrintf) {

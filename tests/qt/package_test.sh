@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds the .deb with CPack, unpacks it with dpkg -x into a temporary root
 # and starts both of its programs there: each must answer on 127.0.0.1:19999.
-# Arguments: the build directory.
+# Argument: the build directory.
 set -euo pipefail
 build=$1
 work=$(mktemp -d /tmp/mareplot-deb-XXXXXX)
@@ -13,8 +13,7 @@ stop() {
   wait "$1" 2>/dev/null || true
 }
 cleanup() {
-  # xvfb-run does not pass a signal on to its program: the window's own
-  # process, which notes its id at start, is ended first.
+  # xvfb-run passes no signal on: the window's own process (its id noted at start) goes first
   if [ -s "$work/window.pid" ]; then stop "$(cat "$work/window.pid")"; fi
   for p in "${pids[@]}"; do stop "$p"; done
   # the web engine's helpers may still write their cache for a moment
@@ -24,7 +23,7 @@ trap cleanup EXIT
 
 fail() { echo "FAIL: $*"; exit 1; }
 
-# Waits up to 30 s for the host to answer /hostversion.
+# Waits up to 30 s for a host to answer /hostversion.
 answers() {
   for _ in $(seq 1 150); do
     if { exec 3<>/dev/tcp/127.0.0.1/19999; } 2>/dev/null; then
@@ -59,7 +58,6 @@ if command -v desktop-file-validate >/dev/null; then
   desktop-file-validate "$work/root/usr/share/applications/mareplot.desktop"
 fi
 
-# The headless host from the package.
 port_free || fail "port 19999 is taken"
 mkdir -p "$work/home1"
 HOME="$work/home1" "$work/root/usr/bin/mareplotd" >"$work/d.log" 2>&1 &
@@ -69,7 +67,7 @@ answers || { cat "$work/d.log"; fail "mareplotd from the package does not answer
 kill "${pids[-1]}"; wait "${pids[-1]}" 2>/dev/null || true
 port_free || fail "mareplotd did not let go of the port"
 
-# The window from the package, when it was built.
+# the window, when it was built
 if [ -x "$work/root/usr/bin/mareplot" ]; then
   mkdir -p "$work/home2"
   [ "$(id -u)" = 0 ] && export QTWEBENGINE_DISABLE_SANDBOX=1

@@ -183,6 +183,28 @@ async function shot(page, name) {
     return img;
 }
 
+/* Starts cmd and waits until ready(its output so far) holds. Returns { out, stop() }; stop() and a
+** failed start also run cleanup. */
+async function service(cmd, args, ready, what, cleanup) {
+    const proc = spawn(cmd, args, { stdio: ['ignore', 'pipe', 'inherit'] });
+    let exited = false, out = '';
+    const gone = new Promise((res) => proc.on('exit', () => { exited = true; res(); }));
+    const stop = async () => {
+        if (!exited) proc.kill('SIGTERM');
+        await gone;
+        if (cleanup) cleanup();
+    };
+    proc.stdout.on('data', (d) => { out += d.toString(); });
+    try {
+        await until(() => exited || ready(out), what, 20000);
+        if (exited) throw new Error(`${path.basename(cmd)} ended before ${what}: ${out}`);
+    } catch (e) {
+        await stop();
+        throw e;
+    }
+    return { out, stop };
+}
+
 /* Serves the demo voyage looped through nmea_replay on a free port: opts.lines instead of it,
 ** opts.startAt seconds skipped, opts.speed times faster. Returns { port, stop() } once it listens. */
 async function voyage(opts) {
@@ -196,23 +218,9 @@ async function voyage(opts) {
     const file = path.join(dir, 'feed.nmea');
     fs.writeFileSync(file, lines.join('\r\n') + '\r\n');
     const args = ['-p', '0', '-l'].concat(opts.speed ? ['-x', String(opts.speed)] : [], [file]);
-    const proc = spawn(REPLAY, args, { stdio: ['ignore', 'pipe', 'inherit'] });
-    let exited = false, out = '';
-    const done = new Promise((res) => proc.on('exit', () => { exited = true; res(); }));
-    const stop = async () => {
-        if (!exited) proc.kill('SIGTERM');
-        await done;
-        fs.rmSync(dir, { recursive: true, force: true });
-    };
-    proc.stdout.on('data', (d) => { out += d.toString(); });
-    try {
-        await until(() => exited || /serving .* on 127\.0\.0\.1:\d+/.test(out), 'nmea_replay listening');
-        if (exited) throw new Error('nmea_replay ended: ' + out);
-    } catch (e) {
-        await stop();
-        throw e;
-    }
-    return { port: Number(/127\.0\.0\.1:(\d+)/.exec(out)[1]), stop };
+    const s = await service(REPLAY, args, (out) => /serving .* on 127\.0\.0\.1:\d+/.test(out), 'it listened',
+        () => fs.rmSync(dir, { recursive: true, force: true }));
+    return { port: Number(/127\.0\.0\.1:(\d+)/.exec(s.out)[1]), stop: s.stop };
 }
 
 /* Runs fn(page, s) on a first start (wizard left open with opts.wizard), with s.feed serving
@@ -240,4 +248,4 @@ async function journey(name, opts, fn) {
 
 module.exports = { journey, firstStart, loaded: browser.loaded, chartPainted, openMainMenu, menuEntry,
     waitInView, waitHidden, isInView, until, click, columnClashes, drag: browser.drag,
-    openSettings, settingsDone, setNetworkFeed, scaleBar, text, select, type, shot, voyage };
+    openSettings, settingsDone, setNetworkFeed, scaleBar, text, select, type, shot, voyage, service };

@@ -1,6 +1,7 @@
 /*
 ** Network GPS set in Settings: the boat follows the replayed voyage's circle, the scale bar keeps
-** clear of the column, and the widened column shows speed, course, heading and depth readably.
+** clear of the column, and the widened column shows speed, course, heading and depth (the settings
+** journey checks that the column reads clearly).
 */
 'use strict';
 
@@ -62,7 +63,6 @@ test('a network feed set in Settings moves the boat and fills the right column',
         assert.match(await j.text(page, rows.HDG), /^\d{1,3}°T$/);
         assert.match(await j.text(page, rows.DPT), /^\d+(\.\d+)? m$/);
 
-        assert.deepStrictEqual(await j.columnClashes(page), [], 'every text of the column readable');
         /* a long target list leaves the menu bar free */
         await j.openMainMenu(page);
         await j.until(async () => (await page.locator('#r_ais_list .ais_entry').count()) > 8, 'a long target list', 30000);

@@ -86,6 +86,7 @@ test('fairway run and CPA along the line', () => {
 test('ship type, navigational status and ETA texts', () => {
     const a = client().kelvor.ais;
     const types = [
+        [29, 'Wing in ground (WIG), Reserved for future use'],
         [100, 'Pleasure Craft, MrAppUser'],
         [101, '101'],
         [0, '0'],

@@ -9,7 +9,7 @@ function client(route) {
     return load(CORE, route);
 }
 
-test('unit formats follow the chosen table row; speed and depth read back', () => {
+test('unit formats follow the chosen table row; depth reads back', () => {
     const s = client().kelvor.settings;
     const I = s.k.I, base = JSON.parse(JSON.stringify(I));
     const cases = [
@@ -37,8 +37,6 @@ test('unit formats follow the chosen table row; speed and depth read back', () =
             assert.strictEqual(s[fn].apply(null, [].concat(args)), want, `${fn}(${args}) with ${unit} ${value}`);
         }
     }
-    s.k.I.i_settings_speed = 0;
-    assert.ok(Math.abs(s.getSpeed('9,7193') - 5) < 1e-4);
     s.k.I.i_settings_depth = 2;
     assert.ok(Math.abs(s.getDeep(s.fmtDeep(3).split(' ')[0]) - 3) < 0.01);
 });
@@ -139,28 +137,6 @@ test('checkTile walks up to the first full tile', () => {
         v.checkTile(...c.cell);
         same(Object.keys(v.renderList).map(Number).sort((a, b) => a - b), c.want, c.name);
     }
-});
-
-test('renderRasterTile asks for tiles detail levels finer and sorts coarse first', () => {
-    const ctx = client();
-    ctx.Image = function () {};
-    const v = bareMap(ctx, Math.pow(2, 18));          // display zoom 10
-    ctx.kelvor.settings.k.S.i_chart_raster_detail = 2;
-    v.cx = 500 * 256 + 100; v.cy = 300 * 256 + 50;
-    v.sx1 = v.cx - 640; v.sx2 = v.cx + 640; v.sy1 = v.cy - 400; v.sy2 = v.cy + 400;
-    const av = {};
-    // every zoom 12 tile partial, every zoom 11 tile full
-    for (let y = 1180; y < 1220; y++) for (let x = 1985; x < 2020; x++) av[id(12, y, x)] = 2;
-    for (let y = 590; y < 610; y++) for (let x = 990; x < 1010; x++) av[id(11, y, x)] = 1;
-    ctx.kelvor.chartkit.avTiles = av;
-    v.renderRasterTile();
-    const zs = v.tileList.map((t) => Math.floor(t / 1099511627776));
-    assert.ok(zs.every((z) => z === 11 || z === 12));
-    assert.deepStrictEqual(zs.slice().sort(), zs, 'coarse tiles come first');
-    const x12 = v.tileList.filter((t) => Math.floor(t / 1099511627776) === 12).map((t) => t % 1048576);
-    assert.strictEqual(Math.min(...x12), Math.floor(v.sx1 * 4 / 256) - 1, 'one extra column on the left');
-    assert.strictEqual(Math.max(...x12), Math.floor(v.sx2 * 4 / 256));
-    same(Object.keys(v.imglist).sort(), Object.keys(v.renderList).sort(), 'the cache holds exactly the view');
 });
 
 test('scale bar steps and scale text', () => {

@@ -26,15 +26,13 @@ void expectReply(const std::string &path, const std::string &status, const std::
 Pack appPack() {
     Pack p;
     p.withTiles = false;
-    for (std::string lang : {"en", "de", "fr"})
-        p.kv.push_back({"/app/marepack.html", "<html>" + lang + "</html>", 1, lang});
-    p.kv.insert(p.kv.end(), {
+    p.kv = {
         {"/app/kelvor.js", "var k=1;", 3, "de"},
         {"/app/img/x.png", fakePng(5, 700), 6, "**"},
         {"/app/img/x.png", "skinned", 6, "Night"},
         {"/app/img/night.png", "night only", 6, "Night"},
         {"/app/img/Status-20.png", "dead", 6, "**"},
-    });
+    };
     return p;
 }
 
@@ -120,7 +118,6 @@ TEST(KeyValue, ApplicationPackBySkinAndLanguage) {
     struct Case {
         std::string setting, path, status, body;
     } cases[] = {
-        {"alang=de", "/app/marepack.html", "200 OK", "<html>de</html>"},
         {"alang=fr", "/app/kelvor.js", "404 File not found", "File not found (fr): /app/kelvor.js"},
         {"alang=de", "/app/nothing", "404 File not found", "File not found (de): /app/nothing"},
         {"skin=Navy%20Blue", "/app/IMG/X.PNG", "200 OK", fakePng(5, 700)},

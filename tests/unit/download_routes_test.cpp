@@ -82,18 +82,6 @@ class OneReplyServer {
     std::thread thread_;
 };
 
-struct Buf {
-    ResponseBuffer b;
-    Buf() {
-        buffInit(&b);
-        b.fd = -1;
-    }
-    ~Buf() {
-        if (b.fd >= 0) close(b.fd);
-        buffFree(&b);
-    }
-};
-
 // Replies the host cannot use (chunked, no length, zero length) are the
 // black-box download test's; these are the header readings under them.
 TEST(HttpGet, ReadsTheReplyHeader) {
@@ -103,7 +91,6 @@ TEST(HttpGet, ReadsTheReplyHeader) {
         int result;
     } cases[] = {
         {"length with blank", "HTTP/1.1 200 OK\r\nContent-Length: 123\r\n\r\n", 123},
-        {"length without blank", "HTTP/1.1 200 OK\r\nContent-Length:123\r\n\r\n", 123},
         {"status not examined", "HTTP/1.1 500 Oops\r\nContent-Length: 7\r\n\r\n", 7},
         {"bare line ends", "HTTP/1.1 200 OK\nServer: x\nContent-Length: 9\n\n", 9},
         {"chunked, 24 characters", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunkXYZ\r\n\r\n", -6},
@@ -113,9 +100,13 @@ TEST(HttpGet, ReadsTheReplyHeader) {
     };
     for (const Case &c : cases) {
         OneReplyServer server(c.reply);
-        Buf buf;
-        EXPECT_EQ(c.result, http_get(server.host().c_str(), "/x", &buf.b)) << c.name;
-        EXPECT_GE(buf.b.fd, 0) << c.name;
+        ResponseBuffer b;
+        buffInit(&b);
+        b.fd = -1;
+        EXPECT_EQ(c.result, http_get(server.host().c_str(), "/x", &b)) << c.name;
+        EXPECT_GE(b.fd, 0) << c.name;
+        close(b.fd);
+        buffFree(&b);
     }
 }
 
@@ -143,7 +134,6 @@ TEST_F(KeyDir, ServerHostComesFromTheKeyFileOrStaysInvalid) {
         int result;
     } cases[] = {
         {false, "", "charts.mareplot.invalid", 0},
-        {true, "", "charts.mareplot.invalid", 0},
         {true, "  \r\n", "charts.mareplot.invalid", 0},
         {true, "charts.example.org", "charts.example.org", 0},
         {true, " [::1]:8080 \r\nsecond line\n", "[::1]:8080", 0},
@@ -251,10 +241,8 @@ class DownloadRoute : public KeyDir {
     int closed_ = -1;
 };
 
-// The client counts only a first reply of state 1 as a start and cancels
-// on anything else, so a thread that is quicker than the reply (already
-// running, or already done) must not show through. Many starts in a row
-// give the thread every chance to win.
+// The client takes only a first reply of state 1 as a start: a download
+// thread quicker than that reply must not show through it.
 TEST_F(DownloadRoute, FirstReplyOfAStartSaysRequested) {
     int other = 0;
     std::string seen;

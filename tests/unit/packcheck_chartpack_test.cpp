@@ -4,12 +4,8 @@
 #include <fontconfig/fontconfig.h>
 #include <gtest/gtest.h>
 #include <math.h>
-#include <sqlite3.h>
-#include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -93,10 +89,7 @@ TEST(ChartPackRender, TileRangeOfABox) {
     for (const auto &c : cases) {
         int x1, y1, x2, y2;
         cp_tileRange(c.box, c.z, &x1, &y1, &x2, &y2);
-        EXPECT_EQ(c.x1, x1) << c.z;
-        EXPECT_EQ(c.y1, y1) << c.z;
-        EXPECT_EQ(c.x2, x2) << c.z;
-        EXPECT_EQ(c.y2, y2) << c.z;
+        EXPECT_EQ((std::vector<int>{c.x1, c.y1, c.x2, c.y2}), (std::vector<int>{x1, y1, x2, y2})) << c.z;
     }
 }
 
@@ -105,14 +98,11 @@ TEST(ChartPackRender, ReadsPolygonsAndHoles) {
         "{\"type\":\"GeometryCollection\",\"geometries\":[\n"
         "{\"type\":\"Polygon\",\"coordinates\":[[[0,0],[10,0],[10,10],[0,10],[0,0]],[[2,2],[3,2],[3,3],[2,2]]]},\n"
         "{\"type\":\"MultiPolygon\",\"coordinates\":[[[[20,0],[30,0],[30,5, 7],[20,0]]],[[[40,0],[41,0]]]]}]}";
-    char path[] = "/tmp/packcheck_land_XXXXXX";
-    int fd = mkstemp(path);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ((ssize_t)strlen(text), write(fd, text, strlen(text)));
-    close(fd);
+    const std::string dir = makeTempDir("packcheck-land-"), path = dir + "/land.geo.json";
+    writeFile(path, text);
     std::vector<CpRing> rings;
-    EXPECT_EQ(3, cp_loadLand(path, &rings));  // the two-point ring is dropped
-    unlink(path);
+    EXPECT_EQ(3, cp_loadLand(path.c_str(), &rings));  // the two-point ring is dropped
+    removeTree(dir);
     ASSERT_EQ(3u, rings.size());
     EXPECT_EQ(0, rings[0].hole);
     EXPECT_EQ(1, rings[1].hole);
@@ -246,8 +236,6 @@ TEST(BuiltPack, CreditsItsSources) {
         EXPECT_NE(std::string::npos, history.find(s)) << s;
         EXPECT_NE(std::string::npos, info.find(s)) << s;
     }
-    std::string version = packText("SELECT v FROM kvt WHERE k='version'");
-    EXPECT_GT(atoll(version.c_str()), 1500000000LL);
 }
 
 }  // namespace

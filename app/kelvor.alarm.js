@@ -188,10 +188,7 @@ kelvor.alarm._onMrkMove = function (ctx, dx, dy) {
 };
 kelvor.alarm._onMrkUp = function () {
     var A = kelvor.alarm;
-    if (!this.alarm.locked) {
-        A.modified = true;
-        cpApp.setModified();
-    }
+    if (!this.alarm.locked) kelvor.aux.changed(A);
     A.showactiveAlarm();
 };
 /* ---- list operations ---------------------------------------------- */
@@ -237,11 +234,7 @@ kelvor.alarm.add = function (t) {
 kelvor.alarm.del = function (ok) {
     var A = kelvor.alarm;
     var al = A.activeAlarm;
-    if (!al) return;
-    if (!ok) {
-        cpApp.yesno("Delete alarm ?", "kelvor.alarm.del(true)");
-        return;
-    }
+    if (!al || !kelvor.aux.askFirst(ok, "Delete alarm ?", "kelvor.alarm.del(true)")) return;
     for (var i = 0; i < al.m.length; i++) A._removePoint(al.m[i]);
     var j = kelvor.alarmList.indexOf(al);
     if (j >= 0) kelvor.alarmList.splice(j, 1);
@@ -253,10 +246,7 @@ kelvor.alarm.delWaypoint = function (ok) {
     var A = kelvor.alarm;
     var al = A.activeAlarm, p = A.activePoint;
     if (!al || !p || al.locked || al.aType === 1 || al.m.length <= 2) return;
-    if (!ok) {
-        cpApp.yesno("Delete Point ?", "kelvor.alarm.delWaypoint(true)");
-        return;
-    }
+    if (!kelvor.aux.askFirst(ok, "Delete Point ?", "kelvor.alarm.delWaypoint(true)")) return;
     A._removePoint(p);
     al.m.splice(al.m.indexOf(p), 1);
     A.activePoint = false;
@@ -290,14 +280,8 @@ kelvor.alarm.noteWaypoint = function () {
 };
 
 kelvor.alarm.noteSave = function (point) {
-    var A = kelvor.alarm, el = kelvor.aux.el;
-    var t = el("i_nob_comment"), o = point ? A.activePoint : A.activeAlarm;
-    if (o && t) {
-        o.note = t.value;
-        A.modified = true;
-        cpApp.setModified();
-    }
-    cpApp.closeDlg();
+    var A = kelvor.alarm;
+    kelvor.marker.noteTake(A, point ? A.activePoint : A.activeAlarm);
     A.menu();
     cpApp.update();
 };
@@ -306,19 +290,11 @@ kelvor.alarm.alarmColorChange = function (sel) {
     var A = kelvor.alarm;
     if (!A.activeAlarm) return;
     A.activeAlarm.color = sel.value;
-    A.modified = true;
-    cpApp.setModified();
+    kelvor.aux.changed(A);
     cpApp.update();
 };
 
-kelvor.alarm.rename = function (inp) {
-    var A = kelvor.alarm;
-    if (!A.activeAlarm) return;
-    A.activeAlarm.name = inp.value;
-    A.activeAlarm.noauto = true;
-    A.modified = true;
-    cpApp.setModified();
-};
+kelvor.alarm.rename = function (inp) { kelvor.aux.rename(kelvor.alarm, kelvor.alarm.activeAlarm, inp.value); };
 
 kelvor.alarm.showAlarm = function (id) {
     var A = kelvor.alarm;
@@ -532,9 +508,7 @@ kelvor.alarm.render = function (ctx) {
 ** "[]". All alarms load locked and disarmed. */
 kelvor.alarm.load = function (text) {
     var A = kelvor.alarm;
-    var l;
-    try { l = JSON.parse(text); } catch (e) { l = []; }
-    if (!Array.isArray(l)) l = [];
+    var l = kelvor.aux.parseList(text);
     kelvor.alarmList = [];
     for (var i = 0; i < l.length; i++) {
         var o = l[i];
@@ -557,9 +531,4 @@ kelvor.alarm.load = function (text) {
     A.running = false;
 };
 
-kelvor.alarm.save = function () {
-    var A = kelvor.alarm;
-    if (!A.modified) return;
-    postSync("/setValue/alarm", JSON.stringify(kelvor.alarmList));
-    A.modified = false;
-};
+kelvor.alarm.save = function () { kelvor.aux.saveList(kelvor.alarm, "alarm", kelvor.alarmList); };

@@ -251,12 +251,66 @@ kelvor.aux = {
 
     /* After a change to one of mod's items (mod is kelvor.route, ruler,
     ** marker or alarm): mod's list and the trip data count as changed, so
-    ** the save timer runs, and mod's menu and the chart are drawn again. */
-    edited: function (mod) {
+    ** the save timer runs. */
+    changed: function (mod) {
         mod.modified = true;
         cpApp.setModified();
+    },
+
+    /* As changed, and mod's menu and the chart are drawn again. */
+    edited: function (mod) {
+        kelvor.aux.changed(mod);
         mod.menu();
         cpApp.update();
+    },
+
+    /* A new item of mod from mod.addNew(), unlocked and selected, with the
+    ** help bubble of its kind. Returns the item. */
+    addItem: function (mod, help) {
+        cpApp.unSelect();
+        var o = mod.addNew();
+        o.locked = false;
+        o.select();
+        cpApp.helpBubbleShow("help_bubble_center", help);
+        kelvor.aux.edited(mod);
+        return o;
+    },
+
+    /* Selects item o of mod, fits the view to it and shows mod's menu. */
+    showItem: function (mod, o) {
+        cpApp.unSelect();
+        o.select();
+        o.zoomTo();
+        mod.menu();
+    },
+
+    /* A name typed by the user for item o of mod, kept from now on. */
+    rename: function (mod, o, text) {
+        if (!o) return;
+        o.name = String(text);
+        o.noauto = true;
+        kelvor.aux.changed(mod);
+    },
+
+    /* The delete buttons ask first: without ok this puts question, whose
+    ** yes runs again (the same call with ok true). Returns ok. */
+    askFirst: function (ok, question, again) {
+        if (!ok) cpApp.yesno(question, again);
+        return !!ok;
+    },
+
+    /* A stored list: the array that text holds, or [] for anything else. */
+    parseList: function (text) {
+        var l;
+        try { l = JSON.parse(text); } catch (e) { return []; }
+        return Array.isArray(l) ? l : [];
+    },
+
+    /* Stores mod's list under key when it changed since the last save. */
+    saveList: function (mod, key, list) {
+        if (!mod.modified) return;
+        postSync("/setValue/" + key, JSON.stringify(list));
+        mod.modified = false;
     },
 
     /* The style of map labels: 12 px text, centred, black with a white rim

@@ -165,8 +165,7 @@ kelvor.marker._mUp = function () {
     if (this.locked) return;
     if (!this.noauto) this.name = kelvor.chartkit.gazetteer(this.x, this.y);
     this.txt = this.name;
-    M.modified = true;
-    cpApp.setModified();
+    kelvor.aux.changed(M);
     M.showActiveMarker();
 };
 kelvor.marker.attach = function (m) {
@@ -203,11 +202,7 @@ kelvor.marker.remove = function (m) {
 kelvor.marker.del = function (ok) {
     var M = kelvor.marker;
     var m = M.activeMarker;
-    if (!m || m.locked) return;
-    if (!ok) {
-        cpApp.yesno("Delete Marker ?", "kelvor.marker.del(true)");
-        return;
-    }
+    if (!m || m.locked || !kelvor.aux.askFirst(ok, "Delete Marker ?", "kelvor.marker.del(true)")) return;
     if (kelvor.boat.activeWayPoint === m) kelvor.boat.setActiveWaypoint(false);
     M.remove(m);
     kelvor.aux.edited(M);
@@ -220,12 +215,9 @@ kelvor.marker.unlock = function () { if (kelvor.marker.activeMarker) kelvor.mark
 kelvor.marker.rename = function (t) {
     var M = kelvor.marker;
     var m = M.activeMarker;
+    kelvor.aux.rename(M, m, t);
     if (!m) return;
-    m.name = String(t);
     m.txt = m.name;
-    m.noauto = true;
-    M.modified = true;
-    cpApp.setModified();
     cpApp.update();
 };
 
@@ -248,15 +240,21 @@ kelvor.marker.noteDialog = function (text, action) {
     cpApp.sizeDialog(f);
 };
 
-kelvor.marker.noteChange = function () {
-    var M = kelvor.marker, el = kelvor.aux.el;
-    var m = M.activeMarker, t = el("i_nob_comment");
-    if (m && t) {
-        m.note = t.value;
-        M.modified = true;
-        cpApp.setModified();
+/* The note dialog's save for o, an item of mod or one of its points:
+** the text becomes o's note and mod's list counts as changed (nothing
+** when o or the dialog is gone). The dialog closes either way. */
+kelvor.marker.noteTake = function (mod, o) {
+    var t = kelvor.aux.el("i_nob_comment");
+    if (o && t) {
+        o.note = t.value;
+        kelvor.aux.changed(mod);
     }
     cpApp.closeDlg();
+};
+
+kelvor.marker.noteChange = function () {
+    var M = kelvor.marker;
+    M.noteTake(M, M.activeMarker);
     M.showActiveMarker();
 };
 
@@ -274,8 +272,7 @@ kelvor.marker.activate = function () {
     r.m[1].txt = r.m[1].name;
     r.name = "Goto ";
     r.locked = true;
-    kelvor.route.modified = true;
-    cpApp.setModified();
+    kelvor.aux.changed(kelvor.route);
     cpApp.unSelect();
     kelvor.boat.setActiveWaypoint(r.m[1]);
     kelvor.boat.menu();
@@ -295,14 +292,18 @@ kelvor.marker.shareObj = function (text, title) {
     }, text, APPURLENC);
 };
 
+/* Shares pkt, a share record of type ("m" markers, "r" a route or a
+** ruler), as "<what> for: <boat name>". */
+kelvor.marker.shareAs = function (type, pkt, what) {
+    kelvor.marker.shareObj(JSON.stringify({
+        type: type, pkt: pkt,
+        title: what + " for: " + kelvor.settings.k.V.i_settings_boat_name
+    }), what + " share");
+};
+
 kelvor.marker.share = function () {
-    var M = kelvor.marker;
-    var m = M.activeMarker;
-    if (!m) return;
-    M.shareObj(JSON.stringify({
-        type: "m", pkt: { m: [m] },
-        title: "Marker for: " + kelvor.settings.k.V.i_settings_boat_name
-    }), "Marker share");
+    var m = kelvor.marker.activeMarker;
+    if (m) kelvor.marker.shareAs("m", { m: [m] }, "Marker");
 };
 
 /* A locked point to steer back to, at position p. */
@@ -314,8 +315,7 @@ kelvor.marker._emergency = function (p, name) {
     m.locked = true;
     m.noauto = true;
     m.s = 10000;
-    M.modified = true;
-    cpApp.setModified();
+    kelvor.aux.changed(M);
     kelvor.boat.log(4, name);
     cpApp.unSelect();
     kelvor.boat.setActiveWaypoint(m);
@@ -366,7 +366,7 @@ kelvor.marker.showActiveMarker = function () {
 };
 
 kelvor.marker.menu = function () {
-    var M = kelvor.marker, el = kelvor.aux.el, show = kelvor.aux.show;
+    var M = kelvor.marker, show = kelvor.aux.show;
     M._ui();
     var m = M.activeMarker && M.activeMarker.type === 5 ? M.activeMarker : false;
     cpApp.showMenuBar("cp_marker_menu");
@@ -377,15 +377,7 @@ kelvor.marker.menu = function () {
     show("btn_marker_activate", !!m);
     show("btn_marker_share", !!m);
     show("btn_marker_del", m && !m.locked);
-    var sel = el("i_marker_list");
-    if (sel) {
-        var l = M.userMarkers(), h = m ? "" : "<option value=\"-1\">Select Marker</option>";
-        for (var i = 0; i < l.length; i++) {
-            h += "<option value=\"" + i + "\"" + (l[i] === m ? " selected" : "") + ">" + (i + 1) + " - " +
-                kelvor.aux.esc(l[i].name) + "</option>";
-        }
-        sel.innerHTML = h;
-    }
+    kelvor.aux.fillList("i_marker_list", M.userMarkers(), m, "Select Marker");
     M.showActiveMarker();
 };
 
@@ -456,31 +448,31 @@ kelvor.marker.editmansave = function () {
 
 /* Builds markers from the stored list; an empty or broken value leaves
 ** the list as it is. Everything loads locked. */
+/* What a stored point o carries besides its place goes onto point m:
+** its name ("" when it has none), per-leg limit, typed-name flag and
+** note. */
+kelvor.marker.restore = function (m, o) {
+    m.name = o.name === undefined ? "" : String(o.name);
+    if (o.xte) m.xte = Number(o.xte);
+    if (o.noauto) m.noauto = true;
+    if (o.note) m.note = String(o.note);
+};
+
 kelvor.marker.load = function (text) {
     var M = kelvor.marker;
-    var l;
-    try { l = JSON.parse(text); } catch (e) { return; }
-    if (!Array.isArray(l)) return;
+    var l = kelvor.aux.parseList(text);
     for (var i = 0; i < l.length; i++) {
         var o = l[i];
         if (!o || !isFinite(o.x) || !isFinite(o.y)) continue;
         var ic = typeof o.icon === "string" && o.icon ? o.icon.replace(/^\/app\//, "") : "img/icon-50-marker.png";
         var m = M.attach(new M(Number(o.x), Number(o.y), ic));
-        m.name = o.name === undefined ? "" : String(o.name);
+        M.restore(m, o);
         m.txt = m.name;
-        if (o.xte) m.xte = Number(o.xte);
-        if (o.noauto) m.noauto = true;
-        if (o.note) m.note = String(o.note);
         m.locked = true;
     }
 };
 
-kelvor.marker.save = function () {
-    var M = kelvor.marker;
-    if (!M.modified) return;
-    postSync("/setValue/marker", JSON.stringify(M.userMarkers()));
-    M.modified = false;
-};
+kelvor.marker.save = function () { kelvor.aux.saveList(kelvor.marker, "marker", kelvor.marker.userMarkers()); };
 
 kelvor.marker.unSelect = function () {
     var M = kelvor.marker;

@@ -184,45 +184,35 @@ kelvor.route.addNew = function (x1, y1, x2, y2) {
     return r;
 };
 
-kelvor.route.add = function () {
-    var R = kelvor.route;
-    cpApp.unSelect();
-    var r = R.addNew();
-    r.locked = false;
-    r.select();
-    cpApp.helpBubbleShow("help_bubble_center", "help-route.txt");
-    kelvor.aux.edited(R);
-    return r;
+kelvor.route.add = function () { return kelvor.aux.addItem(kelvor.route, "help-route.txt"); };
+
+/* Takes item o of mod (a route or a ruler) out of list, its points out
+** of the marker list, and unselects it. */
+kelvor.route.dropItem = function (mod, list, o) {
+    var M = kelvor.marker;
+    mod.unSelect();
+    for (var i = 0; i < o.m.length; i++) M.remove(o.m[i]);
+    var k = list.indexOf(o);
+    if (k >= 0) list.splice(k, 1);
+    kelvor.aux.edited(mod);
 };
 
 kelvor.route.del = function (ok) {
-    var R = kelvor.route, M = kelvor.marker;
+    var R = kelvor.route, b = kelvor.boat;
     var r = R.activeRoute;
-    if (!r || r.locked) return;
-    if (!ok) {
-        cpApp.yesno("Delete Route ?", "kelvor.route.del(true)");
-        return;
-    }
-    var b = kelvor.boat;
+    if (!r || r.locked || !kelvor.aux.askFirst(ok, "Delete Route ?", "kelvor.route.del(true)")) return;
     if (b.activeWayPoint && b.activeWayPoint.route === r) {
         b.activeWayPoint = false;
         b.activeBrg = 0;
     }
-    R.unSelect();
-    for (var i = 0; i < r.m.length; i++) M.remove(r.m[i]);
-    var k = kelvor.routeList.indexOf(r);
-    if (k >= 0) kelvor.routeList.splice(k, 1);
-    kelvor.aux.edited(R);
+    R.dropItem(R, kelvor.routeList, r);
 };
 
 kelvor.route.delWaypoint = function (ok) {
     var R = kelvor.route, M = kelvor.marker;
     var r = R.activeRoute, wp = M.activeMarker;
     if (!r || r.locked || !wp || wp.route !== r || r.m.length <= 2) return;
-    if (!ok) {
-        cpApp.yesno("Delete Waypoint ?", "kelvor.route.delWaypoint(true)");
-        return;
-    }
+    if (!kelvor.aux.askFirst(ok, "Delete Waypoint ?", "kelvor.route.delWaypoint(true)")) return;
     if (kelvor.boat.activeWayPoint === wp) kelvor.boat.setActiveWaypoint(false);
     r.m.splice(r.m.indexOf(wp), 1);
     M.remove(wp);
@@ -249,41 +239,25 @@ kelvor.route.noteWaypoint = function () {
     if (M.activeMarker) M.noteDialog(M.activeMarker.note || "", "kelvor.route.noteSave(true)");
 };
 kelvor.route.noteSave = function (wp) {
-    var R = kelvor.route, M = kelvor.marker, el = kelvor.aux.el;
-    var t = el("i_nob_comment"), o = wp ? M.activeMarker : R.activeRoute;
-    if (o && t) o.note = t.value;
-    R.modified = true;
-    cpApp.setModified();
-    cpApp.closeDlg();
+    var R = kelvor.route, M = kelvor.marker;
+    M.noteTake(R, wp ? M.activeMarker : R.activeRoute);
     R.menu();
 };
 
 /* Names typed by the user; kept from now on. */
-kelvor.route.rename = function (t) {
-    var R = kelvor.route;
-    var r = R.activeRoute;
-    if (!r) return;
-    r.name = String(t);
-    r.noauto = true;
-    R.modified = true;
-    cpApp.setModified();
-};
+kelvor.route.rename = function (t) { kelvor.aux.rename(kelvor.route, kelvor.route.activeRoute, t); };
 kelvor.route.renameWaypoint = function (t) {
-    var R = kelvor.route, M = kelvor.marker;
-    var wp = M.activeMarker;
+    var R = kelvor.route, wp = kelvor.marker.activeMarker;
+    kelvor.aux.rename(R, wp, t);
     if (!wp) return;
-    wp.name = wp.txt = String(t);
-    wp.noauto = true;
-    R.modified = true;
-    cpApp.setModified();
+    wp.txt = wp.name;
     cpApp.update();
 };
 
 kelvor.route.routeColorChange = function (c) {
     var R = kelvor.route;
     if (R.activeRoute) R.activeRoute.color = String(c);
-    R.modified = true;
-    cpApp.setModified();
+    kelvor.aux.changed(R);
     cpApp.update();
 };
 
@@ -313,33 +287,27 @@ kelvor.route.activate = function () {
 };
 
 kelvor.route.share = function () {
-    var R = kelvor.route, M = kelvor.marker;
-    var r = R.activeRoute;
-    if (!r) return;
-    M.shareObj(JSON.stringify({ type: "r", pkt: r, title: "Route for: " + kelvor.settings.k.V.i_settings_boat_name }),
-        "Route share");
+    var r = kelvor.route.activeRoute;
+    if (r) kelvor.marker.shareAs("r", r, "Route");
 };
 
 kelvor.route.showRoute = function (id) {
-    var R = kelvor.route;
     try {
-        var r = kelvor.routeList[Number(id)];
-        cpApp.unSelect();
-        r.select();
-        r.zoomTo();
-        R.menu();
+        kelvor.aux.showItem(kelvor.route, kelvor.routeList[Number(id)]);
     } catch (e) {
         window.alert(String(e));
     }
 };
 
-kelvor.route.showWayPoint = function (id) {
-    var R = kelvor.route;
-    var r = R.activeRoute, wp = r ? r.m[Number(id)] : null;
+/* Selects point id of item o (a route or a ruler) and centres the map on
+** it. */
+kelvor.route.showPoint = function (o, id) {
+    var wp = o ? o.m[Number(id)] : null;
     if (!wp) return;
     wp.onDown();
     cpApp.map.setCenter(wp.x, wp.y);
 };
+kelvor.route.showWayPoint = function (id) { kelvor.route.showPoint(kelvor.route.activeRoute, id); };
 
 /* ---- bar and dashboards -------------------------------------------- */
 
@@ -448,39 +416,38 @@ kelvor.route.showActiveLeg = function () {
 
 /* ---- storage ------------------------------------------------------- */
 
+/* An item of type Type (kelvor.route or kelvor.ruler) from its stored
+** form o, without points: name ("***" when it has none), colour, note and
+** whether the name was typed. */
+kelvor.route.restoreItem = function (Type, o) {
+    var r = new Type(o.name === undefined ? "***" : String(o.name));
+    if (o.color) r.color = String(o.color);
+    if (o.note) r.note = String(o.note);
+    r.noauto = !!o.noauto;
+    return r;
+};
+
 kelvor.route.load = function (text) {
-    var R = kelvor.route;
-    var l;
-    try { l = JSON.parse(text); } catch (e) { return; }
-    if (!Array.isArray(l)) return;
+    var R = kelvor.route, M = kelvor.marker;
+    var l = kelvor.aux.parseList(text);
     for (var i = 0; i < l.length; i++) {
         var o = l[i];
         if (!o || !Array.isArray(o.m)) continue;
-        var r = new R(o.name === undefined ? "***" : String(o.name));
-        if (o.color) r.color = String(o.color);
-        if (o.note) r.note = String(o.note);
-        r.noauto = !!o.noauto;
+        var r = R.restoreItem(R, o);
         r.visible = o.visible !== false;
         for (var j = 0; j < o.m.length; j++) {
             var p = o.m[j];
             if (!p || !isFinite(p.x) || !isFinite(p.y)) continue;
             var wp = R.newWp(r, Number(p.x), Number(p.y));
-            wp.name = wp.txt = p.name === undefined ? "" : String(p.name);
-            if (p.xte) wp.xte = Number(p.xte);
-            if (p.noauto) wp.noauto = true;
-            if (p.note) wp.note = String(p.note);
+            M.restore(wp, p);
+            wp.txt = wp.name;
             r.m.push(wp);
         }
         kelvor.routeList.push(r);
     }
 };
 
-kelvor.route.save = function () {
-    var R = kelvor.route;
-    if (!R.modified) return;
-    postSync("/setValue/route", JSON.stringify(kelvor.routeList));
-    R.modified = false;
-};
+kelvor.route.save = function () { kelvor.aux.saveList(kelvor.route, "route", kelvor.routeList); };
 
 kelvor.route.removeHandle = function () {
     var R = kelvor.route, M = kelvor.marker;
@@ -488,16 +455,20 @@ kelvor.route.removeHandle = function () {
     R.xteHandle = null;
 };
 
-kelvor.route.unSelect = function () {
+/* The points of o (a route or a ruler) back to the plain icon, none of
+** them selected or active. */
+kelvor.route.unmark = function (o) {
     var R = kelvor.route, M = kelvor.marker;
-    var r = R.activeRoute;
-    if (r) {
-        for (var i = 0; i < r.m.length; i++) {
-            r.m[i].ico = M.getIcon("img/icon-50-waypoint.png");
-            r.m[i].selected = null;
-        }
-        if (M.activeMarker && M.activeMarker.route === r) M.activeMarker = false;
+    for (var i = 0; i < o.m.length; i++) {
+        o.m[i].ico = M.getIcon("img/icon-50-waypoint.png");
+        o.m[i].selected = null;
     }
+    if (M.activeMarker && R._owner(M.activeMarker) === o) M.activeMarker = false;
+};
+
+kelvor.route.unSelect = function () {
+    var R = kelvor.route;
+    if (R.activeRoute) R.unmark(R.activeRoute);
     R.removeHandle();
     R.activeRoute = false;
 };

@@ -61,30 +61,13 @@ kelvor.ruler.addNew = function () {
     return r;
 };
 
-kelvor.ruler.add = function () {
-    var U = kelvor.ruler;
-    cpApp.unSelect();
-    var r = U.addNew();
-    r.locked = false;
-    r.select();
-    cpApp.helpBubbleShow("help_bubble_center", "help-ruler.txt");
-    kelvor.aux.edited(U);
-    return r;
-};
+kelvor.ruler.add = function () { return kelvor.aux.addItem(kelvor.ruler, "help-ruler.txt"); };
 
 kelvor.ruler.del = function (ok) {
-    var U = kelvor.ruler, M = kelvor.marker;
+    var U = kelvor.ruler;
     var r = U.activeRuler;
-    if (!r || r.locked) return;
-    if (!ok) {
-        cpApp.yesno("Delete Ruler ?", "kelvor.ruler.del(true)");
-        return;
-    }
-    U.unSelect();
-    for (var i = 0; i < r.m.length; i++) M.remove(r.m[i]);
-    var k = kelvor.rulerList.indexOf(r);
-    if (k >= 0) kelvor.rulerList.splice(k, 1);
-    kelvor.aux.edited(U);
+    if (!r || r.locked || !kelvor.aux.askFirst(ok, "Delete Ruler ?", "kelvor.ruler.del(true)")) return;
+    kelvor.route.dropItem(U, kelvor.rulerList, r);
 };
 
 kelvor.ruler.lock = function () { if (kelvor.ruler.activeRuler) kelvor.ruler.activeRuler.locked = true; kelvor.ruler.menu(); };
@@ -100,59 +83,32 @@ kelvor.ruler.noteWaypoint = function () {
     if (wp) M.noteDialog(wp.note || "", "kelvor.ruler.noteSave(true)");
 };
 kelvor.ruler.noteSave = function (point) {
-    var U = kelvor.ruler, el = kelvor.aux.el;
-    var t = el("i_nob_comment"), o = point ? U._activePoint() : U.activeRuler;
-    if (o && t) o.note = t.value;
-    U.modified = true;
-    cpApp.setModified();
-    cpApp.closeDlg();
+    var U = kelvor.ruler;
+    kelvor.marker.noteTake(U, point ? U._activePoint() : U.activeRuler);
     U.menu();
 };
 
-kelvor.ruler.rename = function (t) {
-    var U = kelvor.ruler;
-    var r = U.activeRuler;
-    if (!r) return;
-    r.name = String(t);
-    r.noauto = true;
-    U.modified = true;
-    cpApp.setModified();
-};
+kelvor.ruler.rename = function (t) { kelvor.aux.rename(kelvor.ruler, kelvor.ruler.activeRuler, t); };
 
 kelvor.ruler.rulerColorChange = function (c) {
     var U = kelvor.ruler;
     if (!U.activeRuler) return;
     U.activeRuler.color = String(c);
-    U.modified = true;
-    cpApp.setModified();
+    kelvor.aux.changed(U);
     cpApp.update();
 };
 
 /* Selects end point id of the active ruler and centres the map on it. */
-kelvor.ruler.showWayPoint = function (id) {
-    var U = kelvor.ruler;
-    var r = U.activeRuler, wp = r ? r.m[Number(id)] : null;
-    if (!wp) return;
-    wp.onDown();
-    cpApp.map.setCenter(wp.x, wp.y);
-};
+kelvor.ruler.showWayPoint = function (id) { kelvor.route.showPoint(kelvor.ruler.activeRuler, id); };
 
 kelvor.ruler.share = function () {
-    var U = kelvor.ruler, M = kelvor.marker;
-    var r = U.activeRuler;
-    if (!r) return;
-    M.shareObj(JSON.stringify({ type: "r", pkt: r, title: "Ruler for: " + kelvor.settings.k.V.i_settings_boat_name }),
-        "Ruler share");
+    var r = kelvor.ruler.activeRuler;
+    if (r) kelvor.marker.shareAs("r", r, "Ruler");
 };
 
 kelvor.ruler.showRuler = function (id) {
-    var U = kelvor.ruler;
     var r = kelvor.rulerList[Number(id)];
-    if (!r) return;
-    cpApp.unSelect();
-    r.select();
-    r.zoomTo();
-    U.menu();
+    if (r) kelvor.aux.showItem(kelvor.ruler, r);
 };
 
 kelvor.ruler._ui = function () {
@@ -205,48 +161,30 @@ kelvor.ruler.menu = function () {
     cpApp.update();
 };
 
+/* The two end points of each stored ruler load; one with fewer is
+** passed over. */
 kelvor.ruler.load = function (text) {
-    var U = kelvor.ruler, R = kelvor.route;
-    var l;
-    try { l = JSON.parse(text); } catch (e) { return; }
-    if (!Array.isArray(l)) return;
+    var U = kelvor.ruler, R = kelvor.route, M = kelvor.marker;
+    var l = kelvor.aux.parseList(text);
     for (var i = 0; i < l.length; i++) {
         var o = l[i];
         if (!o || !Array.isArray(o.m) || o.m.length < 2) continue;
-        var r = new U(o.name === undefined ? "***" : String(o.name));
-        if (o.color) r.color = String(o.color);
-        if (o.note) r.note = String(o.note);
-        r.noauto = !!o.noauto;
+        var r = R.restoreItem(U, o);
         for (var j = 0; j < 2; j++) {
             var p = o.m[j];
             var wp = R.newWp(r, Number(p.x) || 0, Number(p.y) || 0, null, "ruler");
-            wp.name = p.name === undefined ? "" : String(p.name);
-            if (p.xte) wp.xte = Number(p.xte);
-            if (p.noauto) wp.noauto = true;
-            if (p.note) wp.note = String(p.note);
+            M.restore(wp, p);
             r.m.push(wp);
         }
         kelvor.rulerList.push(r);
     }
 };
 
-kelvor.ruler.save = function () {
-    var U = kelvor.ruler;
-    if (!U.modified) return;
-    postSync("/setValue/ruler", JSON.stringify(kelvor.rulerList));
-    U.modified = false;
-};
+kelvor.ruler.save = function () { kelvor.aux.saveList(kelvor.ruler, "ruler", kelvor.rulerList); };
 
 kelvor.ruler.unSelect = function () {
-    var U = kelvor.ruler, M = kelvor.marker;
-    var r = U.activeRuler;
-    if (r) {
-        for (var i = 0; i < r.m.length; i++) {
-            r.m[i].ico = M.getIcon("img/icon-50-waypoint.png");
-            r.m[i].selected = null;
-        }
-        if (M.activeMarker && M.activeMarker.ruler === r) M.activeMarker = false;
-    }
+    var U = kelvor.ruler;
+    if (U.activeRuler) kelvor.route.unmark(U.activeRuler);
     U.activeRuler = false;
 };
 

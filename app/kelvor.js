@@ -363,6 +363,19 @@ kelvor.aux = {
             "\"><img class=\"img50\" src=\"img/" + img + "\" alt=\"\"><span>" + label + "</span></div>";
     },
 
+    /* Appends a module's buttons, rows of menuButton's arguments, to the
+    ** page's menu bar barId, once. Returns false when the bar is missing or
+    ** holds the first button already. */
+    menuBar: function (barId, rows) {
+        var aux = kelvor.aux;
+        var bar = aux.el(barId);
+        if (!bar || aux.el(rows[0][0])) return false;
+        var h = "";
+        for (var i = 0; i < rows.length; i++) h += aux.menuButton.apply(null, rows[i]);
+        bar.innerHTML += h;
+        return true;
+    },
+
     getClientSize: function () {
         return { w: window.innerWidth, h: window.innerHeight };
     },

@@ -119,27 +119,27 @@ kelvor.marker.fmtPos = function (p) {
     return s.fmtLat(M.getLatY(p.y)) + " " + s.fmtLon(M.getLonX(p.x));
 };
 
+/* The bar's buttons: id, icon, label, call, and 1 where the button
+** starts hidden. */
+kelvor.marker._BAR = [
+    ["btn_marker_add", "icon-50-marker.png", "New", "kelvor.marker.add()"],
+    ["btn_marker_unlock", "icon-50-marker-selected-move.png", "Unlock", "kelvor.marker.unlock()", 1],
+    ["btn_marker_lock", "icon-50-marker.png", "Lock", "kelvor.marker.lock()", 1],
+    ["btn_marker_note", "icon-50-log.png", "Note", "kelvor.marker.note()", 1],
+    ["btn_marker_activate", "icon-50-route.png", "Goto", "kelvor.marker.activate()", 1],
+    ["btn_marker_share", "icon-50-cloud.png", "Share", "kelvor.marker.share()", 1],
+    ["btn_marker_del", "icon-50-tool.png", "Delete", "kelvor.marker.del()", 1]
+];
+
 /* The bar and the dashboard, built once into the page's empty frames. */
 kelvor.marker._ui = function () {
-    var el = kelvor.aux.el;
-    var bar = el("cp_marker_menu");
-    if (!bar || el("btn_marker_add")) return;
-    var b = kelvor.aux.menuButton;
-    bar.innerHTML += b("btn_marker_add", "icon-50-marker.png", "New", "kelvor.marker.add()") +
-        b("btn_marker_unlock", "icon-50-marker-selected-move.png", "Unlock", "kelvor.marker.unlock()", 1) +
-        b("btn_marker_lock", "icon-50-marker.png", "Lock", "kelvor.marker.lock()", 1) +
-        b("btn_marker_note", "icon-50-log.png", "Note", "kelvor.marker.note()", 1) +
-        b("btn_marker_activate", "icon-50-route.png", "Goto", "kelvor.marker.activate()", 1) +
-        b("btn_marker_share", "icon-50-cloud.png", "Share", "kelvor.marker.share()", 1) +
-        b("btn_marker_del", "icon-50-tool.png", "Delete", "kelvor.marker.del()", 1);
-    var d = el("cp_marker_dash");
-    if (d) {
-        d.innerHTML = "<select id=\"i_marker_list\" onchange=\"kelvor.marker.showMarker(this.value)\"></select>" +
-            "<input type=\"text\" id=\"i_marker_name\" onchange=\"kelvor.marker.rename(this.value)\">" +
-            "<div><span id=\"i_marker_pos\" onclick=\"kelvor.marker.editman(this, 1)\"></span></div>" +
-            "<div><span id=\"i_marker_dist\"></span> <span id=\"i_marker_brg\"></span></div>" +
-            "<div id=\"i_marker_location\"></div><div id=\"i_marker_note\"></div>";
-    }
+    var M = kelvor.marker, aux = kelvor.aux;
+    if (!aux.menuBar("cp_marker_menu", M._BAR)) return;
+    aux.setText("cp_marker_dash", "<select id=\"i_marker_list\" onchange=\"kelvor.marker.showMarker(this.value)\">" +
+        "</select><input type=\"text\" id=\"i_marker_name\" onchange=\"kelvor.marker.rename(this.value)\">" +
+        "<div><span id=\"i_marker_pos\" onclick=\"kelvor.marker.editman(this, 1)\"></span></div><div><span " +
+        "id=\"i_marker_dist\"></span> <span id=\"i_marker_brg\"></span></div><div id=\"i_marker_location\">" +
+        "</div><div id=\"i_marker_note\"></div>");
 };
 
 /* ---- handlers of a user marker ------------------------------------ */

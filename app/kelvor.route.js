@@ -311,39 +311,37 @@ kelvor.route.showWayPoint = function (id) { kelvor.route.showPoint(kelvor.route.
 
 /* ---- bar and dashboards -------------------------------------------- */
 
+/* The bar's buttons: id, icon, label, call, and 1 where the button
+** starts hidden. */
+kelvor.route._BAR = [
+    ["btn_route_add", "icon-50-route.png", "New", "kelvor.route.add()"],
+    ["btn_route_unlock", "icon-50-waypoint-selected-move.png", "Unlock", "kelvor.route.unlock()", 1],
+    ["btn_route_lock", "icon-50-waypoint-selected.png", "Lock", "kelvor.route.lock()", 1],
+    ["btn_route_activate", "icon-50-boat.png", "Activate", "kelvor.route.activate()", 1],
+    ["btn_route_reverse", "icon-50-more.png", "Reverse", "kelvor.route.reverse()", 1],
+    ["btn_route_visible", "auge_activ.png", "Hide", "kelvor.route.visible(false)", 1],
+    ["btn_route_invisible", "auge_inactiv.png", "Show", "kelvor.route.visible(true)", 1],
+    ["btn_route_note", "icon-50-log.png", "Note", "kelvor.route.note()", 1],
+    ["btn_route_waypoint_note", "icon-50-log.png", "Note", "kelvor.route.noteWaypoint()", 1],
+    ["btn_route_share", "icon-50-cloud.png", "Share", "kelvor.route.share()", 1],
+    ["btn_route_waypoint_del", "icon-50-tool.png", "Delete", "kelvor.route.delWaypoint()", 1],
+    ["btn_route_del", "icon-50-tool.png", "Delete", "kelvor.route.del()", 1]
+];
+
+/* The bar and the two dashboards, built once into the page's empty
+** frames. */
 kelvor.route._ui = function () {
-    var R = kelvor.route, aux = kelvor.aux, el = kelvor.aux.el;
-    var bar = el("cp_route_menu");
-    if (!bar || el("btn_route_add")) return;
-    var b = kelvor.aux.menuButton;
-    bar.innerHTML += b("btn_route_add", "icon-50-route.png", "New", "kelvor.route.add()") +
-        b("btn_route_unlock", "icon-50-waypoint-selected-move.png", "Unlock", "kelvor.route.unlock()", 1) +
-        b("btn_route_lock", "icon-50-waypoint-selected.png", "Lock", "kelvor.route.lock()", 1) +
-        b("btn_route_activate", "icon-50-boat.png", "Activate", "kelvor.route.activate()", 1) +
-        b("btn_route_reverse", "icon-50-more.png", "Reverse", "kelvor.route.reverse()", 1) +
-        b("btn_route_visible", "auge_activ.png", "Hide", "kelvor.route.visible(false)", 1) +
-        b("btn_route_invisible", "auge_inactiv.png", "Show", "kelvor.route.visible(true)", 1) +
-        b("btn_route_note", "icon-50-log.png", "Note", "kelvor.route.note()", 1) +
-        b("btn_route_waypoint_note", "icon-50-log.png", "Note", "kelvor.route.noteWaypoint()", 1) +
-        b("btn_route_share", "icon-50-cloud.png", "Share", "kelvor.route.share()", 1) +
-        b("btn_route_waypoint_del", "icon-50-tool.png", "Delete", "kelvor.route.delWaypoint()", 1) +
-        b("btn_route_del", "icon-50-tool.png", "Delete", "kelvor.route.del()", 1);
-    var opts = aux.colorOptions(R.COLORS);
-    var d = el("cp_route_dash");
-    if (d) {
-        d.innerHTML = "<select id=\"i_route_list\" onchange=\"kelvor.route.showRoute(this.value)\"></select>" +
-            "<input type=\"text\" id=\"i_route_name\" onchange=\"kelvor.route.rename(this.value)\">" +
-            "<select id=\"i_route_color\" onchange=\"kelvor.route.routeColorChange(this.value)\">" + opts + "</select>" +
-            "<div><span id=\"i_route_length\"></span> <span id=\"i_route_duration\"></span></div>";
-    }
-    var w = el("cp_waypoint_dash");
-    if (w) {
-        w.innerHTML = "<select id=\"i_waypoint_list\" onchange=\"kelvor.route.showWayPoint(this.value)\"></select>" +
-            "<input type=\"text\" id=\"i_waypoint_name\" onchange=\"kelvor.route.renameWaypoint(this.value)\">" +
-            "<div><span id=\"i_waypoint_pos\" onclick=\"kelvor.marker.editman(this, 2)\"></span></div>" +
-            "<div><span id=\"i_waypoint_leg_length\"></span> <span id=\"i_waypoint_leg_duration\"></span> " +
-            "<span id=\"i_waypoint_leg_brg\"></span> XTE <span id=\"i_waypoint_leg_xte\"></span></div>";
-    }
+    var R = kelvor.route, aux = kelvor.aux;
+    if (!aux.menuBar("cp_route_menu", R._BAR)) return;
+    aux.setText("cp_route_dash", "<select id=\"i_route_list\" onchange=\"kelvor.route.showRoute(this.value)\"></select>" +
+        "<input type=\"text\" id=\"i_route_name\" onchange=\"kelvor.route.rename(this.value)\">" +
+        "<select id=\"i_route_color\" onchange=\"kelvor.route.routeColorChange(this.value)\">" + aux.colorOptions(R.COLORS) +
+        "</select><div><span id=\"i_route_length\"></span> <span id=\"i_route_duration\"></span></div>");
+    aux.setText("cp_waypoint_dash", "<select id=\"i_waypoint_list\" onchange=\"kelvor.route.showWayPoint(this.value)\">" +
+        "</select><input type=\"text\" id=\"i_waypoint_name\" onchange=\"kelvor.route.renameWaypoint(this.value)\">" +
+        "<div><span id=\"i_waypoint_pos\" onclick=\"kelvor.marker.editman(this, 2)\"></span></div>" +
+        "<div><span id=\"i_waypoint_leg_length\"></span> <span id=\"i_waypoint_leg_duration\"></span> " +
+        "<span id=\"i_waypoint_leg_brg\"></span> XTE <span id=\"i_waypoint_leg_xte\"></span></div>");
 };
 
 kelvor.route.menu = function () {

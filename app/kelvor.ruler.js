@@ -111,28 +111,28 @@ kelvor.ruler.showRuler = function (id) {
     if (r) kelvor.aux.showItem(kelvor.ruler, r);
 };
 
+/* The bar's buttons: id, icon, label, call, and 1 where the button
+** starts hidden. */
+kelvor.ruler._BAR = [
+    ["btn_ruler_add", "icon-50-ruler.png", "New", "kelvor.ruler.add()"],
+    ["btn_ruler_unlock", "icon-50-waypoint-selected-move.png", "Unlock", "kelvor.ruler.unlock()", 1],
+    ["btn_ruler_lock", "icon-50-waypoint-selected.png", "Lock", "kelvor.ruler.lock()", 1],
+    ["btn_ruler_note", "icon-50-log.png", "Note", "kelvor.ruler.note()", 1],
+    ["btn_ruler_waypoint_note", "icon-50-log.png", "Note", "kelvor.ruler.noteWaypoint()", 1],
+    ["btn_ruler_share", "icon-50-cloud.png", "Share", "kelvor.ruler.share()", 1],
+    ["btn_ruler_del", "icon-50-tool.png", "Delete", "kelvor.ruler.del()", 1]
+];
+
+/* The bar and the dashboard, built once into the page's empty frames. */
 kelvor.ruler._ui = function () {
-    var U = kelvor.ruler, aux = kelvor.aux, el = kelvor.aux.el;
-    var bar = el("cp_ruler_menu");
-    if (!bar || el("btn_ruler_add")) return;
-    var b = kelvor.aux.menuButton;
-    bar.innerHTML += b("btn_ruler_add", "icon-50-ruler.png", "New", "kelvor.ruler.add()") +
-        b("btn_ruler_unlock", "icon-50-waypoint-selected-move.png", "Unlock", "kelvor.ruler.unlock()", 1) +
-        b("btn_ruler_lock", "icon-50-waypoint-selected.png", "Lock", "kelvor.ruler.lock()", 1) +
-        b("btn_ruler_note", "icon-50-log.png", "Note", "kelvor.ruler.note()", 1) +
-        b("btn_ruler_waypoint_note", "icon-50-log.png", "Note", "kelvor.ruler.noteWaypoint()", 1) +
-        b("btn_ruler_share", "icon-50-cloud.png", "Share", "kelvor.ruler.share()", 1) +
-        b("btn_ruler_del", "icon-50-tool.png", "Delete", "kelvor.ruler.del()", 1);
-    var opts = aux.colorOptions(U.COLORS);
-    var d = el("cp_ruler_dash");
-    if (d) {
-        d.innerHTML = "<select id=\"i_ruler_list\" onchange=\"kelvor.ruler.showRuler(this.value)\"></select>" +
-            "<input type=\"text\" id=\"i_ruler_name\" onchange=\"kelvor.ruler.rename(this.value)\">" +
-            "<select id=\"i_ruler_color\" onchange=\"kelvor.ruler.rulerColorChange(this.value)\">" + opts + "</select>" +
-            "<select id=\"i_ruler_point_list\" onchange=\"kelvor.ruler.showWayPoint(this.value)\"></select>" +
-            "<div><span id=\"i_ruler_length\"></span> <span id=\"i_ruler_brg\"></span></div>" +
-            "<div><span id=\"i_ruler_pos\" onclick=\"kelvor.marker.editman(this, 3)\"></span></div>";
-    }
+    var U = kelvor.ruler, aux = kelvor.aux;
+    if (!aux.menuBar("cp_ruler_menu", U._BAR)) return;
+    aux.setText("cp_ruler_dash", "<select id=\"i_ruler_list\" onchange=\"kelvor.ruler.showRuler(this.value)\"></select>" +
+        "<input type=\"text\" id=\"i_ruler_name\" onchange=\"kelvor.ruler.rename(this.value)\">" +
+        "<select id=\"i_ruler_color\" onchange=\"kelvor.ruler.rulerColorChange(this.value)\">" + aux.colorOptions(U.COLORS) +
+        "</select><select id=\"i_ruler_point_list\" onchange=\"kelvor.ruler.showWayPoint(this.value)\"></select>" +
+        "<div><span id=\"i_ruler_length\"></span> <span id=\"i_ruler_brg\"></span></div>" +
+        "<div><span id=\"i_ruler_pos\" onclick=\"kelvor.marker.editman(this, 3)\"></span></div>");
 };
 
 kelvor.ruler.menu = function () {

@@ -90,22 +90,21 @@ kelvor.track = {
 
     /* ---- the log bar --------------------------------------------------- */
 
+    /* the bar's buttons: id, icon, label, call */
+    _BAR: [
+        ["btn_track_log", "icon-50-log.png", "Log", "kelvor.track.detail(kelvor.track.detailLevel)"],
+        ["btn_track_note", "info-24-red.png", "Note", "kelvor.track.noteDialog(0)"],
+        ["btn_track_share", "icon-50-cloud.png", "Share", "kelvor.track.share()"],
+        ["btn_track_del", "icon-50-tool.png", "Delete", "kelvor.track.delTrack()"]
+    ],
+
     _ui: function () {
-        var T = kelvor.track, el = kelvor.aux.el;
-        var bar = el("cp_track_menu");
-        if (!bar || el("btn_track_log")) return;
-        var b = kelvor.aux.menuButton;
-        bar.innerHTML += b("btn_track_log", "icon-50-log.png", "Log", "kelvor.track.detail(kelvor.track.detailLevel)") +
-            b("btn_track_note", "info-24-red.png", "Note", "kelvor.track.noteDialog(0)") +
-            b("btn_track_share", "icon-50-cloud.png", "Share", "kelvor.track.share()") +
-            b("btn_track_del", "icon-50-tool.png", "Delete", "kelvor.track.delTrack()");
-        var d = el("cp_track_dash");
-        if (d) {
-            d.innerHTML = "<select id=\"i_track_days\" onchange=\"kelvor.track.showTrack(this.value)\"></select>" +
-                "<div><span id=\"i_track_time_date\"></span> <span id=\"i_track_length\"></span></div>" +
-                "<div><span id=\"i_track_time_start\"></span> - <span id=\"i_track_time_end\"></span> " +
-                "<span id=\"i_track_duration\"></span></div>";
-        }
+        var T = kelvor.track, aux = kelvor.aux;
+        if (!aux.menuBar("cp_track_menu", T._BAR)) return;
+        aux.setText("cp_track_dash", "<select id=\"i_track_days\" onchange=\"kelvor.track.showTrack(this.value)\"></select>" +
+            "<div><span id=\"i_track_time_date\"></span> <span id=\"i_track_length\"></span></div>" +
+            "<div><span id=\"i_track_time_start\"></span> - <span id=\"i_track_time_end\"></span> " +
+            "<span id=\"i_track_duration\"></span></div>");
         T.setTrackOn(kelvor.settings.k.C.i_track_on);
     },
 

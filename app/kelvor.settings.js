@@ -393,61 +393,55 @@ kelvor.settings = {
         }
     },
 
+    /* Calls fn(e, key) for each key of group whose element the page has. */
+    _eachInput: function (group, fn) {
+        var el = kelvor.aux.el;
+        for (var key in group) {
+            var e = el(key);
+            if (e) fn(e, key);
+        }
+    },
+
     /* Fills every element named by a key of the five groups. */
     fill: function () {
-        var s = kelvor.settings, k = s.k, el = kelvor.aux.el, key, e;
-        for (key in k.V) {
-            e = el(key);
-            if (!e) continue;
+        var s = kelvor.settings, k = s.k;
+        s._eachInput(k.V, function (e, key) {
             var fmt = e.getAttribute("data-fmt");
             e.value = fmt && s[fmt] ? String(s[fmt](k.V[key])).replace(/&nbsp;/g, " ").replace(/ [^ ]+$/, "") : k.V[key];
-        }
-        var sel = ["I", "S"];
-        for (var g = 0; g < 2; g++) {
-            for (key in k[sel[g]]) {
-                e = el(key);
-                if (!e) continue;
-                if (s[key]) s._fillSelect(e, s[key], sel[g] === "I");
-                e.value = String(k[sel[g]][key]);
-            }
-        }
-        for (key in k.R) {
+        });
+        ["I", "S"].forEach(function (g) {
+            s._eachInput(k[g], function (e, key) {
+                if (s[key]) s._fillSelect(e, s[key], g === "I");
+                e.value = String(k[g][key]);
+            });
+        });
+        for (var key in k.R) {
             var radios = document.getElementsByName(key);
             for (var r = 0; r < radios.length; r++) radios[r].checked = String(radios[r].value) === String(k.R[key]);
         }
-        for (key in k.C) {
-            e = el(key);
-            if (e) e.checked = !!k.C[key];
-        }
+        s._eachInput(k.C, function (e, key) { e.checked = !!k.C[key]; });
         s._filled = true;
     },
 
-    /* Reads every element back into the record. */
+    /* Reads every element back into the record; an empty I or S input
+    ** leaves its value as it is. */
     read: function () {
-        var s = kelvor.settings, k = s.k, el = kelvor.aux.el, key, e;
-        for (key in k.V) {
-            e = el(key);
-            if (!e) continue;
+        var s = kelvor.settings, k = s.k;
+        s._eachInput(k.V, function (e, key) {
             var get = e.getAttribute("data-get");
             k.V[key] = get && s[get] ? s[get](e.value) : e.value;
-        }
-        for (key in k.I) {
-            e = el(key);
-            if (e && e.value !== "") k.I[key] = key.charAt(0) === "i" ? Number(e.value) : e.value;
-        }
-        for (key in k.S) {
-            e = el(key);
-            if (!e || e.value === "") continue;
-            k.S[key] = isNaN(Number(e.value)) ? e.value : Number(e.value);
-        }
-        for (key in k.R) {
+        });
+        s._eachInput(k.I, function (e, key) {
+            if (e.value !== "") k.I[key] = key.charAt(0) === "i" ? Number(e.value) : e.value;
+        });
+        s._eachInput(k.S, function (e, key) {
+            if (e.value !== "") k.S[key] = isNaN(Number(e.value)) ? e.value : Number(e.value);
+        });
+        for (var key in k.R) {
             var radios = document.getElementsByName(key);
             for (var r = 0; r < radios.length; r++) if (radios[r].checked) k.R[key] = Number(radios[r].value);
         }
-        for (key in k.C) {
-            e = el(key);
-            if (e) k.C[key] = !!e.checked;
-        }
+        s._eachInput(k.C, function (e, key) { k.C[key] = !!e.checked; });
     },
 
     showTab: function (tab) {

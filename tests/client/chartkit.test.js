@@ -137,12 +137,13 @@ test('overlay text glyphs sit on their line', () => {
 
 const SERVER = 'http://charts.lan:8080/kits.json';
 const KIT = (pid, version, extra) => Object.assign({ pid, name: 'Kit ' + pid, version, filesize: 1500000, crc32: '0a1b2c3d' }, extra);
+/* Kit 7 installed in the server's version 3, kit 8 in version 2 of the server's 4. */
+const installed = () => ({ 7: KIT(7, 3), 8: KIT(8, 2) });
 
 test('the server list keeps only kits that can be downloaded', () => {
     const ctx = client({});
     const ck = ctx.kelvor.chartkit, k = ctx.kelvor.settings.k;
-    k.chartKitList2[7] = KIT(7, 3);
-    k.chartKitList2[8] = KIT(8, 2);
+    Object.assign(k.chartKitList2, installed());
     const cases = [
         // [entry, kept, stat]
         [KIT(7, 3), true, 2],
@@ -175,8 +176,7 @@ test('the kit dialogue: no list, empty, kits with their state', () => {
     for (const [reply, texts, button] of cases) {
         const ctx = client({ '/getChartServer': 'charts.lan:8080', [SERVER]: reply });
         const k = ctx.kelvor.settings.k;
-        k.chartKitList2[7] = KIT(7, 3);
-        k.chartKitList2[8] = KIT(8, 2);
+        Object.assign(k.chartKitList2, installed());
         ctx.kelvor.chartkit.updateChartKit(0);
         const h = ctx.els.np_chartkit_add_form.innerHTML;
         for (const t of texts) assert.ok(h.indexOf(t) >= 0, `${reply.slice(0, 20)}: ${t} in ${h}`);
@@ -189,8 +189,7 @@ test('with a chart server the daily check counts new and old kits from its list'
     const ctx = client({ '/getChartServer': 'charts.lan:8080',
         [SERVER]: JSON.stringify({ update: { 7: KIT(7, 3), 8: KIT(8, 4), 9: KIT(9, 1), 10: KIT(10, 1) } }) });
     const ck = ctx.kelvor.chartkit, k = ctx.kelvor.settings.k;
-    k.chartKitList2[7] = KIT(7, 3);
-    k.chartKitList2[8] = KIT(8, 2);
+    Object.assign(k.chartKitList2, installed());
     k.chartkit = 'A000008.marepack';
     ck.checkForNewMaps(true);
     assert.strictEqual(k.newMapCount, 2);

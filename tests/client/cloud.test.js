@@ -5,8 +5,12 @@ const test = require('node:test');
 const assert = require('node:assert');
 const { load, CORE } = require('./harness');
 
-function client(cloudReply) {
-    const ctx = load(CORE.concat(['kelvor.route.js', 'kelvor.ruler.js', 'kelvor.alarm.js', 'kelvor.cloud.js']), (m, url) => {
+/* The cloud answers cloudReply; local(url, body) may answer a host request first. */
+function client(cloudReply, local) {
+    const scripts = CORE.concat(['kelvor.route.js', 'kelvor.ruler.js', 'kelvor.alarm.js', 'kelvor.cloud.js']);
+    const ctx = load(scripts, (m, url, body) => {
+        const own = local && local(url, String(body));
+        if (own !== undefined) return own;
         if (url.indexOf('/getAuth/') === 0) return 'AUTH';
         if (url.indexOf('http') === 0) return cloudReply;
         if (url === '/UexecSql') return 'OK';
@@ -57,9 +61,8 @@ test('restore: a broken reply changes nothing, a dead host rolls back', () => {
     assert.deepStrictEqual(sql(ctx), []);
     assert.strictEqual(ctx.cpApp.errors, 1);
 
-    const ctx2 = client('x|---|' + JSON.stringify(backup(3)));
-    const route = ctx2.route;
-    ctx2.route = (m, url, body) => (String(body) === 'DELETE FROM log' ? 500 : route(m, url, body));
+    const dead = (url, body) => (body === 'DELETE FROM log' ? 500 : undefined);
+    const ctx2 = client('x|---|' + JSON.stringify(backup(3)), dead);
     ctx2.kelvor.cloud.loadFromCloud3('1');
     const q = sql(ctx2);
     assert.deepStrictEqual([q[0], q[q.length - 1]], ['BEGIN', 'ROLLBACK']);
@@ -67,12 +70,8 @@ test('restore: a broken reply changes nothing, a dead host rolls back', () => {
 });
 
 test('backup document and request keys', () => {
-    const ctx = client('<p>saved</p>');
-    ctx.route = ((r) => (m, url, body) => {
-        if (url === '/UexecSql') return '[[1,100,2,3,1,"a"]]';
-        if (url === '/getValue/route') return '[{"name":"R"}]';
-        return r(m, url, body);
-    })(ctx.route);
+    const stored = { '/UexecSql': '[[1,100,2,3,1,"a"]]', '/getValue/route': '[{"name":"R"}]' };
+    const ctx = client('<p>saved</p>', (url) => stored[url]);
     ctx.kelvor.cloud.saveInCloud(true);
     const post = ctx.requests.find((r) => r.url.indexOf('?saveInCloud=') > 0);
     assert.ok(/\?saveInCloud=7,auto-save[^,&]*&a=AUTH&alang=en&tz=-?\d+$/.test(post.url), post.url);
@@ -90,9 +89,8 @@ const sqlTexts = (q) => (q.match(/'(?:[^']|'')*'/g) || []).map((l) => l.slice(1,
 
 test('log texts with apostrophes and backslashes survive backup and restore', () => {
     for (const v of ['54°50\'19.19"N 8°17\'01.5"E', 'C:\\tmp\\\'s', "it's \\\\ 'quoted'", 'plain/text']) {
-        const ctx = client('<p>saved</p>');
-        ctx.route = ((r) => (m, url, body) =>
-            (url === '/UexecSql' && /^SELECT/.test(body) ? '[\n[1,100,2,3,1,' + gatewayText(v) + ']\n]' : r(m, url, body)))(ctx.route);
+        const rows = '[\n[1,100,2,3,1,' + gatewayText(v) + ']\n]';
+        const ctx = client('<p>saved</p>', (u, q) => (u === '/UexecSql' && /^SELECT/.test(q) ? rows : undefined));
         assert.strictEqual(ctx.kelvor.track.sql('SELECT * FROM log')[0][5], v, 'track view reads it');
         ctx.kelvor.cloud.saveInCloud(false);
         const post = ctx.requests.find((r) => r.url.indexOf('?saveInCloud=') > 0);

@@ -1,8 +1,5 @@
-/*
-** AIS: a replayed voyage's targets fill the list; an entry centres its target, a tap opens its
-** dialogue with CPA and TCPA; the name "<IMG SRC=X>" stays text. An active SART raises one alert
-** over all its reports, and "Yes" puts a MOB marker on it.
-*/
+/* AIS: targets of a replayed voyage in the list and their dialogue, an odd name as text, and an
+** active SART's one alert with its MOB marker. */
 'use strict';
 
 const test = require('node:test');

@@ -1,9 +1,5 @@
-/*
-** Chart kits made by mareplot-chartkit make from GeoTIFFs and offered by its serve: without a server
-** the dialogue leads to Settings; with one it lists both kits as new and downloads one with its
-** progress; the bar switches kits, charts and map language; ticking the installed kit deletes it
-** after a question; a server that has gone is named.
-*/
+/* Chart kits made from GeoTIFFs by mareplot-chartkit make, offered by its serve, set up, listed,
+** downloaded, switched and deleted through the screen. */
 'use strict';
 
 const test = require('node:test');
@@ -66,7 +62,6 @@ function kit(dir, id, o) {
     if (sql.length) run('sqlite3', [file], sql.join('\n'));
     return file;
 }
-
 
 /* The share of sample points around the middle of the map that show rgb. */
 async function share(page, name, rgb) {

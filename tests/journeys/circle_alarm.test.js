@@ -1,7 +1,4 @@
-/*
-** Circle alarm: a circle laid around the followed boat and armed fires with the klaxon when the
-** boat leaves it; the acknowledge stops the klaxon and keeps the alarm armed.
-*/
+/* Circle alarm: laid around the followed boat and armed, it fires when the boat leaves it. */
 'use strict';
 
 const test = require('node:test');

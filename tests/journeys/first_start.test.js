@@ -1,8 +1,5 @@
-/*
-** First start: the wizard opens over the chart, keeps the boat data typed on its second page, and
-** the chart paints once it is done; switching position reports on in Settings explains them; About
-** names the anonymous account in words. Its × closes it at the start of every other journey.
-*/
+/* First start: the wizard, the chart it opens onto, and the account About names. Every other
+** journey closes the wizard by its ×. */
 'use strict';
 
 const test = require('node:test');

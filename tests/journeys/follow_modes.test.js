@@ -1,7 +1,4 @@
-/*
-** Follow modes: the one picked in Settings is stored, the boat bar turns follow on in it, Heading UP
-** turns the chart with the boat's heading, and a pan or a tap on a listed target ends follow mode.
-*/
+/* Follow modes: picked in Settings, turned on in the boat bar, ended by a pan or a target tap. */
 'use strict';
 
 const test = require('node:test');

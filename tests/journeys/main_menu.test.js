@@ -1,8 +1,4 @@
-/*
-** Main menu: each entry no other journey opens shows its dialogue, bar or bubble, and each way of
-** leaving (close control, Back, the menu button, a bubble's own time) brings the main menu back.
-** With a wind forecast in reach, Wind draws it as barbs and steps through its times.
-*/
+/* Main menu: the entries no other journey opens, each way of leaving them, and the wind forecast. */
 'use strict';
 
 const test = require('node:test');

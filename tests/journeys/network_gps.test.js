@@ -1,8 +1,5 @@
-/*
-** Network GPS set in Settings: the boat follows the replayed voyage's circle, the scale bar keeps
-** clear of the column, and the widened column shows speed, course, heading and depth (the settings
-** journey checks that the column reads clearly).
-*/
+/* Network GPS set in Settings moves the boat and fills the right column (whose readability is the
+** settings journey's). */
 'use strict';
 
 const test = require('node:test');

@@ -1,7 +1,4 @@
-/*
-** Route: a ruler measures and notes an end; a marker takes a note; a route of three points is laid
-** by dragging, activated, and shows bearing, range and the cross-track bar; all survive a reload.
-*/
+/* Route: a ruler, a marker with a note and an activated three-point route, kept over a reload. */
 'use strict';
 
 const test = require('node:test');

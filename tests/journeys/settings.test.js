@@ -1,7 +1,4 @@
-/*
-** Settings: a unit change shows in the dashboards and survives a reload; night mode inverts the
-** image buttons; German and French switch every visible text of the menu, Settings and the column.
-*/
+/* Settings: units over a reload, night mode, and German and French for every visible text. */
 'use strict';
 
 const test = require('node:test');

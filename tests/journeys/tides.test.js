@@ -1,7 +1,4 @@
-/*
-** Tides: zoomed in, the chart shows its tide stations; a tap on one opens the panel with its name,
-** its source, and the curve over day and night with the moon's phase.
-*/
+/* Tides: a station's symbol opens its panel with the curve over day and night and the moon. */
 'use strict';
 
 const test = require('node:test');

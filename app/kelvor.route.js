@@ -186,8 +186,8 @@ kelvor.route.addNew = function (x1, y1, x2, y2) {
 
 kelvor.route.add = function () { return kelvor.aux.addItem(kelvor.route, "help-route.txt"); };
 
-/* Takes item o of mod (a route or a ruler) out of list, its points out
-** of the marker list, and unselects it. */
+/* Takes item o of mod (a route or a ruler) out of list and its points out
+** of the marker list, unselected; mod's list then counts as changed. */
 kelvor.route.dropItem = function (mod, list, o) {
     var M = kelvor.marker;
     mod.unSelect();

@@ -17,9 +17,7 @@ TEST(NavUtil, UintReadsEveryByteAsDigit) {
         {"12*", 12},
         {"1a", 59},           // 10 + ('a' - 48)
         {"", 0},
-        {",5", 0},
         {"4294967296", 0},    // wraps in 32 bits
-        {"007,8", 7},
     };
     for (const auto &c : cases) EXPECT_EQ(c.want, nmea_uint(c.text)) << c.text;
     EXPECT_EQ(0u, nmea_uint(nullptr));
@@ -86,9 +84,7 @@ TEST(NavUtil, CoordinatesToDegrees) {
         {"5430.0000", "N", 54.5},
         {"5430.0000", "W", -54.5},
         {"5430.0000", "S", 54.5}, // only W negates
-        {"00930.00", "E", 9.5},
         {"01012.5678,E", "E", 10 + 12.5678 / 60},
-        {"123.4", "N", 0.0},
         {"5430", "N", 0.0},
         {",N,01000.00,E", "N", 0.0}, // empty: runs on to a later '.' 8 bytes on
         {",N,10.00,E", "N", -400 + 300 - 4 + 10 / 60.0}, // ... or 5 bytes on: codes as digits

@@ -8,25 +8,31 @@ const test = require('node:test');
 const assert = require('node:assert');
 const { settled, withPage, loaded, PNG } = require('./browser');
 
-/* The share of each colour of the view, binned ("r,g,b"), after a pass that lets WebGL be read. */
-function tileColours() {
-    const m = cpApp.map;
+/* After a fresh pass (which lets WebGL be read): with pure, counts of the overlay's pure colours;
+** else the share of each colour of the view, binned ("r,g,b"). */
+function viewColours(pure) {
+    const m = cpApp.map, gl = m.ctx3d;
     m.force = true;
     m.render();
-    let data;
-    if (m.ctx3d) {
-        const gl = m.ctx3d;
-        data = new Uint8Array(gl.drawingBufferWidth * gl.drawingBufferHeight * 4);
-        gl.readPixels(0, 0, gl.drawingBufferWidth, gl.drawingBufferHeight, gl.RGBA, gl.UNSIGNED_BYTE, data);
-    } else {
-        data = m.bctx.getImageData(0, 0, m.buffer.width, m.buffer.height).data;
-    }
-    const hist = {}, step = 4 * 13, n = Math.ceil(data.length / step);
+    let data = gl ? new Uint8Array(gl.drawingBufferWidth * gl.drawingBufferHeight * 4) : null;
+    if (gl) gl.readPixels(0, 0, gl.drawingBufferWidth, gl.drawingBufferHeight, gl.RGBA, gl.UNSIGNED_BYTE, data);
+    else data = m.bctx.getImageData(0, 0, m.buffer.width, m.buffer.height).data;
+    const out = pure ? { red: 0, green: 0, blue: 0, yellow: 0, magenta: 0 } : {};
+    const step = pure ? 4 : 4 * 13, n = Math.ceil(data.length / step);
     for (let i = 0; i < data.length; i += step) {
-        const key = [data[i] >> 4 << 4, data[i + 1] >> 4 << 4, data[i + 2] >> 4 << 4].join(',');
-        hist[key] = (hist[key] || 0) + 1 / n;
+        const [r, g, b] = [data[i], data[i + 1], data[i + 2]];
+        if (pure) {
+            if (r > 220 && g < 40 && b < 40) out.red++;
+            if (r < 30 && g > 170 && g < 230 && b < 30) out.green++;
+            if (r < 30 && g < 30 && b > 220) out.blue++;
+            if (r > 220 && g > 220 && b < 40) out.yellow++;
+            if (r > 220 && g < 40 && b > 220) out.magenta++;
+        } else {
+            const key = [r >> 4 << 4, g >> 4 << 4, b >> 4 << 4].join(',');
+            out[key] = (out[key] || 0) + 1 / n;
+        }
     }
-    return hist;
+    return out;
 }
 
 const SEA = '160,208,208', LAND = '240,224,224';
@@ -42,19 +48,19 @@ for (const gl of [false, true]) {
             assert.strictEqual(await page.evaluate(() => !!cpApp.map.ctx3d), gl);
             const zooms = await page.evaluate(() => cpApp.map.tileList.map((z) => Math.floor(z / 1099511627776)));
             assert.ok(zooms.length > 200 && zooms.every((z) => z === 10), 'zoom 10 tiles at display zoom 8');
-            const cols = await page.evaluate(tileColours);
+            const cols = await page.evaluate(viewColours, false);
             assert.ok(cols[SEA] > 0.3 && cols[LAND] > 0.2, JSON.stringify(cols));
             if (!gl) return;
             // a lost context leaves the 2D path drawing; a restored one takes over again
             await page.evaluate(() => { window._lose = cpApp.map.ctx3d.getExtension('WEBGL_lose_context'); _lose.loseContext(); });
             await page.waitForFunction(() => !cpApp.map.ctx3d);
             await settled(page);
-            assert.ok((await page.evaluate(tileColours))[SEA] > 0.3, 'the 2D path shows the chart');
+            assert.ok((await page.evaluate(viewColours, false))[SEA] > 0.3, 'the 2D path shows the chart');
             await page.evaluate(() => _lose.restoreContext());
             await page.waitForFunction(() => !!cpApp.map.ctx3d);
             await settled(page);
             await page.waitForFunction(() => cpApp.map.tileList.every((z) => cpApp.map.renderList[z].tex));
-            assert.ok((await page.evaluate(tileColours))[SEA] > 0.3, 'textures are uploaded again');
+            assert.ok((await page.evaluate(viewColours, false))[SEA] > 0.3, 'textures are uploaded again');
         }, own(gl));
     });
 }
@@ -71,25 +77,6 @@ const SHEETS = {
     sym: sheet((x, y) => (Math.hypot(x - 16, y - 16) <= 14 ? [255, 255, 0, 255] : null)),
     font: sheet((x, y) => (x < 32 && y < 32 ? [0, 0, 0, 255] : null)),
 };
-
-/* Counts of the overlay's pure colours in a fresh WebGL pass. */
-function overlayColours() {
-    const m = cpApp.map, gl = m.ctx3d;
-    m.force = true;
-    m.render();
-    const data = new Uint8Array(gl.drawingBufferWidth * gl.drawingBufferHeight * 4);
-    gl.readPixels(0, 0, gl.drawingBufferWidth, gl.drawingBufferHeight, gl.RGBA, gl.UNSIGNED_BYTE, data);
-    const n = { red: 0, green: 0, blue: 0, yellow: 0, magenta: 0 };
-    for (let i = 0; i < data.length; i += 4) {
-        const [r, g, b] = [data[i], data[i + 1], data[i + 2]];
-        if (r > 220 && g < 40 && b < 40) n.red++;
-        if (r < 30 && g > 170 && g < 230 && b < 30) n.green++;
-        if (r < 30 && g < 30 && b > 220) n.blue++;
-        if (r > 220 && g > 220 && b < 40) n.yellow++;
-        if (r > 220 && g < 40 && b > 220) n.magenta++;
-    }
-    return n;
-}
 
 function overlay(img) {
     const glyph = { u1: 0, v1: 0, u2: 0.5, v2: 0.5, w: 60, h: 100, ofx: 0, ofy: 100 };
@@ -136,7 +123,7 @@ test('an overlay draws in WebGL with the world grid; its feature shows its texts
             return v.style.loaded && v.map.loaded;
         }, null, { timeout: 60000, polling: 100 });
         await settled(page);
-        const n = await page.evaluate(overlayColours);
+        const n = await page.evaluate(viewColours, true);
         const st = await page.evaluate(() => {
             const v = kelvor.chartkit.vectorMap;
             return { missing: Object.keys(v.missing), navrte: kelvor.chartkit.navrte.name,
@@ -158,7 +145,7 @@ test('an overlay draws in WebGL with the world grid; its feature shows its texts
         await page.waitForFunction(() => !cpApp.map.ctx3d);
         await page.evaluate(() => window.__lose.restoreContext());
         await page.waitForFunction(() => !!cpApp.map.ctx3d);
-        const after = await page.evaluate(overlayColours);
+        const after = await page.evaluate(viewColours, true);
         assert.ok(await page.evaluate(() => kelvor.chartkit.vectorMap.map.loaded), 'the map kept');
         assert.ok(after.green > 30, JSON.stringify(after));
 

@@ -21,8 +21,7 @@ function nullCtx(extra) {
 }
 
 test('straight-line CPA and its text, shown within 4200 s only', () => {
-    const ctx = client();
-    const nr = new ctx.kelvor.navrte('empty');
+    const nr = new (client().kelvor.navrte)('empty');
     const cases = [
         // [name, target dx, dy (grid metres, y south), speed, course, boat refLat, want, text]
         ['crossing meets at the same point', 1000, -1000, 5, 270, 1, { cpa: 0, tcpa: 200 }, /^.*m&nbsp;\/&nbsp;3min&nbsp;20s&nbsp;$/],
@@ -44,8 +43,7 @@ test('straight-line CPA and its text, shown within 4200 s only', () => {
 });
 
 test('fairway run and CPA along the line', () => {
-    const ctx = client();
-    const nr = new ctx.kelvor.navrte('fw');
+    const nr = new (client().kelvor.navrte)('fw');
     /* a channel 10 km due north, then 5 km east */
     nr.x = [X0, X0, X0 + 5000];
     nr.y = [Y0, Y0 - 10000, Y0 - 10000];
@@ -113,8 +111,7 @@ test('ship type, navigational status and ETA texts', () => {
 });
 
 test('rows merge into records; stale records go in the render pass', () => {
-    const ctx = client();
-    const a = ctx.kelvor.ais;
+    const ctx = client(), a = ctx.kelvor.ais;
     ctx.kelvor.boat.loctime = 100000;
     ctx.kelvor.chartkit.navrte = new ctx.kelvor.navrte('empty');
     const X = Math.round(X0 + 1000), Y = Math.round(Y0 - 1000);
@@ -163,8 +160,7 @@ test('the target list takes the nearest 30 shown targets', () => {
 });
 
 test('target dialog rows: short and long form, the swapped longitude letters', () => {
-    const ctx = client();
-    const a = ctx.kelvor.ais;
+    const ctx = client(), a = ctx.kelvor.ais;
     ctx.kelvor.settings.k.I.i_settings_geofmt = 1;
     const e = { user: 211000001, name: '211000001', callsign: 'DABC', bow: 50, stern: 10, port: 5, starboard: 6,
         draught: 42, hdg: 511, COG: 'n/a', SOG: 'n/a', rot: -128, CPA: false, lat: 54.5, lon: 10.25, time: 0,

@@ -25,8 +25,7 @@ function alarm(ctx, type, pts) {
 }
 
 test('side of a point against line and circle alarms', () => {
-    const ctx = client();
-    const A = ctx.kelvor.alarm;
+    const ctx = client(), A = ctx.kelvor.alarm;
     const circle = alarm(ctx, 1, [[0, 0], [100, 0]]);
     const line = alarm(ctx, 0, [[0, 0], [100, 0]]);
     const bend = alarm(ctx, 0, [[0, 0], [100, 0], [100, 100]]);
@@ -45,8 +44,7 @@ test('side of a point against line and circle alarms', () => {
 
 /* Inside a circle, firing on leaving and the acknowledge are the circle alarm journey's. */
 test('an armed alarm repeats until answered, then guards the way back; a line passed round its end stays quiet', () => {
-    const ctx = client();
-    const A = ctx.kelvor.alarm;
+    const ctx = client(), A = ctx.kelvor.alarm;
     const al = alarm(ctx, 1, [[0, 0], [100, 0]]);
     A.activeAlarm = al;
     A.on();
@@ -67,8 +65,7 @@ test('an armed alarm repeats until answered, then guards the way back; a line pa
 });
 
 test('stored form keeps key order and loads locked and disarmed', () => {
-    const ctx = client();
-    const A = ctx.kelvor.alarm;
+    const ctx = client(), A = ctx.kelvor.alarm;
     A.load('[{"name":"Anchor","m":[{"name":"AP 1","x":10.4,"y":20},{"name":"AP 2","x":60,"y":20}],' +
         '"color":"#0000ff","note":"","noauto":false,"aType":1},{"name":"bad","m":[{"x":1,"y":1}]},7]');
     assert.strictEqual(ctx.kelvor.alarmList.length, 1);
@@ -82,8 +79,7 @@ test('stored form keeps key order and loads locked and disarmed', () => {
 });
 
 test('a line alarm is picked like a route, past its ends too', () => {
-    const ctx = client();
-    const A = ctx.kelvor.alarm;
+    const ctx = client(), A = ctx.kelvor.alarm;
     ctx.kelvor.alarmList = [alarm(ctx, 0, [[0, 0], [100, 0], [200, 0]])];
     const cases = [
         // [pick, want insert index or false]; tolerance 10
@@ -100,8 +96,7 @@ test('a line alarm is picked like a route, past its ends too', () => {
 });
 
 test('alarm bar, notes and the armed and selected style', () => {
-    const ctx = client();
-    const A = ctx.kelvor.alarm;
+    const ctx = client(), A = ctx.kelvor.alarm;
     const els = {
         cp_alarm_dash: { innerHTML: '' },
         np_nob_comment: { children: [{ innerHTML: '' }] },

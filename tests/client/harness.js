@@ -25,13 +25,8 @@ function makeXhr(ctx) {
             ctx.requests.push({ method: this._m, url: this._u, body: body });
             const r = this._u === '/hostversion' ? JSON.stringify(HOST) : ctx.route(this._m, this._u, body);
             this.readyState = 4;
-            if (typeof r === 'number') {
-                this.status = r;
-                this.responseText = '404 File not found';
-            } else {
-                this.status = 200;
-                this.responseText = r;
-            }
+            this.status = typeof r === 'number' ? r : 200;
+            this.responseText = typeof r === 'number' ? '404 File not found' : r;
             if (this.onreadystatechange) this.onreadystatechange();
         };
     };
@@ -44,19 +39,11 @@ function load(scripts, route) {
         navigator: { userAgent: 'Mozilla/5.0 (X11; Linux x86_64) Chrome/87.0' },
         requests: [],
         route: route || (() => 404),
+        setTimeout: () => 0, clearTimeout() {}, setInterval: () => 0, clearInterval() {},
+        document: { getElementById: () => null, getElementsByClassName: () => [], querySelector: () => null,
+            querySelectorAll: () => [], addEventListener() {} },
     };
     ctx.window = ctx;
-    ctx.setTimeout = () => 0;
-    ctx.clearTimeout = () => {};
-    ctx.setInterval = () => 0;
-    ctx.clearInterval = () => {};
-    ctx.document = {
-        getElementById: () => null,
-        getElementsByClassName: () => [],
-        querySelector: () => null,
-        querySelectorAll: () => [],
-        addEventListener: () => {},
-    };
     ctx.XMLHttpRequest = makeXhr(ctx);
     vm.createContext(ctx);
     vm.runInContext(fs.readFileSync(path.join(MODULES, 'transformation-matrix-js/matrix.js'), 'utf8'), ctx);

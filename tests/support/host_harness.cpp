@@ -63,13 +63,8 @@ static bool waitPortFree(int timeoutMs) {
     return true;
 }
 
-Host::Host(const std::string &home) {
-    if (home.empty()) {
-        home_ = makeTempDir("mareplot-home-");
-        ownHome_ = true;
-    } else {
-        home_ = home;
-    }
+Host::Host(const std::string &home) : home_(home.empty() ? makeTempDir("mareplot-home-") : home) {
+    ownHome_ = home.empty();
     outPath_ = home_ + "/.host-output";
     // Whatever answers now is a stranger (SO_REUSEPORT even lets ours listen
     // beside it); a host that is just going gets a moment.

@@ -1,5 +1,7 @@
 // Buffers over a socketpair: lines, counted blocks, end of stream, growth,
-// url_decode and replies larger than the socket takes at once.
+// url_decode's early exits and replies larger than the socket takes at once.
+// (Over-long lines and an escape at the very end go through the host in the
+// black-box long-input and spine tests.)
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -96,21 +98,6 @@ TEST(BuffGetLine, LineArrivingInPiecesIsJoined) {
     EXPECT_STREQ("X", buffGetLine(&in.b));
 }
 
-TEST(BuffGetLine, OverlongLineIsCutAtCapacity) {
-    Pair p;
-    Buf in(p.in);
-    std::string big(10240 + 100, 'a');
-    std::thread writer([&] { p.write(big + "\n"); });
-    char *line = buffGetLine(&in.b);
-    ASSERT_NE(line, nullptr);
-    EXPECT_EQ(10240u, strlen(line));
-    EXPECT_EQ(10240, in.b.lineLength);
-    char *rest = buffGetLine(&in.b);
-    writer.join();
-    ASSERT_NE(rest, nullptr);
-    EXPECT_EQ(100u, strlen(rest));
-}
-
 TEST(BuffGetData, CountedBlocksGrowthAndShortBlocks) {
     Pair p;
     Buf in(p.in);
@@ -136,7 +123,6 @@ TEST(UrlDecode, EscapesAndEarlyExits) {
         const char *out;  // as read after decoding in place
         int result;
     } cases[] = {
-        {"/a%2fB%2F", "/a/B/B%2F", 0},  // escape at the very end: early exit keeps the raw tail
         {"/a%", "/a%", 0},
         {"/a%2", "/a 2", 0},  // the high half is written before the exit
         {"", "", 0},

@@ -26,9 +26,7 @@ inline std::string makeTempDir(const std::string &prefix) {
 /* Removes a tree under /tmp; other paths are left alone. */
 inline void removeTree(const std::string &path) {
     if (path.size() < 6 || path.compare(0, 5, "/tmp/") != 0) return;
-    std::string cmd = "rm -rf '" + path + "'";
-    if (system(cmd.c_str()) != 0) {
-    }
+    if (system(("rm -rf '" + path + "'").c_str()) != 0) return;
 }
 
 inline std::string readFile(const std::string &path) {

@@ -14,6 +14,7 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "support/host_harness.h"
@@ -116,11 +117,21 @@ inline std::string sqlColumn(const std::string &db, const std::string &sql) {
     return out;
 }
 
-/* Runs one INSERT with the values bound by bind. */
-inline bool insert(sqlite3 *db, const char *sql, const std::function<void(sqlite3_stmt *)> &bind) {
+/* Runs one INSERT with vals bound in order: numbers as integers, texts
+** with their byte count (NUL bytes stay), as BLOBs when blobs is set. */
+inline bool insert(sqlite3 *db, const char *sql, const std::vector<std::variant<int64_t, std::string>> &vals,
+                   bool blobs = false) {
     sqlite3_stmt *st = NULL;
     if (sqlite3_prepare_v2(db, sql, -1, &st, NULL) != SQLITE_OK) return false;
-    bind(st);
+    for (int i = 0; i < (int)vals.size(); i++) {
+        const std::string *t = std::get_if<std::string>(&vals[i]);
+        if (t == NULL)
+            sqlite3_bind_int64(st, i + 1, std::get<int64_t>(vals[i]));
+        else if (blobs)
+            sqlite3_bind_blob(st, i + 1, t->data(), (int)t->size(), SQLITE_TRANSIENT);
+        else
+            sqlite3_bind_text(st, i + 1, t->data(), (int)t->size(), SQLITE_TRANSIENT);
+    }
     bool ok = sqlite3_step(st) == SQLITE_DONE;
     sqlite3_finalize(st);
     return ok;
@@ -141,26 +152,12 @@ inline bool writePack(const std::string &path, const Pack &p) {
               exec(db, "INSERT INTO tides VALUES (167,1420066800,120,1),(167,1420070400,-35,2)");
     if (ok && p.withTiles)
         ok = exec(db, "CREATE TABLE tiles (verid INTEGER,\t\tzyx INTEGER PRIMARY KEY,\t\tpng BLOB)");
-    for (const Kv &r : p.kv)  // values as TEXT with their byte count: NUL bytes stay
-        ok = ok && insert(db, "INSERT INTO kvt VALUES (?,?,?,?)", [&](sqlite3_stmt *st) {
-                 sqlite3_bind_text(st, 1, r.k.c_str(), -1, SQLITE_TRANSIENT);
-                 sqlite3_bind_text(st, 2, r.v.data(), (int)r.v.size(), SQLITE_TRANSIENT);
-                 sqlite3_bind_int(st, 3, r.t);
-                 sqlite3_bind_text(st, 4, r.l.c_str(), -1, SQLITE_TRANSIENT);
-             });
+    for (const Kv &r : p.kv)
+        ok = ok && insert(db, "INSERT INTO kvt VALUES (?,?,?,?)", {r.k, r.v, (int64_t)r.t, r.l});
     for (const Tile &t : p.withTiles ? p.tiles : std::vector<Tile>())
-        ok = ok && insert(db, "INSERT INTO tiles (zyx,png) VALUES (?,?)", [&](sqlite3_stmt *st) {
-                 sqlite3_bind_int64(st, 1, zyx(t.z, t.y, t.x));
-                 sqlite3_bind_blob(st, 2, t.png.data(), (int)t.png.size(), SQLITE_TRANSIENT);
-             });
+        ok = ok && insert(db, "INSERT INTO tiles (zyx,png) VALUES (?,?)", {zyx(t.z, t.y, t.x), t.png}, true);
     for (const Place &g : p.gaz)
-        ok = ok && insert(db, "INSERT INTO gaz VALUES (?,?,?,?,?)", [&](sqlite3_stmt *st) {
-                 sqlite3_bind_int(st, 1, g.x);
-                 sqlite3_bind_int(st, 2, g.y);
-                 sqlite3_bind_text(st, 3, g.c.c_str(), -1, SQLITE_TRANSIENT);
-                 sqlite3_bind_int(st, 4, g.r);
-                 sqlite3_bind_text(st, 5, g.n.c_str(), -1, SQLITE_TRANSIENT);
-             });
+        ok = ok && insert(db, "INSERT INTO gaz VALUES (?,?,?,?,?)", {(int64_t)g.x, (int64_t)g.y, g.c, (int64_t)g.r, g.n});
     ok = ok && exec(db, "COMMIT");
     sqlite3_close(db);
     return ok;

@@ -89,6 +89,18 @@ static void add_track(ResponseBuffer *out, int32_t since) {
     sqlite3_mutex_leave(mrApp.dbMutex);
 }
 
+/* The fix's measured numbers in the status reply, in reply order, each with
+** the decimals it is given. */
+static const struct {
+    const char *name;
+    double GpsFix::*field;
+    int decimals;
+} status_numbers[] = {
+    {"latY", &GpsFix::latY, 6}, {"lonX", &GpsFix::lonX, 6}, {"hdg", &GpsFix::hdg, 0},
+    {"cog", &GpsFix::cog, 0},   {"dpt", &GpsFix::dpt, 1},   {"wdir", &GpsFix::wdir, 1},
+    {"wspd", &GpsFix::wspd, 1}, {"sog", &GpsFix::sog, 1},   {"hdop", &GpsFix::hdop, 1},
+};
+
 /* Stores interval, distance and on from text into gpsfix and replies with
 ** the status JSON; since (the fourth number) selects the track points. A
 ** request without a fourth number asks for none. Returns 0. */
@@ -106,15 +118,9 @@ int getSetHostStat(ResponseBuffer *out, const char *text, const char *body, int 
     buffReset(out);
     add_fragment(out, "{\"navtime\":%d,", (int32_t)MR_LOAD(g->navtime));
     add_fragment(out, "\"fix\":%d,", MR_LOAD(g->fix));
-    add_fragment(out, "\"latY\":%.6lf,", MR_LOAD(g->latY));
-    add_fragment(out, "\"lonX\":%.6lf,", MR_LOAD(g->lonX));
-    add_fragment(out, "\"hdg\":%.0lf,", MR_LOAD(g->hdg));
-    add_fragment(out, "\"cog\":%.0lf,", MR_LOAD(g->cog));
-    add_fragment(out, "\"dpt\":%.1lf,", MR_LOAD(g->dpt));
-    add_fragment(out, "\"wdir\":%.1lf,", MR_LOAD(g->wdir));
-    add_fragment(out, "\"wspd\":%.1lf,", MR_LOAD(g->wspd));
-    add_fragment(out, "\"sog\":%.1lf,", MR_LOAD(g->sog));
-    add_fragment(out, "\"hdop\":%.1lf,", MR_LOAD(g->hdop));
+    for (size_t i = 0; i < sizeof(status_numbers) / sizeof(status_numbers[0]); i++)
+        add_fragment(out, "\"%s\":%.*lf,", status_numbers[i].name, status_numbers[i].decimals,
+                     MR_LOAD(g->*status_numbers[i].field));
     add_fragment(out, "\"rot\":%d,", MR_LOAD(g->rot));
     add_fragment(out, "\"aisuserid\":%u,", MR_LOAD(g->aisuserid));
     getAisData(out);

@@ -4,10 +4,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "chartkit/kit_support.h"
@@ -201,25 +199,6 @@ TEST_F(Download, EmptyPackNeedsNoServer) {
     EXPECT_TRUE(fileExists(packFile(7)));
     EXPECT_EQ("", readFile(packFile(7)));
     EXPECT_FALSE(fileExists(tempFile(7)));
-}
-
-// A stalled server is noticed through the receive timeout of 60.1 seconds;
-// a cancel waits for it. Run with MAREPLOT_SLOW_TESTS=1.
-TEST_F(Download, SlowStalledServerIsLeftAfterTheReceiveTimeout) {
-    if (!getenv("MAREPLOT_SLOW_TESTS")) GTEST_SKIP() << "set MAREPLOT_SLOW_TESTS=1 to run";
-    const std::string pack = makePack(5, 300000);
-    ChartServer server(packs_, {"--stall-after", "100000"});
-    useServer(server);
-    startHost();
-    dl(start(5, pack));
-    waitBytes(65536);
-    EXPECT_EQ(3, dl("**").s);
-    std::this_thread::sleep_for(std::chrono::seconds(55));
-    EXPECT_EQ(3, dl("*").s);  // still inside the receive
-    DlStatus done = waitIdle(15000);
-    EXPECT_EQ(-7, done.e);
-    EXPECT_EQ(65536, done.b);
-    EXPECT_EQ(pack.substr(0, 65536), readFile(tempFile(5)));
 }
 
 TEST(GetCrc32, ReportsCrcAndSizeOfAFileOnDisk) {

@@ -173,15 +173,4 @@ TEST_F(Spine, RoutesOfTheSpine) {
     EXPECT_TRUE(q.closedWithin(3000));
 }
 
-// The receive timeout of 120.1 seconds; run with MAREPLOT_SLOW_TESTS=1.
-TEST(SlowSpine, IdleConnectionClosedAfterTimeout) {
-    if (!getenv("MAREPLOT_SLOW_TESTS")) GTEST_SKIP() << "set MAREPLOT_SLOW_TESTS=1 to run";
-    Host host;
-    Conn c;
-    c.send("GET /hostversion HTTP/1.1\r\n\r\n");
-    ASSERT_TRUE(c.read().complete);
-    EXPECT_TRUE(c.silentFor(119000));
-    EXPECT_TRUE(c.closedWithin(3000));
-}
-
 }  // namespace

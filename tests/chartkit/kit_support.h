@@ -66,19 +66,23 @@ inline Run run(const std::vector<std::string> &args) {
     return r;
 }
 
-/* The first column of the first row of sql on database db (made when
-** missing), args bound in order, as bytes; "(none)" for no row or NULL. */
+/* Runs the statements of sql on database db (made when missing), args bound
+** to the last; its first column of the first row as bytes, "(none)" for no
+** row or NULL. */
 inline std::string sqlOne(const std::string &db, const std::string &sql, const std::vector<std::string> &args = {}) {
     sqlite3 *h = nullptr;
     sqlite3_stmt *st = nullptr;
     std::string v = "(none)";
     sqlite3_open(db.c_str(), &h);
-    if (sqlite3_prepare_v2(h, sql.c_str(), -1, &st, nullptr) == SQLITE_OK) {
-        for (size_t i = 0; i < args.size(); i++) sqlite3_bind_text(st, (int)i + 1, args[i].c_str(), -1, SQLITE_STATIC);
-        if (sqlite3_step(st) == SQLITE_ROW && sqlite3_column_type(st, 0) != SQLITE_NULL)
+    for (const char *next = sql.c_str(); *next && sqlite3_prepare_v2(h, next, -1, &st, &next) == SQLITE_OK;) {
+        for (size_t i = 0; *next == 0 && i < args.size(); i++)
+            sqlite3_bind_text(st, (int)i + 1, args[i].c_str(), -1, SQLITE_STATIC);
+        v = "(none)";
+        if (st && sqlite3_step(st) == SQLITE_ROW && sqlite3_column_type(st, 0) != SQLITE_NULL)
             v.assign((const char *)sqlite3_column_blob(st, 0), (size_t)sqlite3_column_bytes(st, 0));
+        sqlite3_finalize(st);
+        st = nullptr;
     }
-    sqlite3_finalize(st);
     sqlite3_close(h);
     return v;
 }

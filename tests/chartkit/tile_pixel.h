@@ -37,15 +37,8 @@ inline uint32_t pngPixel(const std::string &png, int col, int row) {
     cairo_surface_t *s = pc_decodePng(png.data(), png.size());
     uint32_t px = 0;
     if (cairo_surface_status(s) == CAIRO_STATUS_SUCCESS) {
-        cairo_surface_t *img = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, CP_TILE_SIZE, CP_TILE_SIZE);
-        cairo_t *cr = cairo_create(img);
-        cairo_set_source_surface(cr, s, 0, 0);
-        cairo_set_operator(cr, CAIRO_OPERATOR_SOURCE);
-        cairo_paint(cr);
-        cairo_destroy(cr);
-        cairo_surface_flush(img);
-        memcpy(&px, cairo_image_surface_get_data(img) + row * cairo_image_surface_get_stride(img) + col * 4, 4);
-        cairo_surface_destroy(img);
+        memcpy(&px, cairo_image_surface_get_data(s) + row * cairo_image_surface_get_stride(s) + col * 4, 4);
+        if (cairo_image_surface_get_format(s) == CAIRO_FORMAT_RGB24) px |= 0xff000000u; /* no alpha kept */
     }
     cairo_surface_destroy(s);
     return px;

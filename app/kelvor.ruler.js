@@ -161,14 +161,14 @@ kelvor.ruler.menu = function () {
     cpApp.update();
 };
 
-/* The two end points of each stored ruler load; one with fewer is
-** passed over. */
+/* The two end points of each stored ruler load; one with fewer, or with
+** an end point that is not an object, is passed over. */
 kelvor.ruler.load = function (text) {
     var U = kelvor.ruler, R = kelvor.route, M = kelvor.marker;
     var l = kelvor.aux.parseList(text);
     for (var i = 0; i < l.length; i++) {
         var o = l[i];
-        if (!o || !Array.isArray(o.m) || o.m.length < 2) continue;
+        if (!o || !Array.isArray(o.m) || o.m.length < 2 || !o.m[0] || !o.m[1]) continue;
         var r = R.restoreItem(U, o);
         for (var j = 0; j < 2; j++) {
             var p = o.m[j];

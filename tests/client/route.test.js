@@ -150,8 +150,9 @@ test('stored forms: key order, icons, and the XTE name on the second save', () =
 
     const ruler = '[{"name":"R","note":"","m":[{"name":"a","x":0,"y":0},{"name":"b","x":3,"y":4,"noauto":true,' +
         '"note":"pier"}],"color":"#ff00ff","noauto":false}]';
-    kelvor.ruler.load(ruler);
-    assert.strictEqual(JSON.stringify(kelvor.rulerList), ruler, 'ruler points keep noauto and note');
+    kelvor.ruler.load('[{"name":"bad","m":[null,{"x":1,"y":1}]},' + ruler.slice(1));
+    assert.strictEqual(JSON.stringify(kelvor.rulerList), ruler,
+        'ruler points keep noauto and note; a null point drops its ruler');
 });
 
 test('a moved point is named by the gazetteer unless the user named it; a locked marker does not move', () => {

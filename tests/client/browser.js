@@ -149,21 +149,8 @@ async function setAndReload(page, fn, arg) {
     await loaded(page);
 }
 
-/* Stores settings (objects merged one level deep) with the wizard done, and reloads. */
-function configure(page, settings) {
-    return setAndReload(page, (s) => {
-        const k = kelvor.settings.k;
-        k.wizzard = COREVERSION;
-        for (const key of Object.keys(s)) {
-            const v = s[key];
-            if (v && typeof v === 'object' && !Array.isArray(v) && k[key]) Object.assign(k[key], v);
-            else k[key] = v;
-        }
-    }, settings);
-}
-
-/* Starts a host (with syntheticPack() when opts.synthetic) and opens the page, configured with
-** opts.settings when given. close() fails on script errors the page raised. */
+/* Starts a host (with syntheticPack() when opts.synthetic) and opens the page with opts.settings
+** stored (objects merged one level deep) and the wizard done. close() fails on script errors. */
 async function start(opts) {
     const o = opts || {};
     const host = await startHost();
@@ -173,7 +160,16 @@ async function start(opts) {
         b = await openPage(o);
         await b.page.goto(PAGE);
         await loaded(b.page);
-        if (o.settings) await configure(b.page, o.settings);
+        if (o.settings) {
+            await setAndReload(b.page, (s) => {
+                const k = kelvor.settings.k;
+                k.wizzard = COREVERSION;
+                for (const [key, v] of Object.entries(s)) {
+                    if (v && typeof v === 'object' && !Array.isArray(v) && k[key]) Object.assign(k[key], v);
+                    else k[key] = v;
+                }
+            }, o.settings);
+        }
     } catch (e) {
         if (b) await b.close();
         await host.stop();
@@ -210,5 +206,5 @@ async function drag(page, from, to) {
     await page.mouse.up();
 }
 
-module.exports = { startHost, openPage, loaded, settled, setAndReload, configure, start, withPage, drag, until,
-    syntheticPack, PNG, PAGE, ORIGIN, MAREPLOTD };
+module.exports = { startHost, openPage, loaded, settled, setAndReload, start, withPage, drag, until, syntheticPack,
+    PNG, PAGE, MAREPLOTD };

@@ -48,9 +48,7 @@ test('fairway run and CPA along the line', () => {
     nr.x = [X0, X0, X0 + 5000];
     nr.y = [Y0, Y0 - 10000, Y0 - 10000];
     nr.setBoat(X0 + 10, Y0 - 1000, 5, 0, 50, 1);
-    assert.ok(nr.b, 'boat is on the fairway');
-    assert.strictEqual(Math.round(nr.b.run), 1000);
-    assert.strictEqual(nr.b.dir, 1);
+    assert.deepStrictEqual(nr.b && [Math.round(nr.b.run), nr.b.dir], [1000, 1], 'the boat on the fairway');
 
     const runs = [
         // [name, x, y, cog, run or false, dir]
@@ -61,16 +59,12 @@ test('fairway run and CPA along the line', () => {
     ];
     for (const [name, x, y, cog, run, dir] of runs) {
         const r = nr.run(x, y, cog);
-        if (run === false) { assert.strictEqual(r, false, name); continue; }
-        assert.strictEqual(Math.round(r.run), run, name);
-        assert.strictEqual(r.dir, dir, name);
+        assert.deepStrictEqual(r && [Math.round(r.run), r.dir], run === false ? false : [run, dir], name);
     }
 
     const c = nr.cpa(X0 - 20, Y0 - 5000, 5, 180);
-    assert.strictEqual(Math.round(c.tcpa), 400);
-    assert.strictEqual(Math.round(c.cpa), 30, 'difference of the lateral offsets');
-    assert.strictEqual(c.cdir, ' ');
-    assert.ok(c.CPA.startsWith(' '));
+    assert.deepStrictEqual([Math.round(c.tcpa), Math.round(c.cpa), c.cdir, c.CPA[0]], [400, 30, ' ', ' '],
+        'cpa: the difference of the lateral offsets');
     /* a target ahead running away at the same speed never meets */
     assert.strictEqual(nr.cpa(X0, Y0 - 5000, 5, 0).CPA, false);
     /* off the fairway: straight line, no run */
@@ -83,19 +77,10 @@ test('fairway run and CPA along the line', () => {
 
 test('ship type, navigational status and ETA texts', () => {
     const a = client().kelvor.ais;
-    const types = [
-        [29, 'Wing in ground (WIG), Reserved for future use'],
-        [100, 'Pleasure Craft, MrAppUser'],
-        [101, '101'],
-        [0, '0'],
-    ];
-    for (const [t, want] of types) assert.strictEqual(a.shipType(t), want, `type ${t}`);
-
-    const stats = [
-        [{ stat: 15, user: 211000001 }, 'undefined'],
-        [{ stat: 15, user: 970000001 }, 'AIS SART TEST'],
-    ];
-    for (const [e, want] of stats) assert.strictEqual(a.navStatus(e), want);
+    assert.deepStrictEqual([29, 100, 101, 0].map(a.shipType),
+        ['Wing in ground (WIG), Reserved for future use', 'Pleasure Craft, MrAppUser', '101', '0']);
+    assert.deepStrictEqual([211000001, 970000001].map((user) => a.navStatus({ stat: 15, user })),
+        ['undefined', 'AIS SART TEST'], 'status 15 of a SART under test');
 
     const eta = (mo, d, h, mi) => (mo << 16) | (d << 11) | (h << 6) | mi;
     const etas = [

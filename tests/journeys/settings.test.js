@@ -28,7 +28,6 @@ function visibleTexts(page) {
     });
 }
 
-
 async function boatDash(page) {
     await j.click(page, '#cp_boat');
     await j.waitInView(page, '#cp_boat_dash');

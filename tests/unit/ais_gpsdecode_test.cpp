@@ -4,12 +4,12 @@
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <string>
 #include <vector>
 
 #include "support/ais_encoder.h"
+#include "support/files.h"
 
 // The value of "key" in a one-line JSON object: a string without its
 // quotes, true/false as 1/0, or the number's text.
@@ -72,30 +72,24 @@ TEST(AisGpsdecode, EncoderAgreesWithGpsd) {
     if (system("command -v gpsdecode >/dev/null 2>&1") != 0)
         GTEST_SKIP() << "gpsdecode not installed (Debian package gpsd-clients)";
 
-    const int types[] = {1, 2, 3, 4, 5, 9, 18, 19, 21, 24, 124};
     aisenc::Rng rng(20240605);
     std::vector<std::pair<int, aisenc::Message>> table;
-    char path[] = "/tmp/ais_gpsdecode_XXXXXX";
-    int fd = mkstemp(path);
-    ASSERT_GE(fd, 0);
-    FILE *f = fdopen(fd, "w");
-    for (int type : types) {
+    std::string text;
+    for (int type : {1, 2, 3, 4, 5, 9, 18, 19, 21, 24, 124}) {
         for (int i = 0; i < 300; i++) {
             table.emplace_back(type, aisenc::randomMessage(rng, type));
-            for (const std::string &s : table.back().second.sentences("AIVDM", 1 + i % 70, i % 10))
-                fprintf(f, "%s\n", s.c_str());
+            for (const std::string &s : table.back().second.sentences("AIVDM", 1 + i % 70, i % 10)) text += s + "\n";
         }
     }
-    fclose(f);
-
-    std::string cmd = std::string("gpsdecode -u -s < ") + path;
-    FILE *p = popen(cmd.c_str(), "r");
+    const std::string dir = makeTempDir("ais-gpsdecode-");
+    writeFile(dir + "/in.nmea", text);
+    FILE *p = popen(("gpsdecode -u -s < " + dir + "/in.nmea").c_str(), "r");
     ASSERT_NE(nullptr, p);
     std::vector<std::string> lines;
     char buf[4096];
     while (fgets(buf, sizeof(buf), p)) lines.push_back(buf);
     pclose(p);
-    unlink(path);
+    removeTree(dir);
 
     ASSERT_EQ(table.size(), lines.size());
     for (size_t i = 0; i < table.size(); i++) {

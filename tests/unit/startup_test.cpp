@@ -33,7 +33,6 @@ TEST(SettlePacks, DecisionsByStampAndFiles) {
         const char *stamp;
         bool pack2, replaced;
     } cases[] = {
-        {"same version, both present", "M.1.16.568", true, false},
         {"other version", "M.1.15.000", true, true},
         {"same version, pack 2 missing", "M.1.16.568", false, true},
         {"short stamp", "M.1.16", true, true},

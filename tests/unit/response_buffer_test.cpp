@@ -33,13 +33,6 @@ struct Pair {
         close(out);
         out = -1;
     }
-    std::string drain() {
-        std::string all;
-        char buf[65536];
-        ssize_t r;
-        while ((r = recv(in, buf, sizeof buf, MSG_DONTWAIT)) > 0) all.append(buf, (size_t)r);
-        return all;
-    }
 };
 
 struct Buf {

@@ -119,8 +119,7 @@ TEST_F(Download, OutcomesByServerBehaviourAndHeldBytes) {
          true},
         {"six drops in a row", {"--drop-after", "30000"}, 0, false, 0, -3, 0, std::vector<int>(6, 0), 1,
          false},
-        // a reply the host cannot use is not retried (chunked and length-less
-        // replies are the header unit tests')
+        // a reply the host cannot use is not retried (the header readings are unit tests)
         {"zero length", {"--zero-length"}, 0, false, 0, -2, -2, {0}, -1, false},
         // a failed CRC never replaces the pack in place
         {"wrong bytes", {"--wrong-bytes"}, 0, true, 0, -5, kWhole, {0}, 0, false},

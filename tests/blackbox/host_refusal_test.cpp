@@ -3,7 +3,6 @@
 // host on the same data directory.
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 
 #include "chartkit/kit_support.h"
@@ -70,30 +69,20 @@ TEST(ForeignPages, RefusedBeforeAnyRouteRuns) {
     EXPECT_NE(std::string::npos, printed.find("(Origin: http://evil.example)\n")) << printed;
 }
 
-TEST(SecondHost, SameDataDirectoryIsRefusedUntilTheFirstIsGone) {
-    const std::string home = makeTempDir("mareplot-home-");
-    auto first = std::make_unique<Host>(home);
-    ASSERT_TRUE(first->running());
-    const std::string dir = first->dataDir();
+// (That a killed host leaves no lock behind, the crash test's 20 restarts show.)
+TEST(SecondHost, SameDataDirectoryIsRefused) {
+    Host first;
+    ASSERT_TRUE(first.running());
+    const std::string dir = first.dataDir();
     // a stamp of another version would make a starting host write the packs
     writeFile(dir + "/version.key", "M.0.00.000");
-
     // a second host that kept running is ended after 10 s (status 124)
-    kit::Run second = kit::run({"timeout", "-k", "2", "10", "env", "-u", "XDG_DATA_HOME", "HOME=" + home,
+    kit::Run second = kit::run({"timeout", "-k", "2", "10", "env", "-u", "XDG_DATA_HOME", "HOME=" + first.home(),
                                 MAREPLOTD_PATH});
     EXPECT_EQ(1, second.status);
     EXPECT_EQ("mareplot is already running with " + dir + "\n", second.out + second.err);
     EXPECT_EQ("M.0.00.000", readFile(dir + "/version.key"));
     EXPECT_EQ("HTTP/1.1 200 OK", httpGet("/hostversion").statusLine);
-
-    // a host killed outright leaves the lock file behind, but not the lock
-    first.reset();
-    Host again(home);
-    EXPECT_TRUE(again.running());
-    EXPECT_EQ("HTTP/1.1 200 OK", httpGet("/hostversion").statusLine);
-    EXPECT_EQ("M.1.16.568", readFile(dir + "/version.key"));
-    again.stop();
-    removeTree(home);
 }
 
 }  // namespace

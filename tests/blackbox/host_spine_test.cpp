@@ -114,8 +114,7 @@ TEST_F(Spine, ConnectionEndings) {
 }
 
 TEST_F(Spine, QuitLetsAnIdleConnectionFinishItsNextRequest) {
-    // the loop serves a first request before it looks at running (after a
-    // reply it looks first, so a connection that had one would race)
+    // the loop serves a first request before it looks at running
     Conn idle;
     ASSERT_TRUE(idle.ok());
     {

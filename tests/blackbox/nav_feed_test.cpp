@@ -38,8 +38,7 @@ TEST(NavFeed, ConnectsOnceMovesThePositionAndDropsBadInput) {
     feed.sendLine(rmc("30.0000"));
     ASSERT_TRUE(waitFor([] { return latIs(30); }, 3000)) << status();
 
-    // the same string, or one with another own ship's MMSI, restarts nothing
-    // (a restart would mark the feed -1 at once)
+    // the same string, or one with another own ship's MMSI, restarts nothing (no -1)
     setMode(feedMode(feed.port()));
     setMode(feedMode(feed.port(), "244660000"));
     std::string st = status();

@@ -53,8 +53,7 @@ TEST(PackGuard, SwitchWhileServing) {
     for (int i = 0; i < 8; i++) threads.emplace_back(reader, i % 4 == 3 ? 1 + (i / 4) : 0);
     threads.emplace_back([&] {
         const char *names[] = {"A000005.marepack", "A000006.marepack", "missing.marepack"};
-        // each switch waits for 20 more replies, so that it falls among
-        // requests however the machine shares its time
+        // each switch waits for 20 more replies, so that it falls among requests
         for (int i = 0; i < 30 && bad == 0; i++) {
             if (!waitFor([&] { return served >= 20 * (i + 1) || bad != 0; }, 60000)) {
                 fail("readers served nothing for a minute");

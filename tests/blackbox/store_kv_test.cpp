@@ -21,8 +21,7 @@ void expectReply(const std::string &path, const std::string &status, const std::
     EXPECT_TRUE(body == r.body) << path << ": " << r.body.substr(0, 80);
 }
 
-/* An application pack of our own, kept by the host because the version
-** stamp matches. */
+/* An application pack of our own, kept as the version stamp matches. */
 Pack appPack() {
     Pack p;
     p.withTiles = false;

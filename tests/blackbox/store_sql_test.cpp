@@ -7,8 +7,7 @@
 using namespace testpack;
 
 namespace {
-/* A statement as a path: blanks, quotes and '?' escaped. (A path ending in
-** an escape is not decoded whole: the statements end plainly.) */
+/* A statement as a path: blanks, quotes and '?' escaped (none ends in one). */
 std::string enc(const std::string &s) {
     std::string o;
     for (char c : s) o += c == ' ' ? "%20" : c == '\'' ? "%27" : c == '?' ? "%3F" : std::string(1, c);

@@ -43,8 +43,7 @@ static bool holdsOpen(pid_t pid, const std::string &fileName) {
     return false;
 }
 
-// A keep-alive connection keeps its tile lookup between requests; a pack
-// switched or deleted elsewhere shows on its next request, and is closed.
+// A pack switched or deleted elsewhere shows on a kept connection's next request.
 TEST(Tiles, PackChangesReachAKeptConnection) {
     PackedHost h;
     const std::string tileA = standardPack("A").tiles[0].png, tileB = standardPack("B").tiles[0].png;

@@ -66,7 +66,6 @@ TEST_F(ChartkitServe, KitListAgreesWithInfoForEveryPack) {
     EXPECT_NE(std::string::npos, page.find("href=\"/kits.json\""));
 
     /* a pack replaced on disk is read again; the cache goes by size and time */
-    std::string sound = readFile(pack(12));
     ASSERT_EQ(0, make(12, "Sound, second edition", "bay.kap"));
     std::string after = kit::bodyOf(kit::get(server.port(), "/kits.json"));
     EXPECT_EQ("Sound, second edition", kit::jsonAt(after, "$.update.\"12\".name"));

@@ -54,7 +54,6 @@ TEST_F(NavUpdate, SentencesFillTheFix) {
          {{0, kRmc}, {0, "$GPGGA,123519,5430.0000,N,01012.0000,E,0,09,1.3,545.4,M,46.9,M,,*00"}}, {{"fix", 0}}},
         {"rmc after 998 gives 1", 1, 998, 0, {{0, kRmc}}, {{"fix", 1}}},
         {"rmc keeps an injected accuracy", 1, -20, 0, {{0, kRmc}}, {{"fix", -20}}},
-        {"rmc sets stat while connecting", 1, 0, -1, {{0, kRmc}}, {{"nmea_stat", 1}}},
         {"no rmc while connecting: 998", 1, 0, -1, {{0, "$HCHDG,101.1,,,7.1,W*00"}}, {{"fix", 998}, {"hdg", 101.1}}},
         {"position sentences ignored unless source is nmea", 0, 0, 0,
          {{0, kRmc}, {0, "$HCHDG,101.1,,,7.1,W*00"}, {0, "$SDDPT,12.3,0.5,1.0*00"}},

@@ -1,7 +1,9 @@
-// Buffers over a socketpair: lines, counted blocks, end of stream, growth,
-// url_decode's early exits and replies larger than the socket takes at once.
-// (Over-long lines and an escape at the very end go through the host in the
-// black-box long-input and spine tests.)
+// The HTTP layer's parts: buffers over a socketpair (lines, counted blocks,
+// end of stream, growth, replies larger than the socket takes at once),
+// url_decode's early exits, which header lines mark a request as coming from
+// a page elsewhere, and the line printed for a refusal. (Over-long lines, an
+// escape at the very end and the plain refusals go through the host in the
+// black-box long-input, spine and refusal tests.)
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -11,6 +13,7 @@
 #include <cstring>
 #include <vector>
 
+#include "http/request_guard.h"
 #include "http/response_buffer.h"
 
 namespace {
@@ -179,6 +182,45 @@ TEST(BuffSendHttp, FailedBodySendClearsKeepAlive) {
     p.in = -1;
     buffSendHttp(&out.b, nullptr, 4, 0);  // must not raise SIGPIPE
     EXPECT_EQ(0, out.b.keepAliveMax);
+}
+
+TEST(ForeignHeader, OriginAndHostLines) {
+    struct Case {
+        const char *line;
+        int foreign;
+    } cases[] = {
+        {"Origin: http://localhost:19999", 0},
+        {"origin:http://127.0.0.1:19999  ", 0},
+        {"Origin: http://127.0.0.1", 1},
+        {"Origin: http://127.0.0.1:8080", 1},
+        {"Origin: https://127.0.0.1:19999", 1},
+        {"Origin: http://127.0.0.1:19999.evil.example", 1},
+        {"Origin: null", 1},
+        {"Origin:", 1},
+        {"Host: 127.0.0.1", 0},
+        {"host:LOCALHOST:19999", 0},
+        {"Host: ", 1},
+        {"Sec-Fetch-Site: same-origin", 0},
+        {"sec-fetch-site: none", 0},
+        {"Sec-Fetch-Site: same-site", 1},
+        {"Sec-Fetch-Site: same-origin-x", 1},
+        {"Referer: http://evil.example/", 0},
+        {"Hostname: evil.example", 0},
+        {"X-Origin: http://evil.example", 0},
+    };
+    for (const Case &c : cases) EXPECT_EQ(c.foreign, http_foreign_header(c.line, 19999)) << c.line;
+}
+
+// The header text came from outside: the printed line shows at most 100
+// characters of it, control bytes made harmless. (The reply on the wire is
+// checked by the black-box test.)
+TEST(Refuse, PrintsOneHarmlessLine) {
+    Pair p;
+    Buf out(p.out);
+    testing::internal::CaptureStdout();
+    http_refuse(&out.b, ("Origin: http://evil.example\x1b[2J" + std::string(300, 'a')).c_str());
+    EXPECT_EQ("refused a request from a foreign page (Origin: http://evil.example?[2J" + std::string(69, 'a') + ")\n",
+              testing::internal::GetCapturedStdout());
 }
 
 }  // namespace

@@ -13,7 +13,9 @@
 #include <gdal.h>
 #include <ogr_api.h>
 
+#include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 /* Object class codes of the features the tests write. */
@@ -53,14 +55,25 @@ struct S57CellWriter {
         ds = NULL;
     }
 
+    /* Sets integer fields of f by name. */
+    static void setInts(OGRFeatureH f, std::initializer_list<std::pair<const char *, int>> ints) {
+        for (const auto &i : ints) OGR_F_SetFieldInteger(f, OGR_F_GetFieldIndex(f, i.first), i.second);
+    }
+
+    /* Writes f to layer l with geometry g (none when NULL) and frees it. */
+    void add(OGRLayerH l, OGRFeatureH f, OGRGeometryH g) {
+        if (g != NULL) OGR_F_SetGeometryDirectly(f, g);
+        if (OGR_L_CreateFeature(l, f) != OGRERR_NONE) ok = false;
+        OGR_F_Destroy(f);
+    }
+
     /* An isolated (rcnm 110) or connected node (120); with depths, a
     ** sounding group of one position per depth. */
     int node(int rcnm, const std::vector<double> &lonLat, const std::vector<double> &depths = {}) {
         OGRLayerH l = GDALDatasetGetLayerByName(ds, rcnm == 110 ? "IsolatedNode" : "ConnectedNode");
         OGRFeatureH f = OGR_F_Create(OGR_L_GetLayerDefn(l));
         int id = nextVector++;
-        OGR_F_SetFieldInteger(f, OGR_F_GetFieldIndex(f, "RCNM"), rcnm);
-        OGR_F_SetFieldInteger(f, OGR_F_GetFieldIndex(f, "RCID"), id);
+        setInts(f, {{"RCNM", rcnm}, {"RCID", id}});
         OGRGeometryH g;
         if (depths.empty()) {
             g = OGR_G_CreateGeometry(wkbPoint);
@@ -73,9 +86,7 @@ struct S57CellWriter {
                 OGR_G_AddGeometryDirectly(g, p);
             }
         }
-        OGR_F_SetGeometryDirectly(f, g);
-        if (OGR_L_CreateFeature(l, f) != OGRERR_NONE) ok = false;
-        OGR_F_Destroy(f);
+        add(l, f, g);
         return id;
     }
 
@@ -89,19 +100,12 @@ struct S57CellWriter {
         OGRLayerH l = GDALDatasetGetLayerByName(ds, "Edge");
         OGRFeatureH f = OGR_F_Create(OGR_L_GetLayerDefn(l));
         int id = nextVector++;
-        const struct {
-            const char *field;
-            int value;
-        } ints[] = {{"RCNM", 130},        {"RCID", id},        {"NAME_RCNM_0", 120}, {"NAME_RCID_0", start},
-                    {"ORNT_0", 255},      {"USAG_0", 255},     {"TOPI_0", 1},        {"MASK_0", 255},
-                    {"NAME_RCNM_1", 120}, {"NAME_RCID_1", end}, {"ORNT_1", 255},      {"USAG_1", 255},
-                    {"TOPI_1", 2},        {"MASK_1", 255}};
-        for (const auto &i : ints) OGR_F_SetFieldInteger(f, OGR_F_GetFieldIndex(f, i.field), i.value);
+        setInts(f, {{"RCNM", 130}, {"RCID", id}, {"NAME_RCNM_0", 120}, {"NAME_RCID_0", start}, {"ORNT_0", 255},
+                    {"USAG_0", 255}, {"TOPI_0", 1}, {"MASK_0", 255}, {"NAME_RCNM_1", 120}, {"NAME_RCID_1", end},
+                    {"ORNT_1", 255}, {"USAG_1", 255}, {"TOPI_1", 2}, {"MASK_1", 255}});
         OGRGeometryH g = OGR_G_CreateGeometry(wkbLineString);
         for (size_t i = 1; i + 1 < n; i++) OGR_G_AddPoint_2D(g, lonLat[2 * i], lonLat[2 * i + 1]);
-        OGR_F_SetGeometryDirectly(f, g);
-        if (OGR_L_CreateFeature(l, f) != OGRERR_NONE) ok = false;
-        OGR_F_Destroy(f);
+        add(l, f, g);
         return id;
     }
 
@@ -111,18 +115,13 @@ struct S57CellWriter {
         OGRLayerH l = GDALDatasetGetLayerByName(ds, layer);
         OGRFeatureH f = OGR_F_Create(OGR_L_GetLayerDefn(l));
         int id = nextFeature++;
-        const struct {
-            const char *field;
-            int value;
-        } ints[] = {{"RCID", id}, {"PRIM", prim}, {"GRUP", prim == 3 ? 1 : 2}, {"OBJL", objl},
-                    {"AGEN", 540}, {"FIDN", id},    {"FIDS", 1}};
-        for (const auto &i : ints) OGR_F_SetFieldInteger(f, OGR_F_GetFieldIndex(f, i.field), i.value);
-        const struct {
-            const char *field;
-            int value;
-        } refs[] = {{"NAME_RCNM", rcnm}, {"NAME_RCID", rcid}, {"ORNT", prim == 1 ? 255 : 1},
-                    {"USAG", prim == 3 ? 1 : 255}, {"MASK", 255}};
-        for (const auto &r : refs) OGR_F_SetFieldIntegerList(f, OGR_F_GetFieldIndex(f, r.field), 1, &r.value);
+        setInts(f, {{"RCID", id}, {"PRIM", prim}, {"GRUP", prim == 3 ? 1 : 2}, {"OBJL", objl}, {"AGEN", 540},
+                    {"FIDN", id}, {"FIDS", 1}});
+        /* the one spatial reference, each of its fields a list of one */
+        for (const auto &r : std::initializer_list<std::pair<const char *, int>>{
+                 {"NAME_RCNM", rcnm}, {"NAME_RCID", rcid}, {"ORNT", prim == 1 ? 255 : 1},
+                 {"USAG", prim == 3 ? 1 : 255}, {"MASK", 255}})
+            OGR_F_SetFieldIntegerList(f, OGR_F_GetFieldIndex(f, r.first), 1, &r.second);
         for (const S57Attr &a : attrs) {
             int i = OGR_F_GetFieldIndex(f, a.name);
             if (i < 0) continue;
@@ -134,8 +133,7 @@ struct S57CellWriter {
                 OGR_F_SetFieldString(f, i, a.value.c_str());
             }
         }
-        if (OGR_L_CreateFeature(l, f) != OGRERR_NONE) ok = false;
-        OGR_F_Destroy(f);
+        add(l, f, NULL);
     }
 
     void area(const char *layer, int objl, const std::vector<double> &ring, const std::vector<S57Attr> &attrs) {

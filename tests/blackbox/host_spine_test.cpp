@@ -102,11 +102,7 @@ TEST_F(Spine, ConnectionEndings) {
         conn.send(c.bytes);
         if (c.name == std::string("short body")) shutdown(conn.fd(), SHUT_WR);
         int replies = 0;
-        for (;;) {
-            HttpReply r = conn.read(3000);
-            if (!r.complete) break;
-            replies++;
-        }
+        for (HttpReply r; (r = conn.read(3000)).complete;) replies++;
         EXPECT_EQ(c.repliesBeforeClose, replies) << c.name;
         EXPECT_TRUE(conn.closedWithin(3000)) << c.name;
         if (std::string(c.name) == "quit") break;  // the listener is winding down

@@ -2,7 +2,6 @@
 // key files are the unit tests', a pack's places the gazetteer's): the reply
 // for nothing found, nothing changed or stored, the host serving on.
 #include <gtest/gtest.h>
-#include <stdio.h>
 
 #include "support/test_pack.h"
 
@@ -15,12 +14,6 @@ void expectAlive(const std::string &after) {
     HttpReply r = httpGet("/hostversion");
     EXPECT_TRUE(r.complete) << "no answer after " << after;
     EXPECT_EQ("HTTP/1.1 200 OK", r.statusLine) << "after " << after;
-}
-
-std::string lf(double v) {
-    char s[400];
-    snprintf(s, sizeof(s), "%lf", v);
-    return s;
 }
 
 }  // namespace
@@ -45,7 +38,7 @@ TEST(LongInput, RoutesGiveTheirFailureReply) {
         {"GET", "/getSetState/skin=" + escaped32, "", "200 OK", "500 "},
         {"GET", "/download/1%201%201%20" + x400, "", "200 OK", "{\"id\":0,\"b\":0,\"s\":0,\"e\":0}"},
         {"GET", "/UexecSql/SELECT%201e308,-1.7976931348623157e308", "", "200 OK",
-         "[\n[" + lf(1e308) + "," + lf(-1.7976931348623157e308) + "]\n]"},
+         "[\n[" + std::to_string(1e308) + "," + std::to_string(-1.7976931348623157e308) + "]\n]"},
         {"GET", "/UexecSql/SELECT%20zeroblob(300000000)", "", "200 OK", "string or blob too big"},
         {"GET", "/setNmeaMode/0/1/1/" + x400 + "/10110/0", "", "200 OK", "0"},
         {"GET", "/getValue/" + x1900, "", "404 File not found", "File not found (**): " + x1900},

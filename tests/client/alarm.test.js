@@ -17,12 +17,8 @@ function client() {
     return ctx;
 }
 
-function alarm(ctx, type, pts) {
-    const al = new ctx.kelvor.alarm('t');
-    al.aType = type;
-    al.m = pts.map(([x, y]) => ({ x, y }));
-    return al;
-}
+const alarm = (ctx, aType, pts) =>
+    Object.assign(new ctx.kelvor.alarm('t'), { aType, m: pts.map(([x, y]) => ({ x, y })) });
 
 test('side of a point against line and circle alarms', () => {
     const ctx = client(), A = ctx.kelvor.alarm;
@@ -97,11 +93,8 @@ test('a line alarm is picked like a route, past its ends too', () => {
 
 test('alarm bar, notes and the armed and selected style', () => {
     const ctx = client(), A = ctx.kelvor.alarm;
-    const els = {
-        cp_alarm_dash: { innerHTML: '' },
-        np_nob_comment: { children: [{ innerHTML: '' }] },
-        i_nob_comment: { value: '' },
-    };
+    const els = { cp_alarm_dash: { innerHTML: '' }, np_nob_comment: { children: [{ innerHTML: '' }] },
+        i_nob_comment: { value: '' } };
     ctx.document.getElementById = (id) => els[id] || null;
     Object.assign(ctx.cpApp, { sizeDialog: (f) => { ctx.opened = f; }, closeDlg() {} });
     const al = alarm(ctx, 0, [[0, 0], [0, 18520]]);

@@ -413,7 +413,6 @@ test('a tile that does not come holds the map busy for tileWait at most', async 
 
 test('Settings Done sends the host that the network source selection picks', () => {
     const cases = [
-        ['host 2', 1, '10.0.0.2/2002'],
         ['host 3, blanks around it', 2, 'feed.local/2003'],
         ['a stored selection out of range falls back to host 1', 7, '10.0.0.1/2001'],
     ];

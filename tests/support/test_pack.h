@@ -48,7 +48,8 @@ inline int64_t zyx(int64_t z, int64_t y, int64_t x) { return (z << 40) | (y << 2
 /* Bytes that look like a PNG and hold NUL bytes, distinct per seed. */
 inline std::string fakePng(int seed, size_t size = 300) {
     std::string s("\x89PNG\r\n\x1a\n", 8);
-    for (size_t i = s.size(); i < size; i++) s.push_back((char)((i * 7 + (size_t)seed * 13) % 5 == 0 ? 0 : 'a' + (i + (size_t)seed) % 26));
+    for (size_t i = s.size(); i < size; i++)
+        s.push_back((char)((i * 7 + (size_t)seed * 13) % 5 == 0 ? 0 : 'a' + (i + (size_t)seed) % 26));
     return s;
 }
 
@@ -157,7 +158,8 @@ inline bool writePack(const std::string &path, const Pack &p) {
     for (const Tile &t : p.withTiles ? p.tiles : std::vector<Tile>())
         ok = ok && insert(db, "INSERT INTO tiles (zyx,png) VALUES (?,?)", {zyx(t.z, t.y, t.x), t.png}, true);
     for (const Place &g : p.gaz)
-        ok = ok && insert(db, "INSERT INTO gaz VALUES (?,?,?,?,?)", {(int64_t)g.x, (int64_t)g.y, g.c, (int64_t)g.r, g.n});
+        ok = ok && insert(db, "INSERT INTO gaz VALUES (?,?,?,?,?)",
+                          {(int64_t)g.x, (int64_t)g.y, g.c, (int64_t)g.r, g.n});
     ok = ok && exec(db, "COMMIT");
     sqlite3_close(db);
     return ok;

@@ -209,7 +209,8 @@ INSTANTIATE_TEST_SUITE_P(
         ArrivalCase{"split_over_arrivals", 1, {kRmc.substr(0, 20), kRmc.substr(20) + "\r", "\n$GP"}, {kRmc}, 3},
         ArrivalCase{"no_star_is_dropped", 1, {"$GPRMC,1,2,3\r\n" + kGga + "\r\n"}, {kGga}, 0},
         /* a leading line feed stops the cutting; bytes pile up */
-        ArrivalCase{"leading_lf_stalls", 1, {"\n" + kRmc + "\r\n", kGga + "\r\n"}, {}, (int)(1 + kRmc.size() + 2 + kGga.size() + 2)},
+        ArrivalCase{"leading_lf_stalls", 1, {"\n" + kRmc + "\r\n", kGga + "\r\n"}, {},
+                    (int)(1 + kRmc.size() + 2 + kGga.size() + 2)},
         /* ...until the guard clears them, after which lines flow again */
         ArrivalCase{"guard_clears_stall", 1, {"\n" + kRmc + "\r\n", kGga + "\r\n", kGga + "\r\n", kRmc + "\r\n"},
                     {kRmc}, 0},

@@ -193,6 +193,7 @@ TEST(ForeignHeader, OriginAndHostLines) {
         {"origin:http://127.0.0.1:19999  ", 0},
         {"Origin: http://127.0.0.1", 1},
         {"Origin: http://127.0.0.1:8080", 1},
+        {"Origin: http://127.0.0.1:19998", 1},
         {"Origin: https://127.0.0.1:19999", 1},
         {"Origin: http://127.0.0.1:19999.evil.example", 1},
         {"Origin: null", 1},

@@ -511,6 +511,18 @@ TEST_F(NavStatus, TrackPointsBySince) {
     }
 }
 
+// The client's settings text arrives as the body: an empty one stores nothing,
+// a long one grows the text, a shorter one after it is stored whole.
+TEST_F(NavStatus, SettingsTextTakesAnyLength) {
+    std::string b;
+    call("1/1/1/-1", "", 0, &b);
+    EXPECT_EQ(nullptr, mrApp.settingsText);
+    for (const std::string &text : {std::string("abc"), std::string(70000, 's'), std::string("0123456789")}) {
+        call("1/1/1/-1", text.c_str(), (int)text.size(), &b);
+        EXPECT_EQ(text, mrApp.settingsText);
+    }
+}
+
 // Past fault: a settings save that fell inside a track row's transaction
 // (which rewrites a type-10 "settings" row) was lost or reported failure.
 TEST_F(NavStatus, SettingsSavedWhileTrackRowsAreWrittenSurvive) {

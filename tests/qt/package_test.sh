@@ -26,11 +26,7 @@ fail() { echo "FAIL: $*"; exit 1; }
 # Waits up to 30 s for a host to answer /hostversion.
 answers() {
   for _ in $(seq 1 150); do
-    if { exec 3<>/dev/tcp/127.0.0.1/19999; } 2>/dev/null; then
-      printf 'GET /hostversion HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n' >&3
-      if timeout 5 head -c 12 <&3 | grep -q '^HTTP/1.1 200'; then exec 3>&-; return 0; fi
-      exec 3>&-
-    fi
+    curl -sf -m 5 -o /dev/null http://127.0.0.1:19999/hostversion && return 0
     sleep 0.2
   done
   return 1

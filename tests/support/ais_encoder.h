@@ -102,7 +102,6 @@ struct Field {
 ** (kept for the escaping tests) and never end in a blank, so that every
 ** decoder agrees on where they end. */
 struct Message {
-    int type = 0;
     std::vector<Field> fields;
     Bits bits;
     Rng *rng = nullptr;
@@ -167,8 +166,7 @@ struct Message {
 inline Message randomMessage(Rng &rng, int type) {
     Message b;
     b.rng = &rng;
-    b.type = type == 124 ? 24 : type;
-    b.fixed("msgid", 6, b.type).u("repeat", 2).fixed("userid", 30, rng.range(200000000, 799999999));
+    b.fixed("msgid", 6, type == 124 ? 24 : type).u("repeat", 2).fixed("userid", 30, rng.range(200000000, 799999999));
     switch (type) {
     case 1:
     case 2:

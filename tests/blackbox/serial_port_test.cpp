@@ -17,20 +17,8 @@
 
 using testpack::PackHome;
 
-namespace {
-
-/* A pty pair: the host reads `gps`, the test writes `feed`. */
-struct PtyPair {
-    std::string dir = makeTempDir("mareplot-pty-"), gps = dir + "/gps", feed = dir + "/feed";
-    kit::Child socat{{"socat", "pty,raw,echo=0,link=" + gps, "pty,raw,echo=0,link=" + feed}};
-    PtyPair() { waitFor([&] { return fileExists(gps) && fileExists(feed); }, 5000); }
-    ~PtyPair() { removeTree(dir); }
-};
-
-} // namespace
-
 TEST(HeadlessSerial, SentencesFromTheStoredPortReachTheStatus) {
-    PtyPair pty;
+    kit::PtyPair pty;
     ASSERT_TRUE(fileExists(pty.feed)) << "socat is needed for this test";
     PackHome home;
     writeFile(home.path("usbport.key"), pty.gps + "\n9600");

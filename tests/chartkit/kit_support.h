@@ -1,7 +1,7 @@
 /*
-** kit_support.h -- helpers of the chart kit tool's tests (and some black-box
-** cases): running programs, reading packs, a hand-made BSB/KAP chart, and
-** the tool's server on a free port with plain HTTP to it.
+** kit_support.h -- helpers of the chart kit tool's tests (and of black-box
+** and window cases): running programs, reading packs, a hand-made BSB/KAP
+** chart, the tool's server on a free port with plain HTTP to it, a pty pair.
 */
 #ifndef MAREPLOT_KIT_SUPPORT_H
 #define MAREPLOT_KIT_SUPPORT_H
@@ -192,6 +192,17 @@ class Child {
 
   private:
     pid_t pid_ = -1;
+};
+
+/* A pty pair made by socat: a host reads gps, the test writes feed. No
+** files when socat is missing. */
+struct PtyPair {
+    std::string dir = makeTempDir("mareplot-pty-"), gps = dir + "/gps", feed = dir + "/feed";
+    Child socat{{"socat", "pty,raw,echo=0,link=" + gps, "pty,raw,echo=0,link=" + feed}};
+    PtyPair() {
+        for (int i = 0; i < 500 && !(fileExists(gps) && fileExists(feed)); i++) usleep(10000);
+    }
+    ~PtyPair() { removeTree(dir); }
 };
 
 /* mareplot-chartkit serve over dir on a free port, ended with the object. */

@@ -19,9 +19,9 @@
 #include <QScreen>
 #include <QSignalSpy>
 #include <QStyleFactory>
-#include <QTemporaryDir>
 #include <QtTest>
 
+#include "chartkit/kit_support.h"
 #include "http/http_server.h"
 #include "nav/nmea.h"
 #include "shell/app_record.h"
@@ -41,7 +41,7 @@ class UrlRecorder : public QObject {
 
 static QString g_home;
 
-/* Ends a helper process with the case, however the case ends. */
+/* Ends the second window with the case, however the case ends. */
 struct Reaper {
     QProcess &p;
     ~Reaper() {
@@ -253,14 +253,9 @@ class WindowTest : public QObject {
     /* NMEA written into one end of a pty pair, the other end picked in the
     ** menu, comes out as the position of the status exchange. */
     void serialPortFeedsTheFix() {
-        QTemporaryDir dir;
-        QVERIFY(dir.isValid());
-        const QString gps = dir.path() + "/gps", feed = dir.path() + "/feed";
-        QProcess socat;
-        Reaper reaper{socat};
-        socat.start("socat", {"pty,raw,echo=0,link=" + gps, "pty,raw,echo=0,link=" + feed});
-        QVERIFY2(socat.waitForStarted(5000), "socat is needed for this test");
-        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(gps) && QFile::exists(feed), 5000);
+        kit::PtyPair pty;
+        QVERIFY2(fileExists(pty.feed), "socat is needed for this test");
+        const QString gps = QString::fromStdString(pty.gps);
 
         /* The pty is no listed port, so it joins the menu as a port entry
         ** would and is picked like one. */
@@ -275,7 +270,7 @@ class WindowTest : public QObject {
         QCOMPARE(readAll(dataDir() + "/usbport.key"), (gps + "\n9600").toUtf8());
 
         MR_STORE(gpsfix.gpsSource, 1);
-        int out = open(feed.toLocal8Bit().constData(), O_WRONLY | O_NOCTTY);
+        int out = open(pty.feed.c_str(), O_WRONLY | O_NOCTTY);
         QVERIFY(out >= 0);
         QByteArray stat;
         for (int i = 0; i < 40 && !stat.contains("\"latY\":48.117300"); i++) {

@@ -427,21 +427,15 @@ class NavStatus : public NavFixture {
         close(sv_[1]);
         NavFixture::TearDown();
     }
-    // Runs the handler and returns the reply; the body goes to *body.
-    std::string call(const char *path, const char *body, int n, std::string *replyBody) {
+    // Runs the handler on path with the request body; returns the reply's body.
+    std::string call(const char *path, const char *body = "*", int n = 1) {
         getSetHostStat(&out_, path, body, n);
         std::string reply;
         char chunk[65536];
         ssize_t r;
         while ((r = recv(sv_[1], chunk, sizeof(chunk), MSG_DONTWAIT)) > 0) reply.append(chunk, (size_t)r);
         size_t cut = reply.find("\r\n\r\n");
-        *replyBody = cut == std::string::npos ? "" : reply.substr(cut + 4);
-        return reply;
-    }
-    std::string body(const char *path) {
-        std::string b;
-        call(path, "*", 1, &b);
-        return b;
+        return cut == std::string::npos ? "" : reply.substr(cut + 4);
     }
     void addLog(long long ts, int t, double x, double y) {
         char sql[200];
@@ -470,7 +464,7 @@ TEST_F(NavStatus, NumberFormats) {
     const char *want = "{\"navtime\":-1,\"fix\":-12,\"latY\":-54.123457,\"lonX\":10.500000,\"hdg\":124,\"cog\":0,"
                        "\"dpt\":7.2,\"wdir\":360.0,\"wspd\":5.1,\"sog\":1.1,\"hdop\":0.9,\"rot\":127,"
                        "\"aisuserid\":4000000000,\"nmea_stat\":-1,\"ais\":[\n],\"track\":[]}";
-    EXPECT_EQ(want, body("1/2/3/-1"));
+    EXPECT_EQ(want, call("1/2/3/-1"));
 }
 
 TEST_F(NavStatus, PathNumbers) {
@@ -489,7 +483,7 @@ TEST_F(NavStatus, PathNumbers) {
     for (const auto &c : cases) {
         SCOPED_TRACE(c.path);
         gpsfix.logInterval = gpsfix.logDistance = gpsfix.trackOn = -5;
-        std::string b = body(c.path);
+        std::string b = call(c.path);
         EXPECT_EQ(c.interval, gpsfix.logInterval);
         EXPECT_EQ(c.distance, gpsfix.logDistance);
         EXPECT_EQ(c.on, gpsfix.trackOn);
@@ -505,7 +499,7 @@ TEST_F(NavStatus, TrackPointsBySince) {
     // since, track points after it; since counts in 32 bits
     for (const auto &c : std::vector<std::pair<std::string, std::string>>{
              {"0", both}, {"100", "[[-1.125000,-2.500000,300]]"}, {"300", "[]"}, {"4294967295", "[]"}, {"-2", both}}) {
-        std::string b = body(("1/1/1/" + c.first).c_str()), want = "\"track\":" + c.second + "}";
+        std::string b = call(("1/1/1/" + c.first).c_str()), want = "\"track\":" + c.second + "}";
         ASSERT_GT(b.size(), want.size()) << c.first;
         EXPECT_EQ(want, b.substr(b.size() - want.size())) << c.first;
     }
@@ -514,11 +508,10 @@ TEST_F(NavStatus, TrackPointsBySince) {
 // The client's settings text arrives as the body: an empty one stores nothing,
 // a long one grows the text, a shorter one after it is stored whole.
 TEST_F(NavStatus, SettingsTextTakesAnyLength) {
-    std::string b;
-    call("1/1/1/-1", "", 0, &b);
+    call("1/1/1/-1", "", 0);
     EXPECT_EQ(nullptr, mrApp.settingsText);
     for (const std::string &text : {std::string("abc"), std::string(70000, 's'), std::string("0123456789")}) {
-        call("1/1/1/-1", text.c_str(), (int)text.size(), &b);
+        call("1/1/1/-1", text.c_str(), (int)text.size());
         EXPECT_EQ(text, mrApp.settingsText);
     }
 }
@@ -526,8 +519,7 @@ TEST_F(NavStatus, SettingsTextTakesAnyLength) {
 // Past fault: a settings save that fell inside a track row's transaction
 // (which rewrites a type-10 "settings" row) was lost or reported failure.
 TEST_F(NavStatus, SettingsSavedWhileTrackRowsAreWrittenSurvive) {
-    std::string b;
-    call("1/1/1/1", "{\"status\":1}", 12, &b);  // the text a track row stores
+    call("1/1/1/1", "{\"status\":1}", 12);  // the text a track row stores
     const int rounds = 5000;
     std::thread feedThread([] {
         for (int i = 0; i < rounds; i++) nmea_log_track();

@@ -80,7 +80,6 @@ TEST(LongInput, RequestsBeyondTheirRoom) {
         {"line beyond the input buffer", "GET /" + std::string(20000, 'x') + " HTTP/1.1\r\n\r\n", false},
         {"method of 16 bytes", std::string(16, 'G') + " /hostversion HTTP/1.1\r\n\r\n", false},
         {"body beyond the limit", "POST /setValue/k HTTP/1.1\r\nContent-Length: 99999999999\r\n\r\nv", false},
-        {"negative body length", "POST /setValue/k HTTP/1.1\r\nContent-Length: -5\r\n\r\nv", false},
         // headers are read for two names only: a long one is passed over
         {"header beyond the input buffer",
          "GET /hostversion HTTP/1.1\r\nCookie: " + std::string(20000, 'c') + "\r\n\r\n", true},

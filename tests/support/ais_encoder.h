@@ -3,7 +3,7 @@
 ** sentences with correct checksums out, split over several sentences when
 ** the payload is long. It shares no code with the host's decoder, so the
 ** tests do not rest on one reading of the bit layouts; the layouts it is fed
-** with are checked against gpsd's gpsdecode in ais_rows_test.cpp.
+** with are checked against gpsd's gpsdecode in ais_test.cpp.
 */
 #ifndef MAREPLOT_AIS_ENCODER_H
 #define MAREPLOT_AIS_ENCODER_H

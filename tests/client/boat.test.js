@@ -1,24 +1,20 @@
-/* The own boat and the track under node: fix texts, follow modes, steering, status, track, Near Me. */
+/* The own boat and the track under node: fix texts, follow modes, steering, status, track. */
 'use strict';
 
 const test = require('node:test');
 const assert = require('node:assert');
 const { load, NAV } = require('./harness');
 
-const PLACES = '[{"n":"Eckernf\u00f6rde","c":"P.PPLA4","x":1000,"y":0},{"n":"Nowhere","c":"Z.ODD","x":3000,"y":0}]';
-
-/* Elements are made on first use (ctx.els); opened and closed dialogues are logged in ctx.steps. */
+/* Elements are made on first use (ctx.els). */
 function client() {
-    const ctx = load(NAV.concat(['kelvor.featurcodes.js']),
-        (m, url) => (url.indexOf('/gazetteer/') === 0 ? PLACES : 'OK'));
+    const ctx = load(NAV, () => 'OK');
     const els = ctx.els = {};
     ctx.document.getElementById = (id) => els[id] || (els[id] = { id, innerHTML: '', className: '', style: {},
         parentNode: null, value: '', children: [{ textContent: '' }, { textContent: '' }], addEventListener() {},
         appendChild() {} });
-    ctx.steps = [];
     ctx.cpApp = {
         setModified() {}, unSelect() {}, update() {}, showMenuBar() {}, showDashBoard() {},
-        sizeDialog: (id) => ctx.steps.push('open ' + id), closeDlg: () => ctx.steps.push('close'),
+        sizeDialog() {}, closeDlg() {},
         map: {
             getWidth: () => 600, getHeight: () => 500, getScm: () => 0.01, setCenter(x, y) { this.c = [x, y]; },
             update() {}, rotation: 0, paintByTimer() {}, setPosMM() {}, setScale() {},
@@ -155,25 +151,4 @@ test('rolling track: since advances, old points drop, no position is skipped', (
     t.setTrackOn(false);
     t.updateTrack([[10.3, 54, 1030]]);
     assert.deepStrictEqual([t.lastTrackTimeStamp, t.trackCoords.length], [4294967295, 6], 'a track turned off takes nothing');
-});
-
-test('near me rows name their class and open their entry', () => {
-    const { els, steps, kelvor } = client();
-    kelvor.boat.theBoat = new kelvor.marker(0, 0);
-    kelvor.chartkit.chartList = [{ x1: -1e9, y1: -1e9, x2: 1e9, y2: 1e9, sc: 50000 }];
-    kelvor.ais.ais_elem = { 211000001: { user: 211000001, X: 10, Y: 0, name: 'SEEADLER', track: [] } };
-    kelvor.ais.showStatus = (id) => steps.push('target ' + id);
-    kelvor.boat.nearMe();
-    const html = els.np_table_list_content.innerHTML;
-    assert.match(html, /<td>seat of a fourth-order administrative division<\/td>/);
-    assert.match(html, /<td>Z\.ODD<\/td>/, 'an unknown code shows as it is');
-
-    const row = (name) => kelvor.boat.nearList.findIndex((e) => e.n === name);
-    steps.length = 0;
-    kelvor.boat.goNearMe(row('Eckernf\u00f6rde'));
-    assert.deepStrictEqual(steps, ['close', 'open np_dialog_common']);
-    assert.strictEqual(els.cp_dialog_common.children[1].textContent, 'seat of a fourth-order administrative division');
-    steps.length = 0;
-    kelvor.boat.goNearMe(kelvor.boat.nearList.findIndex((e) => e.e));
-    assert.deepStrictEqual(steps, ['close', 'target 211000001']);
 });

@@ -263,62 +263,6 @@ test('text from outside: hex for SQL literals, escaped for markup, select lists 
     aux.fillList('absent', [], null, 'Pick');
 });
 
-test('the daily kit check asks once a day and takes the reply', () => {
-    const ctx = client();
-    withMap(ctx);
-    const ck = ctx.kelvor.chartkit, k = ctx.kelvor.settings.k;
-    ctx.requests.length = 0;
-    ck.checkForNewMaps();
-    ck.checkForNewMaps();
-    const remote = ctx.requests.filter((r) => r.url.indexOf(ctx.AJAXSERVER) === 0);
-    assert.strictEqual(remote.length, 1, 'a second check on the same day stays home');
-    ck.checkForNewMaps(true);
-    assert.strictEqual(ctx.requests.filter((r) => r.url.indexOf(ctx.AJAXSERVER) === 0).length, 2, 'forced');
-
-    ctx.cpApp.showRedMapDot = ctx.cpApp.showRedInfoDot = ctx.cpApp.startFeedback = () => {};
-    k.chartkit = 'A000005.marepack';
-    const replies = [
-        ['{"count":3,"ids":[5],"appupdate":{"ver":9999,"link":"x"}}', { n: 3, old: true, upd: true }],
-        ['not json', { n: 3, old: true, upd: true }],
-        [false, { n: 3, old: true, upd: true }],
-        ['{"count":0,"ids":[],"appupdate":{"ver":1}}', { n: 0, old: false, upd: true }],
-    ];
-    for (const [text, want] of replies) {
-        ck.checkForNewMapsDone(text);
-        same({ n: k.newMapCount, old: ck.outdated, upd: !!k.appupdate }, want, String(text));
-    }
-});
-
-test('a vote asks once no dialogue is open; an answer reaches the host and is not asked again', () => {
-    const ctx = client((m, url) => (url === '/rateApp' ? '' : 404));
-    let tick = null;
-    ctx.setInterval = (fn) => { tick = fn; return 1; };
-    const app = Object.create(ctx.kelvor.marepack.prototype);
-    const opened = [];
-    Object.assign(app, { map: withMap(ctx), activeDialog: { id: 'np_settings_dlg' }, feedbackTimer: null,
-        showRedMapDot() {}, showRedInfoDot() {},
-        sizeDialog(e) { opened.push(e.id); this.activeDialog = e; } });
-    ctx.document.getElementById = (id) => ({ id });
-    ctx.cpApp = app;
-    const ck = ctx.kelvor.chartkit, k = ctx.kelvor.settings.k;
-
-    ck.checkForNewMapsDone('{"count":0,"vote":"v1"}');
-    assert.ok(app.feedbackTimer, 'a vote starts the minute timer');
-    tick();
-    assert.deepStrictEqual(opened, [], 'waits while a dialogue is open');
-    app.activeDialog = false;
-    tick();
-    assert.deepStrictEqual([opened, app.feedbackTimer], [['np_feedback_1'], null]);
-
-    app.feedback(3);
-    assert.ok(ctx.requests.some((r) => r.url === '/rateApp'), 'the liked answer goes to the host');
-    assert.strictEqual(opened[1], 'np_feedback_5');
-    ck.checkForNewMapsDone('{"count":0,"vote":"v1"}');
-    assert.strictEqual(app.feedbackTimer, null, 'an answered vote is not asked again');
-    ck.checkForNewMapsDone('{"count":0,"vote":"v2"}');
-    assert.ok(app.feedbackTimer, 'a new vote is');
-});
-
 /* A bare map at display zoom 10 over the one full tile 10/600/1000, a clock the test moves, the
 ** images it asked for, and its 2D pass logged: 'clear', 'tile' in the buffer, 'copy' to the screen. */
 function oneTileMap() {

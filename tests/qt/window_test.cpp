@@ -16,7 +16,6 @@
 #include <QImage>
 #include <QMenuBar>
 #include <QProcess>
-#include <QScreen>
 #include <QSignalSpy>
 #include <QStyleFactory>
 #include <QtTest>
@@ -104,49 +103,6 @@ class WindowTest : public QObject {
         QVERIFY(serPort == nullptr);
         QCOMPARE(menuTexts(w, true), QStringList({"Off", "9600 Baud"}));
         QCOMPARE(readAll(dataDir() + "/usbport.key"), QByteArray("Off\n9600"));
-    }
-
-    /* A first start opens at about 80 % of the screen, centred, and the
-    ** page inside fills most of it. */
-    void firstStartFillsMostOfTheScreen() {
-        QVERIFY(!QFile::exists(dataDir() + "/" MR_WINDOW_PLACE_FILE));
-        const QRect area = QGuiApplication::primaryScreen()->availableGeometry();
-        const QRect g = w->frameGeometry();
-        QVERIFY2(qAbs(g.width() - area.width() * 4 / 5) <= 20 && qAbs(g.height() - area.height() * 4 / 5) <= 40,
-                 qPrintable(QString("window %1x%2 on %3x%4").arg(g.width()).arg(g.height())
-                                .arg(area.width()).arg(area.height())));
-        QVERIFY(qAbs(g.center().x() - area.center().x()) <= 20 && qAbs(g.center().y() - area.center().y()) <= 20);
-
-        if (loadSpy->isEmpty()) QVERIFY(loadSpy->wait(30000));
-        QVariantList inner;
-        w->view->page()->runJavaScript("[window.innerWidth, window.innerHeight]",
-                                       [&](const QVariant &v) { inner = v.toList(); });
-        QTRY_VERIFY_WITH_TIMEOUT(inner.size() == 2, 10000);
-        QVERIFY2(inner[0].toInt() >= area.width() * 7 / 10 && inner[1].toInt() >= area.height() * 7 / 10,
-                 qPrintable(QString("page %1x%2").arg(inner[0].toInt()).arg(inner[1].toInt())));
-    }
-
-    /* A place file that holds no place gives the first-start place (no file
-    ** is the first start above; a kept place is closingKeepsThePlace). */
-    void placeFromTheFile_data() {
-        QTest::addColumn<QByteArray>("file");
-        QTest::newRow("not a place") << QByteArray("bm90IGEgcGxhY2U=\n");
-        QTest::newRow("empty line") << QByteArray("\n");
-    }
-
-    void placeFromTheFile() {
-        QFETCH(QByteArray, file);
-        const QString path = dataDir() + "/" MR_WINDOW_PLACE_FILE;
-        QFile f(path);
-        QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        f.write(file);
-        f.close();
-        QWidget next;
-        QCOMPARE(mr_window_place(&next), 0);
-        QWidget first;
-        mr_window_first_place(&first);
-        QCOMPARE(next.geometry(), first.geometry());
-        QFile::remove(path);
     }
 
     void pageLoadsAfterListenerAndRenders() {

@@ -5,7 +5,6 @@
 */
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <thread>
 
@@ -106,19 +105,6 @@ TEST_F(ChartkitServe, ManyClientsAtOnceGetWholePacks) {
         });
     for (std::thread &t : clients) t.join();
     EXPECT_EQ(8, good.load());
-}
-
-TEST_F(ChartkitServe, BadOptionsAndDirectoriesAreRefusedAtStart) {
-    for (const std::vector<std::string> &args : std::vector<std::vector<std::string>>{
-             {kTool, "serve", "--dir", dir_ + "/missing"},
-             {kTool, "serve", "--dir", dir_, "--port", "http"},
-             {kTool, "serve", "--dir", dir_, "--bind", "harbour"},
-             {kTool, "serve", "--dir", dir_, "--rate"},
-         }) {
-        kit::Run r = kit::run(args);
-        EXPECT_NE(0, r.status) << args.back();
-        EXPECT_EQ(1, std::count(r.err.begin(), r.err.end(), '\n')) << r.err;
-    }
 }
 
 } // namespace

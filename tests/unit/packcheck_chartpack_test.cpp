@@ -1,7 +1,6 @@
 // The pack checker on small packs made here (a good pack passes, each kind of
-// damage is reported under its own heading), the base chart pack's drawing
-// functions on small inputs, and the packs as built, checked and read the way
-// the host and the client read them.
+// damage is reported), the base chart pack's clipping and label placement, and
+// the packs as built, checked and read the way the host and the client read them.
 #include <cairo.h>
 #include <fontconfig/fontconfig.h>
 #include <gtest/gtest.h>
@@ -62,8 +61,8 @@ struct TempPack {
         exec("CREATE INDEX i_gaz ON gaz(x) ");
         exec("CREATE TABLE tides (id INTEGER, ts INTEGER, level INTEGER, typ INTEGER)");
         exec("CREATE UNIQUE INDEX i_tides ON tides(id,ts) ");
-        tile(kFull, tilePng(false));
-        tile(kPartial, tilePng(true));
+        for (long long key : {kFull, kPartial})
+            testpack::insert(db, "INSERT INTO tiles VALUES (NULL,?,?)", {(int64_t)key, tilePng(key == kPartial)}, true);
         const std::string full = "\"" + std::to_string(kFull) + "\"", part = "\"" + std::to_string(kPartial) + "\"";
         exec("INSERT INTO kvt VALUES ('avtiles2','{" + full + ":1," + part + ":2}',5,'**'),"
              "('avtiles','{" + full + ":true," + part + ":true}',5,'**'),"
@@ -81,14 +80,6 @@ struct TempPack {
     void exec(const std::string &sql) {
         char *err = nullptr;
         ASSERT_EQ(SQLITE_OK, sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &err)) << sql << ": " << (err ? err : "");
-    }
-    void tile(long long key, const std::string &png) {
-        sqlite3_stmt *st;
-        sqlite3_prepare_v2(db, "INSERT INTO tiles VALUES (NULL,?,?)", -1, &st, nullptr);
-        sqlite3_bind_int64(st, 1, key);
-        sqlite3_bind_blob(st, 2, png.data(), (int)png.size(), SQLITE_TRANSIENT);
-        sqlite3_step(st);
-        sqlite3_finalize(st);
     }
     PcReport check() {
         sqlite3_close(db);
@@ -260,45 +251,6 @@ TEST(ChartPackRender, ClipKeepsTheAreaInsideTheBoxAndTheHoleFlag) {
     }
 }
 
-TEST(ChartPackRender, TileRangeOfABox) {
-    struct Case {
-        CpGeoBox box;
-        int z, x1, y1, x2, y2;
-    } cases[] = {
-        {{-180, 180, -85, 85}, 3, 0, 0, 7, 7},
-        {{0, 45, 0, 40}, 3, 4, 3, 4, 3},    // exactly one tile: its east and south edges are not the next tile
-        {{10.1, 10.1, 54.52, 54.52}, 8, 135, 81, 135, 81},
-        {{-200, 200, -89, 89}, 2, 0, 0, 3, 3},  // held inside the grid
-    };
-    for (const auto &c : cases) {
-        int x1, y1, x2, y2;
-        cp_tileRange(c.box, c.z, &x1, &y1, &x2, &y2);
-        EXPECT_EQ((std::vector<int>{c.x1, c.y1, c.x2, c.y2}), (std::vector<int>{x1, y1, x2, y2})) << c.z;
-    }
-}
-
-TEST(ChartPackRender, ReadsPolygonsAndHoles) {
-    const char *text =
-        "{\"type\":\"GeometryCollection\",\"geometries\":[\n"
-        "{\"type\":\"Polygon\",\"coordinates\":[[[0,0],[10,0],[10,10],[0,10],[0,0]],[[2,2],[3,2],[3,3],[2,2]]]},\n"
-        "{\"type\":\"MultiPolygon\",\"coordinates\":[[[[20,0],[30,0],[30,5, 7],[20,0]]],[[[40,0],[41,0]]]]}]}";
-    const std::string dir = makeTempDir("packcheck-land-"), path = dir + "/land.geo.json";
-    writeFile(path, text);
-    std::vector<CpRing> rings;
-    EXPECT_EQ(3, cp_loadLand(path.c_str(), &rings));  // the two-point ring is dropped
-    removeTree(dir);
-    ASSERT_EQ(3u, rings.size());
-    EXPECT_EQ(0, rings[0].hole);
-    EXPECT_EQ(1, rings[1].hole);
-    EXPECT_EQ(0, rings[2].hole);
-    EXPECT_EQ(8u, rings[0].xy.size());  // the repeated first point is not kept
-    EXPECT_NEAR(cp_mercX(10), rings[0].x2, 1e-12);
-    EXPECT_NEAR(cp_mercY(10), rings[0].y1, 1e-12);
-
-    std::vector<CpRing> none;
-    EXPECT_EQ(-1, cp_loadLand("/nonexistent.geo.json", &none));
-}
-
 TEST(ChartPackRender, NamesDoNotOverlap) {
     struct Case {
         const char *what;
@@ -317,9 +269,7 @@ TEST(ChartPackRender, NamesDoNotOverlap) {
         EXPECT_LT(l[0].bx1, l[0].px) << c.what;  // the box holds the dot and the text to its right
         EXPECT_GT(l[0].bx2, l[0].px + 20) << c.what;
     }
-    // Cairo and fontconfig keep the font they measured with in static
-    // caches; release them so the leak checker of the sanitizer build sees a
-    // clean exit (both set themselves up again when next used).
+    // release cairo's and fontconfig's static font caches for the leak checker
     cairo_debug_reset_static_data();
     FcFini();
 }

@@ -1,15 +1,14 @@
 /*
-** ais_encoder.h -- a test-side AIS encoder: fields in, armoured !AIVDM
-** sentences with correct checksums out, split over several sentences when
-** the payload is long. It shares no code with the host's decoder, so the
-** tests do not rest on one reading of the bit layouts; the layouts it is fed
-** with are checked against gpsd's gpsdecode in ais_test.cpp.
+** ais_encoder.h -- a test-side AIS encoder: fields in, armoured sentences
+** with checksums out. It shares no code with the host's decoder; its bit
+** layouts are checked against gpsd's gpsdecode in ais_test.cpp.
 */
 #ifndef MAREPLOT_AIS_ENCODER_H
 #define MAREPLOT_AIS_ENCODER_H
 
 #include <stdint.h>
 
+#include <random>
 #include <string>
 #include <vector>
 
@@ -72,20 +71,10 @@ inline std::vector<std::string> sentences(const Bits &b, const std::string &talk
     return out;
 }
 
-/* A small deterministic generator (64-bit LCG), so every run and every
-** platform builds the same table from the same seed. */
-class Rng {
-  public:
-    explicit Rng(uint64_t seed) : s_(seed * 2862933555777941757ull + 3037000493ull) {}
-    uint64_t next() {
-        s_ = s_ * 6364136223846793005ull + 1442695040888963407ull;
-        return s_ >> 11;
-    }
-    int64_t range(int64_t lo, int64_t hi) { return lo + (int64_t)(next() % (uint64_t)(hi - lo + 1)); }
-
-  private:
-    uint64_t s_;
-};
+/* The standard fixes mt19937_64's sequence: every run builds the same
+** messages from the same seed. */
+using Rng = std::mt19937_64;
+inline int64_t draw(Rng &rng, int64_t lo, int64_t hi) { return lo + (int64_t)(rng() % (uint64_t)(hi - lo + 1)); }
 
 /* One field of a generated message: a number of width bits, or a text of
 ** chars six-bit characters (width 0). Names are the host record's members. */
@@ -97,10 +86,9 @@ struct Field {
     int chars;
 };
 
-/* A generated message: its fields in order and their bits. The builders
-** that draw values take them from rng. Random texts avoid '"' and '\'
-** (kept for the escaping tests) and never end in a blank, so that every
-** decoder agrees on where they end. */
+/* A generated message: its fields in order and their bits. Random texts
+** avoid '"' and '\' and never end in a blank, so that every decoder agrees
+** on where they end. */
 struct Message {
     std::vector<Field> fields;
     Bits bits;
@@ -116,27 +104,21 @@ struct Message {
     }
     Message &fixed(const std::string &name, int width, int64_t v) { return add(Field{name, width, v, "", 0}); }
     Message &u(const std::string &name, int width) {
-        return fixed(name, width, rng->range(0, (int64_t)((1ull << width) - 1)));
+        return fixed(name, width, draw(*rng, 0, (int64_t)((1ull << width) - 1)));
     }
     /* A longitude and latitude in 1/10000 minute, now and then the
     ** no-position values 181 and 91 degrees. */
     Message &position() {
-        bool none = rng->range(0, 9) == 0;
-        fixed("lon", 28, none ? 181 * 600000 : rng->range(-180 * 600000, 180 * 600000));
-        return fixed("lat", 27, none ? 91 * 600000 : rng->range(-85 * 600000, 85 * 600000));
+        bool none = draw(*rng, 0, 9) == 0;
+        fixed("lon", 28, none ? 181 * 600000 : draw(*rng, -180 * 600000, 180 * 600000));
+        return fixed("lat", 27, none ? 91 * 600000 : draw(*rng, -85 * 600000, 85 * 600000));
     }
     Message &text(const std::string &name, int chars) {
         static const char safe[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789 -.,'()/+:?![]^_#$%&*;<=>";
         std::string t;
-        for (int64_t len = rng->range(0, chars); len > 0; len--) t += safe[rng->range(0, (int64_t)sizeof(safe) - 2)];
+        for (int64_t len = draw(*rng, 0, chars); len > 0; len--) t += safe[draw(*rng, 0, (int64_t)sizeof(safe) - 2)];
         while (!t.empty() && t.back() == ' ') t.pop_back();
         return add(Field{name, 0, 0, t, chars});
-    }
-    /* The radio fields of 9 and 18, chosen by the communication flag. */
-    Message &radioByFlag() {
-        u("comm_state", 1);
-        if (fields.back().value == 0) return u("sotdma_state", 2).u("slot_timeout", 3).u("sub_message", 14);
-        return u("itdma_state", 2).u("slot_increment", 13).u("num_slots", 3).u("keep", 1);
     }
     int64_t num(const std::string &name) const {
         for (const Field &f : fields)
@@ -148,62 +130,49 @@ struct Message {
             if (f.name == name) return f.text;
         return std::string();
     }
-    /* Sets a field and encodes the message again. */
-    void set(const std::string &name, int64_t value) {
-        std::vector<Field> old;
-        old.swap(fields);
-        bits = Bits();
-        for (Field &f : old) add(f.name == name ? Field{name, f.width, value, f.text, f.chars} : f);
-    }
-    std::vector<std::string> sentences(const std::string &talker = "AIVDM", size_t maxChars = 60,
-                                       int seqId = 1) const {
-        return aisenc::sentences(bits, talker, maxChars, seqId);
-    }
 };
 
 /* A random message of a type the host turns into rows: 1, 2, 3, 4, 5, 9,
-** 18, 19, 21, and 24 (part A for type 24, part B for type 124). */
-inline Message randomMessage(Rng &rng, int type) {
+** 18, 19, 21, and 24 (part A for type 24, part B for type 124), from the
+** given MMSI or a random one. */
+inline Message randomMessage(Rng &rng, int type, int64_t mmsi = -1) {
     Message b;
     b.rng = &rng;
-    b.fixed("msgid", 6, type == 124 ? 24 : type).u("repeat", 2).fixed("userid", 30, rng.range(200000000, 799999999));
+    b.fixed("msgid", 6, type == 124 ? 24 : type).u("repeat", 2);
+    b.fixed("userid", 30, mmsi >= 0 ? mmsi : draw(rng, 200000000, 799999999));
     switch (type) {
     case 1:
     case 2:
     case 3:
         b.u("nav_status", 4).u("rot", 8).u("sog", 10).u("pos_acc", 1).position();
         b.u("cog", 12).u("hdg", 9).u("utc_sec", 6).fixed("regional", 4, 0).fixed("spare", 1, 0);
-        b.u("raim", 1).u("sync_state", 2);
-        if (type == 3)
-            b.u("slot_increment", 13).u("num_slots", 3).u("keep", 1);
-        else
-            b.u("slot_timeout", 3).u("sub_message", 14);
+        b.u("raim", 1).u("radio", 19);
         break;
     case 4:
-        b.fixed("utc_year", 14, rng.range(2000, 2030)).fixed("utc_month", 4, rng.range(1, 12));
-        b.fixed("utc_day", 5, rng.range(1, 28)).fixed("utc_hour", 5, rng.range(0, 23));
-        b.fixed("utc_minute", 6, rng.range(0, 59)).fixed("utc_second", 6, rng.range(0, 59));
+        b.fixed("utc_year", 14, draw(rng, 2000, 2030)).fixed("utc_month", 4, draw(rng, 1, 12));
+        b.fixed("utc_day", 5, draw(rng, 1, 28)).fixed("utc_hour", 5, draw(rng, 0, 23));
+        b.fixed("utc_minute", 6, draw(rng, 0, 59)).fixed("utc_second", 6, draw(rng, 0, 59));
         b.u("pos_acc", 1).position().u("pos_type", 4).fixed("spare", 10, 0);
-        b.u("raim", 1).u("sync_state", 2).u("slot_timeout", 3).u("sub_message", 14);
+        b.u("raim", 1).u("radio", 19);
         break;
     case 5:
-        b.fixed("version", 2, 0).fixed("imo", 30, rng.range(1000000, 9999999));
+        b.fixed("version", 2, 0).fixed("imo", 30, draw(rng, 1000000, 9999999));
         b.text("callsign", 7).text("name", 20).u("shiptype", 8);
         b.u("bow", 9).u("stern", 9).u("port", 6).u("starboard", 6).u("pos_type", 4);
-        b.fixed("eta", 20, (rng.range(1, 12) << 16) | (rng.range(1, 31) << 11) |
-                               (rng.range(0, 23) << 6) | rng.range(0, 59));
+        b.fixed("eta", 20, (draw(rng, 1, 12) << 16) | (draw(rng, 1, 31) << 11) |
+                               (draw(rng, 0, 23) << 6) | draw(rng, 0, 59));
         b.u("draught", 8).text("dest", 20).u("dte", 1).fixed("spare", 1, 0);
         break;
     case 9:
         b.u("altitude", 12).u("sog", 10).u("pos_acc", 1).position().u("cog", 12);
         b.u("utc_sec", 6).fixed("regional", 8, 0).u("dte", 1).fixed("spare", 3, 0);
-        b.u("assigned", 1).u("raim", 1).radioByFlag();
+        b.u("assigned", 1).u("raim", 1).u("radio", 20);
         break;
     case 18:
         b.fixed("regional1", 8, 0).u("sog", 10).u("pos_acc", 1).position().u("cog", 12);
         b.u("hdg", 9).u("utc_sec", 6).fixed("regional2", 2, 0);
         b.u("unit_flag", 1).u("display_flag", 1).u("dsc_flag", 1).u("band_flag", 1);
-        b.u("msg22_flag", 1).u("mode_flag", 1).u("raim", 1).radioByFlag();
+        b.u("msg22_flag", 1).u("mode_flag", 1).u("raim", 1).u("radio", 20);
         break;
     case 19:
         b.fixed("regional1", 8, 0).u("sog", 10).u("pos_acc", 1).position().u("cog", 12);
@@ -216,7 +185,7 @@ inline Message randomMessage(Rng &rng, int type) {
         b.u("bow", 9).u("stern", 9).u("port", 6).u("starboard", 6).u("pos_type", 4);
         b.u("utc_sec", 6).u("off_position", 1).fixed("regional", 8, 0).u("raim", 1);
         b.u("virtual_aton", 1).u("assigned", 1).fixed("spare", 1, 0);
-        if (rng.range(0, 1)) b.text("name_ext", 14);
+        if (draw(rng, 0, 1)) b.text("name_ext", 14);
         break;
     case 24:
         b.fixed("part_number", 2, 0).text("name", 20);

@@ -74,23 +74,6 @@ test('stored form keeps key order and loads locked and disarmed', () => {
     assert.strictEqual(ctx.kelvor.alarmList.length, 0);
 });
 
-test('a line alarm is picked like a route, past its ends too', () => {
-    const ctx = client(), A = ctx.kelvor.alarm;
-    ctx.kelvor.alarmList = [alarm(ctx, 0, [[0, 0], [100, 0], [200, 0]])];
-    const cases = [
-        // [pick, want insert index or false]; tolerance 10
-        [[50, 5], 1],
-        [[225, 2], 3],      // past the end, within three tolerances
-        [[50, 15], false],
-    ];
-    for (const [[x, y], e] of cases) {
-        const so = { p: { x, y }, d: 10, o: null };
-        A.find(so);
-        if (e === false) assert.strictEqual(so.o, null, `${x},${y}`);
-        else assert.deepStrictEqual([so.o === ctx.kelvor.alarmList[0], so.o.e], [true, e], `${x},${y}`);
-    }
-});
-
 test('alarm bar, notes and the armed and selected style', () => {
     const ctx = client(), A = ctx.kelvor.alarm;
     const els = { cp_alarm_dash: { innerHTML: '' }, np_nob_comment: { children: [{ innerHTML: '' }] },

@@ -12,7 +12,6 @@
 #include <QApplication>
 #include <QDesktopServices>
 #include <QDir>
-#include <QFile>
 #include <QImage>
 #include <QMenuBar>
 #include <QProcess>
@@ -40,21 +39,10 @@ class UrlRecorder : public QObject {
 
 static QString g_home;
 
-/* Ends the second window with the case, however the case ends. */
-struct Reaper {
-    QProcess &p;
-    ~Reaper() {
-        if (p.state() != QProcess::NotRunning) p.kill();
-        p.waitForFinished(3000);
-    }
-};
-
 static QString dataDir() { return g_home + "/.local/share/mareplot"; }
 
-static QByteArray readAll(const QString &path) {
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
-}
+/* The stored serial port and speed. */
+static QByteArray portKey() { return QByteArray::fromStdString(readFile(dataDir().toStdString() + "/usbport.key")); }
 
 /* The texts of the "GPS Port" menu's entries, or of its checked ones;
 ** "|" for a separator. */
@@ -94,7 +82,7 @@ class WindowTest : public QObject {
     /* The stored port and speed never survive a start; a speed picked with
     ** no port open is checked, stored, and used by the next port. */
     void startResetsThePortAndKeepsASpeedPicked() {
-        QCOMPARE(readAll(dataDir() + "/usbport.key"), QByteArray("Off\n4800"));
+        QCOMPARE(portKey(), QByteArray("Off\n4800"));
         QCOMPARE(menuTexts(w, true), QStringList({"Off", "4800 Baud"}));
         QVERIFY(serPort == nullptr);
         QCOMPARE(w->menuBar()->actions().size(), 1);
@@ -102,7 +90,7 @@ class WindowTest : public QObject {
         w->b9600();
         QVERIFY(serPort == nullptr);
         QCOMPARE(menuTexts(w, true), QStringList({"Off", "9600 Baud"}));
-        QCOMPARE(readAll(dataDir() + "/usbport.key"), QByteArray("Off\n9600"));
+        QCOMPARE(portKey(), QByteArray("Off\n9600"));
     }
 
     void pageLoadsAfterListenerAndRenders() {
@@ -184,8 +172,7 @@ class WindowTest : public QObject {
         env.insert("HOME", g_home);
         second.setProcessEnvironment(env);
         second.start(MAREPLOT_PATH, QStringList());
-        QVERIFY(second.waitForStarted(10000));
-        Reaper reaper{second};
+        QVERIFY(second.waitForStarted(10000));  // QProcess's destructor ends it, however the case ends
 
         QProcess find;
         find.start("xdotool", {"search", "--sync", "--onlyvisible", "--pid", QString::number(second.processId()),
@@ -223,7 +210,7 @@ class WindowTest : public QObject {
         QCOMPARE(serPort->baudRate(), 9600);
         QCOMPARE(w->portName, gps);
         QCOMPARE(menuTexts(w, true), QStringList({gps, "9600 Baud"}));
-        QCOMPARE(readAll(dataDir() + "/usbport.key"), (gps + "\n9600").toUtf8());
+        QCOMPARE(portKey(), (gps + "\n9600").toUtf8());
 
         MR_STORE(gpsfix.gpsSource, 1);
         int out = open(pty.feed.c_str(), O_WRONLY | O_NOCTTY);
@@ -243,7 +230,7 @@ class WindowTest : public QObject {
         QVERIFY(serPort == nullptr);
         QCOMPARE(w->portName, QString("Off"));
         QCOMPARE(menuTexts(w, true), QStringList({"Off", "9600 Baud"}));
-        QCOMPARE(readAll(dataDir() + "/usbport.key"), QByteArray("Off\n9600"));
+        QCOMPARE(portKey(), QByteArray("Off\n9600"));
         MR_STORE(gpsfix.gpsSource, 0);
     }
 
@@ -268,16 +255,12 @@ int main(int argc, char **argv) {
         return 1;
     }
     /* A fresh home whose stored port, a device at 38400, the start must ignore. */
-    char tmpl[] = "/tmp/mareplot-window-XXXXXX";
-    if (mkdtemp(tmpl) == nullptr) return 2;
-    g_home = QString::fromLocal8Bit(tmpl);
-    setenv("HOME", tmpl, 1);
+    const std::string home = makeTempDir("mareplot-window-");
+    g_home = QString::fromStdString(home);
+    setenv("HOME", home.c_str(), 1);
     unsetenv("XDG_DATA_HOME");
     QDir().mkpath(dataDir());
-    QFile key(dataDir() + "/usbport.key");
-    if (!key.open(QIODevice::WriteOnly)) return 2;
-    key.write("/dev/ttyUSB7\n38400");
-    key.close();
+    writeFile(dataDir().toStdString() + "/usbport.key", "/dev/ttyUSB7\n38400");
 
     if (getuid() == 0) setenv("QTWEBENGINE_DISABLE_SANDBOX", "1", 0);
     setenv("QTWEBENGINE_CHROMIUM_FLAGS", "--ignore-gpu-blocklist", 0);

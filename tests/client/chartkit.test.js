@@ -181,17 +181,6 @@ test('with a chart server the daily check counts new and old kits from its list'
     assert.ok(!ctx.requests.some((r) => r.url.indexOf('checkmaps2') >= 0), 'no cloud request');
 });
 
-test('the chart kit bar offers the base chart, the installed kits, and a pack in use it does not know', () => {
-    const ctx = client({});
-    const ck = ctx.kelvor.chartkit, k = ctx.kelvor.settings.k;
-    k.chartKitList2[12] = KIT(12, 1, { name: 'Sound' });
-    k.chartKitList2[9] = KIT(9, 1, { name: 'Kiel' });
-    assert.deepStrictEqual(Array.from(ck.kitChoices(), (c) => c.file + ' ' + c.name),
-        ['A000002.marepack Base chart', 'A000009.marepack Kiel', 'A000012.marepack Sound']);
-    k.chartkit = 'A000003.marepack';
-    assert.strictEqual(ck.kitChoices().pop().file, 'A000003.marepack');
-});
-
 /* A refused address is the chart kit journey's. */
 test('Settings Done sends a changed chart server address in its plain form', () => {
     const cases = [

@@ -41,17 +41,14 @@ const SEA = '160,208,208', LAND = '240,224,224';
 const own = (gl) => ({ synthetic: true,
     settings: { C: { i_opengl_mode: gl }, map: { lonX: 10.1, latY: 54.52, zoom: 8 }, chartkit: 'A000003.marepack' } });
 
-for (const gl of [false, true]) {
-    test(`the ${gl ? 'WebGL' : '2D'} path draws a pack's tiles two levels finer than the display`, async () => {
-        await withPage(async (page) => {
-            await settled(page);
-            assert.strictEqual(await page.evaluate(() => !!cpApp.map.ctx3d), gl);
-            const zooms = await page.evaluate(() => cpApp.map.tileList.map((z) => Math.floor(z / 1099511627776)));
-            assert.ok(zooms.length > 200 && zooms.every((z) => z === 10), 'zoom 10 tiles at display zoom 8');
-            const cols = await page.evaluate(viewColours, false);
-            assert.ok(cols[SEA] > 0.3 && cols[LAND] > 0.2, JSON.stringify(cols));
-        }, own(gl));
-    });
+/* The view at display zoom 8 is drawn from zoom 10 tiles, sea and land in their colours. */
+async function tilesTwoLevelsFiner(page, gl) {
+    await settled(page);
+    assert.strictEqual(await page.evaluate(() => !!cpApp.map.ctx3d), gl);
+    const zooms = await page.evaluate(() => cpApp.map.tileList.map((z) => Math.floor(z / 1099511627776)));
+    assert.ok(zooms.length > 200 && zooms.every((z) => z === 10), 'zoom 10 tiles at display zoom 8');
+    const cols = await page.evaluate(viewColours, false);
+    assert.ok(cols[SEA] > 0.3 && cols[LAND] > 0.2, JSON.stringify(cols));
 }
 
 /* A 64 by 64 sheet as a data URL, each pixel fill(x, y) (RGBA, or nothing for clear). */
@@ -96,8 +93,9 @@ function overlay(img) {
     };
 }
 
-test('an overlay draws in WebGL with the world grid; its feature shows its texts', async () => {
+test('tiles and an overlay draw in WebGL with the world grid; the feature shows its texts', async () => {
     await withPage(async (page) => {
+        await tilesTwoLevelsFiner(page, true);
         /* stored the way a downloaded overlay is, then picked up at the start */
         await page.evaluate((doc) => fetch("/UPexecSql/REPLACE INTO kvt (k,v,t,l) VALUES(3,?,13,'**')",
             { method: 'POST', body: doc }), JSON.stringify(overlay(SHEETS)));
@@ -153,9 +151,9 @@ test('an overlay draws in WebGL with the world grid; its feature shows its texts
     }, own(true));
 });
 
-test('a two-finger pinch zooms about its centre, a short tap does not pan', async () => {
+test('the 2D path draws the tiles; a two-finger pinch zooms about its centre, a short tap does not pan', async () => {
     await withPage(async (page) => {
-        await settled(page);
+        await tilesTwoLevelsFiner(page, false);
         const cdp = await page.context().newCDPSession(page);
         const touch = (type, pts) => cdp.send('Input.dispatchTouchEvent',
             { type, touchPoints: pts.map(([x, y], id) => ({ x, y, id })) });

@@ -101,16 +101,10 @@ test('every client script and the page stay valid in every language', () => {
     }
 });
 
-test('grey copies and moon phases are well formed', () => {
+test('grey copies are well formed', () => {
     const g = assets.greySvg('<svg xmlns="http://www.w3.org/2000/svg" width="4" height="4"><rect fill="red"/></svg>');
     assert.match(g, /<svg[^>]*><defs><filter id="mr_grey"[\s\S]*<g filter="url\(#mr_grey\)"><rect fill="red"\/><\/g><\/svg>$/);
     assert.strictEqual(assets.greySvg('<p>no svg</p>'), null);
-    /* new moon has no lit area, full moon a lit disc: the terminator lies on
-    ** the limb for one and on the opposite limb for the other */
-    const xs = (svg) => [...svg.matchAll(/[ML]([\d.]+),/g)].map((m) => Number(m[1]));
-    const span = (svg) => Math.max(...xs(svg)) - Math.min(...xs(svg));
-    assert.ok(span(assets.moonSvg(0, 28)) < 13.5, 'new moon');
-    assert.ok(span(assets.moonSvg(14, 28)) > 25, 'full moon');
 });
 
 const writer = process.argv[2];

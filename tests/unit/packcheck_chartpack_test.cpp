@@ -104,21 +104,10 @@ TEST(PackCheck, GoodPacksPass) {
     EXPECT_EQ(2, r.tiles);
     EXPECT_EQ(5, r.tideRows);
     EXPECT_EQ(1, r.gazRows);
-
-    struct Case {
-        const char *what, *sql;
-        int chartPack;
-    } cases[] = {
-        {"availability false", "UPDATE kvt SET v='false' WHERE k='avtiles2'", 1},
-        {"application pack: no chart tables", "DROP TABLE tiles; DROP TABLE gaz; DROP TABLE tides; DELETE FROM kvt", 0},
-    };
-    for (const auto &c : cases) {
-        TempPack p;
-        p.exec(c.sql);
-        r = p.check();
-        EXPECT_TRUE(r.problems.empty()) << c.what << ":\n" << joined(r);
-        EXPECT_EQ(c.chartPack, r.chartPack) << c.what;
-    }
+    TempPack noAvailability;  // the application pack's case is the built one's
+    noAvailability.exec("UPDATE kvt SET v='false' WHERE k='avtiles2'");
+    r = noAvailability.check();
+    EXPECT_TRUE(r.problems.empty()) << joined(r);
     EXPECT_EQ(-1, pc_checkFile("/nonexistent/pack.marepack", &r));
 }
 
@@ -184,7 +173,6 @@ TEST(PackCheck, CornerValue) {
         {partial, 2},
         {opaque.substr(0, opaque.size() / 2), 0},  // cut short
         {"GIF89a", 0},
-        {"", 0},
     };
     for (const auto &c : cases) EXPECT_EQ(c.want, pc_cornerValue(c.bytes.data(), (int)c.bytes.size()));
     EXPECT_EQ(0, pc_cornerValue(nullptr, 10));

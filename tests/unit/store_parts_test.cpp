@@ -1,6 +1,5 @@
-// Pure parts of the store: tile keys from paths, the gazetteer's parsing,
-// grid positions, the gateway's number text against printf and the CRC-32
-// against zlib's.
+// Pure parts of the store: tile keys, the gazetteer's path numbers, grid
+// positions, and two oracles: the number text against printf, CRC-32 against zlib.
 #include <gtest/gtest.h>
 #include <zlib.h>
 
@@ -139,21 +138,14 @@ std::string pseudoRandom(size_t n, uint32_t seed) {
 }
 
 TEST(Crc32, MatchesZlibWholeOrSplitAndKeepsTheValueForNoBytes) {
-    // every byte value passes through the table in the random runs
-    for (const std::string &in : {std::string(), std::string("a"), std::string(1, '\0'),
-                                  std::string(8192, '\xff'), pseudoRandom(100003, 7)})
-        EXPECT_EQ(zlibCrc(in), ~ucrc32(0xFFFFFFFFu, in.data(), (int)in.size())) << "length " << in.size();
-    EXPECT_EQ(0xCBF43926u, ~ucrc32(0xFFFFFFFFu, "123456789", 9));
-
+    // every byte value passes through the table; cuts 0 and 200000 are the whole run
     const std::string data = pseudoRandom(200000, 3);
-    for (size_t cut : {0ul, 1ul, 8191ul, 8192ul, 65536ul, 100000ul, 199999ul, 200000ul}) {
+    for (size_t cut : {0ul, 1ul, 8192ul, 100000ul, 199999ul, 200000ul}) {
         uint32_t c = ucrc32(0xFFFFFFFFu, data.data(), (int)cut);
         c = ucrc32(c, data.data() + cut, (int)(data.size() - cut));
         EXPECT_EQ(zlibCrc(data), ~c) << "cut at " << cut;
     }
     for (int len : {0, -1, -65536}) EXPECT_EQ(0x12345678u, ucrc32(0x12345678u, "xyz", len));
-    // no inversion inside: the running value of one zero byte from 0 is 0
-    EXPECT_EQ(0u, ucrc32(0, "\0", 1));
 }
 
 }  // namespace

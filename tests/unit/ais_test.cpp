@@ -43,8 +43,7 @@ static void feed(const aisenc::Message &m, size_t maxChars = 60, int seqId = 1) 
     for (std::string l : aisenc::sentences(m.bits, "AIVDM", maxChars, seqId)) ProcessAIS(&l[0]);
 }
 
-// A text column as rows write it: quoted, '/' escaped (the encoder's texts
-// hold no other character that JSON escapes).
+// A text column as rows write it: quoted, '/' escaped (no encoded text holds another escape).
 static std::string q(const std::string &text) {
     std::string out = "\"";
     for (char c : text) out += c == '/' ? std::string("\\/") : std::string(1, c);
@@ -142,8 +141,7 @@ TEST_F(AisRows, QueueNobodyTakesStaysBounded) {
     EXPECT_EQ("", rowsOf(takeRows())) << "each row goes out once";
 }
 
-// The hours around the spring change of central European time, with the
-// out-of-range minutes and seconds that six bits allow.
+// The hours around the spring clock change, with the out-of-range minutes and seconds six bits allow.
 TEST_F(AisRows, BaseStationTimes) {
     ScopedEnv cet("TZ", "CET-1CEST,M3.5.0,M10.5.0/3");
     const int minSec[][2] = {{0, 0}, {59, 59}, {12, 60}, {63, 63}, {0, 61}};
@@ -183,8 +181,7 @@ TEST_F(AisRows, StaticRowsKeepTheirTextsAndOddMessagesMakeNone) {
     EXPECT_EQ("", rowsOf(takeRows()));
 }
 
-// An own-ship report with the given class and gpsfix.gpsSource: the row,
-// and gpsfix when it takes the report (source 2, own MMSI).
+// Own-ship reports by class and gpsfix.gpsSource: the row, and gpsfix when it takes the report.
 TEST_F(AisRows, OwnShip) {
     struct Case {
         int msgid, source;
@@ -246,8 +243,7 @@ TEST_F(AisRows, OwnShip) {
 
 // ---- the encoder against gpsdecode ----
 
-// The value of "key" in a one-line JSON object: a string without its
-// quotes, true/false as 1/0, or the number's text.
+// The value of "key" in a one-line JSON object: a string unquoted, true/false as 1/0, a number's text.
 static std::string jsonValue(const std::string &line, const std::string &key) {
     size_t at = line.find("\"" + key + "\":");
     if (at == std::string::npos) return "<missing>";

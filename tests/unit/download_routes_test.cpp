@@ -1,6 +1,5 @@
-// The chart server from the host's side: http_get's reading of reply headers,
-// the server address in chartserver.key and its two routes, and the first
-// reply of /download/ with the real download thread behind it.
+// The chart server from the host's side: http_get's reading of reply headers, the
+// address in chartserver.key and its routes, and the first reply of /download/.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -52,8 +51,7 @@ int loopbackSocket(bool listening, int *port) {
     return fd;
 }
 
-// Accepts one connection, reads the request header, answers with a canned
-// reply and closes.
+// Accepts one connection, reads the request header, sends a canned reply and closes.
 class OneReplyServer {
   public:
     explicit OneReplyServer(std::string reply) : reply_(std::move(reply)) {
@@ -82,8 +80,7 @@ class OneReplyServer {
     std::thread thread_;
 };
 
-// Replies the host cannot use (chunked, no length, zero length) are the
-// black-box download test's; these are the header readings under them.
+// The replies the host cannot use are the black-box download test's; these are the header readings.
 TEST(HttpGet, ReadsTheReplyHeader) {
     struct Case {
         const char *name;
@@ -216,8 +213,7 @@ bool idle() {
     return false;
 }
 
-// The chart server is a bound port that does not listen, so each download
-// thread fails at once with "Server not found" and the next start can follow.
+// The chart server is a bound port that does not listen: each download fails at once.
 class DownloadRoute : public KeyDir {
   protected:
     void SetUp() override {
@@ -237,8 +233,7 @@ class DownloadRoute : public KeyDir {
     int closed_ = -1;
 };
 
-// The client takes only a first reply of state 1 as a start: a download
-// thread quicker than that reply must not show through it.
+// The client takes only a first reply of state 1 as a start; a quick thread must not show through.
 TEST_F(DownloadRoute, FirstReplyOfAStartSaysRequested) {
     int other = 0;
     std::string seen;

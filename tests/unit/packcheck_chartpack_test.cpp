@@ -45,8 +45,7 @@ std::string tilePng(bool clearCorner) {
 const long long kFull = (3LL << 40) | (1LL << 20) | 0;   // 3/1/0
 const long long kPartial = (3LL << 40) | (1LL << 20) | 1; // 3/1/1
 
-// A good chart pack: both tiles listed, one chart, one tide station with
-// samples around a high and a low, one place. Documents are BLOBs, as built.
+// A good chart pack: two tiles, one chart, one tide station around a high and a low, one place.
 struct TempPack {
     std::string dir = makeTempDir("packcheck-"), path = dir + "/pack.marepack";
     sqlite3 *db = nullptr;
@@ -349,8 +348,7 @@ TEST(BuiltPack, CreditsItsSources) {
     std::string info = packText("SELECT v FROM kvt WHERE k='/info' AND l='**'");
     std::string history = packText("SELECT v FROM kvt WHERE k='/history' AND l='**'");
     EXPECT_FALSE(info.empty());
-    // both texts the client shows name the land, the places and the tides'
-    // sources, with the station data's own credit
+    // both texts the client shows credit every source
     for (const char *s : {"OpenStreetMap contributors", "ODbL", "GeoNames", "CC BY 4.0", "Neaps tide database", "TICON"}) {
         EXPECT_NE(std::string::npos, history.find(s)) << s;
         EXPECT_NE(std::string::npos, info.find(s)) << s;

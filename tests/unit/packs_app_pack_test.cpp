@@ -1,9 +1,5 @@
-/*
-** Checks of the application pack as the build made it: reachable keys, page
-** and scripts in three languages, common rows for the rest, and every asset
-** the client names present and well formed. (The checker's verdict on the
-** file is in packcheck_chartpack_test.cpp.)
-*/
+// The application pack as the build made it: reachable keys, page and scripts
+// in three languages, and every asset the client names present and well formed.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <stdio.h>
@@ -101,8 +97,7 @@ TEST_F(AppPack, PageAndScriptsInThreeLanguagesTheRestCommon) {
     }
 }
 
-// The images, sounds and texts the page and scripts name (scripts and page
-// load in the page tests), and the marker icons the tide view numbers.
+// The images, sounds and texts the page and scripts name, and the tide view's numbered markers.
 TEST_F(AppPack, EveryAssetTheClientNamesIsThereAndWellFormed) {
     const std::regex named("img/[A-Za-z0-9_./-]+\\.(png|gif|mp3)|[a-z]+-[a-z]+\\.txt");
     std::set<std::string> names;

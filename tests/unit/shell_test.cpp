@@ -99,8 +99,7 @@ TEST(DataDir, PlatformPlaceThenXdgThenDefault) {
     EXPECT_EQ(home + "/Library/Application Support/mareplot", std::string(dir));
 }
 
-// The environment is outside input: a path that would not fit the fixed
-// path areas is refused whole (nothing created) rather than ending the start.
+// The environment is outside input: a path too long for the fixed areas is refused, nothing created.
 TEST(DataDir, PathsBeyondTheLimitAreRefused) {
     std::string base = tempDir();
     ScopedEnv homeVar("HOME", nullptr), xdg("XDG_DATA_HOME", nullptr);

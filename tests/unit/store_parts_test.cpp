@@ -100,8 +100,7 @@ TEST(StoreKeys, DoubleTextMatchesPrintf) {
     };
     std::mt19937_64 rng(42);
     for (int i = 0; i < 20000; i++) {
-        // random bit patterns over every exponent, plus values with few
-        // binary digits, where halfway cases occur
+        // random bit patterns, and values with few binary digits, where halfway cases occur
         uint64_t bits = rng();
         double d;
         memcpy(&d, &bits, sizeof(d));

@@ -35,8 +35,7 @@ test('targets list, centre, open with CPA and TCPA; an odd name stays text', { t
         await j.setNetworkFeed(page, s.feed.port);
         await j.waitInView(page, '#np_chartkit_yesno', 40000);
         assert.match(await j.text(page, '#np_chartkit_yesno_text'), /AIS SART EMERGENY/);
-        await j.click(page, '#np_chartkit_yesno button:has-text("Yes")');
-        await j.waitHidden(page, '#np_chartkit_yesno');
+        await j.click(page, '#np_chartkit_yesno button:has-text("Yes")', { hides: '#np_chartkit_yesno' });
         assert.deepStrictEqual(await page.evaluate(() => [kelvor.boat.activeWayPoint.name, !!kelvor.alarm.klaxontimer]),
             ['AIS SART 970123456', false], 'the MOB marker is the waypoint, the klaxon off');
         await j.click(page, '#i_screen_more');
@@ -67,8 +66,7 @@ test('targets list, centre, open with CPA and TCPA; an odd name stays text', { t
         assert.match(await j.text(page, dlg), /MMSI\s+211999001/);
         assert.strictEqual(await page.locator(`${dlg} img, ${dlg} td > *:not(input)`).count(), 0, 'no element from a text');
         await j.shot(page, 'ais-dialogue');
-        await j.click(page, `${dlg} > .np_close`);
-        await j.waitHidden(page, dlg);
+        await j.click(page, `${dlg} > .np_close`, { hides: dlg });
         /* the SART reported all along: one alert, one log entry */
         assert.strictEqual(await j.isInView(page, '#np_chartkit_yesno'), false);
         const alerts = await page.evaluate(() => JSON.parse(postSync('/UexecSql', 'SELECT v FROM log WHERE t=4')));

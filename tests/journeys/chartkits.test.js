@@ -11,16 +11,12 @@ const { spawnSync } = require('child_process');
 const j = require('./journey');
 const { chartServer } = require('./chart_server');
 const { MAREPLOTD } = require('../client/browser');
+const { load } = require('../client/harness');
 
 const CHARTKIT = process.env.MAREPLOT_CHARTKIT || path.join(path.dirname(MAREPLOTD), 'mareplot-chartkit');
-const B = 40030178.618589391188160183529977;
 const KIEL = [200, 60, 60], SOUND = [60, 160, 60];
-
-const mx = (lon) => B * (lon + 180) / 360;
-const my = (lat) => {
-    const r = lat * Math.PI / 180;
-    return B * (1 - Math.log(Math.tan(r) + 1 / Math.cos(r)) / Math.PI) / 2;
-};
+/* the client's own grid places the markers */
+const geo = load(['kelvor.js']).kelvor.geo;
 
 function run(cmd, args, input) {
     const r = spawnSync(cmd, args, { input });
@@ -55,7 +51,8 @@ function kit(dir, id, o) {
     const sql = [];
     for (const lang of Object.keys(o.markers)) {
         o.markers[lang].forEach((txt, i) => {
-            const m = { x: Math.round(mx(w + (i + 1) * (e - w) / 4)), y: Math.round(my(n - (n - s) / 4)), s: 400000, txt };
+            const m = { x: Math.round(geo.lon2x(w + (i + 1) * (e - w) / 4)), y: Math.round(geo.lat2y(n - (n - s) / 4)),
+                s: 400000, txt };
             sql.push(`INSERT INTO kvt VALUES('mrk','${JSON.stringify(m)}',5,'${lang}');`);
         });
     }
@@ -90,8 +87,7 @@ const state = (page) => page.evaluate(() => ({
 async function openKits(page) {
     await j.openMainMenu(page);
     await j.click(page, j.menuEntry('Charts'));
-    await j.click(page, '#btn_chartkit_update');
-    await j.waitInView(page, '#np_chartkit_add_form h2');
+    await j.click(page, '#btn_chartkit_update', { shows: '#np_chartkit_add_form h2' });
 }
 
 test('chart kits from a chart server: set, list, download, switch, delete', { timeout: 300000 }, async () => {
@@ -117,13 +113,11 @@ async function steps(page, home, server, [kiel, sound]) {
     await openKits(page);
     assert.match(await j.text(page, '#np_chartkit_add_form'), /No chart server is set\./);
     await j.shot(page, 'chartkits-no-server');
-    await j.click(page, '#btn_chartkit_settings');
-    await j.waitInView(page, '#i_chart_server');
+    await j.click(page, '#btn_chartkit_settings', { shows: '#i_chart_server' });
     assert.strictEqual(await page.evaluate(() => document.activeElement.id), 'i_chart_server');
 
     await page.keyboard.type('charts.lan/../x');
-    await j.click(page, '#btn_settings_done');
-    await j.waitInView(page, '#i_chart_server_error');
+    await j.click(page, '#btn_settings_done', { shows: '#i_chart_server_error' });
     await j.shot(page, 'chartkits-server-refused');
     assert.ok(await j.isInView(page, '#np_settings_dlg .np_tabs'), 'Settings stay open');
     assert.ok(!fs.existsSync(key));
@@ -183,8 +177,7 @@ async function steps(page, home, server, [kiel, sound]) {
     await j.waitInView(page, '#btn_chartkit_exec');
     assert.match(await j.text(page, '#t_chartkit_list'), /Kiel red\s+[\d.]+ MB\s+Installed/);
     await j.click(page, '#kit_5');
-    await j.click(page, '#btn_chartkit_exec');
-    await j.waitInView(page, '#np_chartkit_yesno');
+    await j.click(page, '#btn_chartkit_exec', { shows: '#np_chartkit_yesno' });
     assert.match(await j.text(page, '#np_chartkit_yesno_text'), /Delete these chart kits\?\s+Kiel red/);
     await j.shot(page, 'chartkits-delete');
     await j.click(page, '#np_chartkit_yesno button:text-is("Yes")');
@@ -193,8 +186,7 @@ async function steps(page, home, server, [kiel, sound]) {
     assert.ok(!st.listed.includes(5));
     assert.ok(!fs.existsSync(path.join(home, '.local/share/mareplot/A000005.marepack')), 'the file is gone');
     await j.openMainMenu(page);
-    await j.click(page, j.menuEntry('Charts'));
-    await j.waitInView(page, '#i_chartkit_kit');
+    await j.click(page, j.menuEntry('Charts'), { shows: '#i_chartkit_kit' });
     assert.deepStrictEqual(await page.locator('#i_chartkit_kit option').allInnerTexts(), ['Base chart']);
 
     await server.stop();

@@ -12,8 +12,7 @@ test('a circle alarm fires when the boat leaves it and stays armed after the ack
         await j.until(() => page.evaluate(() => !!(kelvor.boat.gps && kelvor.boat.gps.fix)), 'a fix', 30000);
 
         /* zoomed in until the new circle's 100 pixel radius is about a kilometre */
-        await j.click(page, '#cp_boat');
-        await j.waitInView(page, '#i_boat_auto');
+        await j.click(page, '#cp_boat', { shows: '#i_boat_auto' });
         await j.until(async () => /auge_activ/.test(await page.getAttribute('#i_boat_auto', 'src')), 'follow on');
         for (let i = 0; i < 15; i++) {
             const before = await page.evaluate(() => cpApp.map.mapScale);
@@ -29,8 +28,7 @@ test('a circle alarm fires when the boat leaves it and stays armed after the ack
         await j.openMainMenu(page);
         await j.click(page, j.menuEntry('Alarm'));
         await j.click(page, '#btn_alarm_add_circle');
-        await j.click(page, '#btn_alarm_on');
-        await j.waitInView(page, '#btn_alarm_off');
+        await j.click(page, '#btn_alarm_on', { shows: '#btn_alarm_off' });
         /* the circle lies 50 pixels west of the centre, radius 100: the boat is in */
         await j.until(() => page.evaluate(() => kelvor.alarm.running.side !== 0), 'the armed alarm learns');
         assert.strictEqual(await page.evaluate(() => kelvor.alarm.running.side), 1, 'armed with the boat inside');
@@ -41,8 +39,7 @@ test('a circle alarm fires when the boat leaves it and stays armed after the ack
         await j.until(() => page.evaluate(() => window.klaxonStarts > 0), 'the klaxon playing');
         await j.shot(page, 'circle-alarm-triggered');
 
-        await j.click(page, '#np_chartkit_confirm button:has-text("OK")');
-        await j.waitHidden(page, '#np_chartkit_confirm');
+        await j.click(page, '#np_chartkit_confirm button:has-text("OK")', { hides: '#np_chartkit_confirm' });
         await j.until(() => page.evaluate(() => !kelvor.alarm.klaxontimer), 'the klaxon stopped');
         assert.ok(await j.isInView(page, '#btn_alarm_off'), 'the alarm is still armed: its Off shows');
         assert.strictEqual(await j.isInView(page, '#btn_alarm_on'), false);

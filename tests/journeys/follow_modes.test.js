@@ -24,8 +24,7 @@ test('follow modes from Settings and the boat bar; a pan or a target tap ends fo
         await j.settingsDone(page);
         assert.strictEqual(await stored(page), 3);
 
-        await j.click(page, '#cp_boat');
-        await j.waitInView(page, '#cp_boat_menu');
+        await j.click(page, '#cp_boat', { shows: '#cp_boat_menu' });
         await iconIs(page, true);
         assert.strictEqual(await page.$eval('#i_boat_follow', (e) => e.options[e.selectedIndex].text), 'Heading UP');
         await j.until(async () => {

@@ -25,9 +25,7 @@ async function viewBox(page, sel) {
     return b;
 }
 
-async function isInView(page, sel) {
-    return !!await viewBox(page, sel);
-}
+const isInView = async (page, sel) => !!await viewBox(page, sel);
 
 /* Waits until the element is in view and has stopped moving (the bars slide in for 0.3 s). */
 async function waitInView(page, sel, timeout) {
@@ -50,16 +48,18 @@ async function waitHidden(page, sel, timeout) {
     }, sel + ' hidden', timeout);
 }
 
-async function click(page, sel) {
+/* Clicks the element once it is in view; then waits until then.shows is in view or then.hides is not. */
+async function click(page, sel, then) {
     await waitInView(page, sel);
     await page.click(sel);
+    if (then && then.shows) await waitInView(page, then.shows);
+    if (then && then.hides) await waitHidden(page, then.hides);
 }
 
 const chartPainted = (page, timeout) => browser.settled(page, timeout || 20000);
 
 async function closeWizard(page) {
-    await click(page, '#np_wizzard_1 .np_close');
-    await waitHidden(page, '#np_wizzard_1');
+    await click(page, '#np_wizzard_1 .np_close', { hides: '#np_wizzard_1' });
 }
 
 /* A first start with the wizard closed and the chart painted (for tools/readme_shots.js). */
@@ -81,13 +81,8 @@ async function openMainMenu(page) {
     await waitInView(page, '#cp_menu_main');
 }
 
-function menuEntry(label) {
-    return `#cp_menu_main .menu_btn:has(span:text-is("${label}"))`;
-}
-
-function text(page, sel) {
-    return page.locator(sel).first().innerText();
-}
+const menuEntry = (label) => `#cp_menu_main .menu_btn:has(span:text-is("${label}"))`;
+const text = (page, sel) => page.locator(sel).first().innerText();
 
 async function select(page, sel, label) {
     await waitInView(page, sel);
@@ -105,16 +100,13 @@ async function type(page, sel, value) {
 /* Opens Settings by the gear, in any language, on a tab given by its label or its place from 0. */
 async function openSettings(page, tab) {
     await openMainMenu(page);
-    await click(page, '#cp_menu_main .menu_btn:has(img[src$="icon-50-settings.png"])');
-    await waitInView(page, '#np_settings_dlg .np_tabs');
+    await click(page, '#cp_menu_main .menu_btn:has(img[src$="icon-50-settings.png"])',
+        { shows: '#np_settings_dlg .np_tabs' });
     if (typeof tab === 'number') await click(page, `#np_settings_dlg .np_tabs button >> nth=${tab}`);
     else if (tab) await click(page, `#np_settings_dlg .np_tabs button:text-is("${tab}")`);
 }
 
-async function settingsDone(page) {
-    await click(page, '#btn_settings_done');
-    await waitHidden(page, '#np_settings_dlg');
-}
+const settingsDone = (page) => click(page, '#btn_settings_done', { hides: '#np_settings_dlg' });
 
 /* Position from NMEA RMC over the network, Host 1 at 127.0.0.1:port. */
 async function setNetworkFeed(page, port) {

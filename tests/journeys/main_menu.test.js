@@ -53,20 +53,16 @@ test('every main-menu entry opens and returns', { timeout: 180000 }, async () =>
 
         for (const [label, opened, leave, shows] of ENTRIES) {
             await j.openMainMenu(page);
-            await j.click(page, j.menuEntry(label));
-            await j.waitInView(page, opened);
+            await j.click(page, j.menuEntry(label), { shows: opened });
             assert.match(await j.text(page, opened), new RegExp(shows), label + ' shows its content');
             await j.shot(page, 'main-menu-' + label.replace(/ /g, '-'));
             if (leave === 'x') {
-                await j.click(page, opened + ' > .np_close');
-                await j.waitHidden(page, opened);
+                await j.click(page, opened + ' > .np_close', { hides: opened });
             } else if (leave === 'back') {
-                await j.click(page, opened + ' .menu_btn:has-text("Back")');
-                await j.waitHidden(page, opened);
+                await j.click(page, opened + ' .menu_btn:has-text("Back")', { hides: opened });
             } else if (leave === 'tool') {
                 assert.ok(await j.isInView(page, '#cp_tool'), label + ': the menu button shows beside another bar');
-                await j.click(page, '#cp_tool');
-                await j.waitHidden(page, opened);
+                await j.click(page, '#cp_tool', { hides: opened });
             } else {
                 await j.waitHidden(page, opened, 15000);
             }
@@ -92,8 +88,7 @@ test('every main-menu entry opens and returns', { timeout: 180000 }, async () =>
         await j.shot(page, 'main-menu-Wind');
         /* opened again, the stored rows are current */
         await j.openMainMenu(page);
-        await j.click(page, j.menuEntry('Wind'));
-        await j.waitInView(page, '#np_html_wind_time');
+        await j.click(page, j.menuEntry('Wind'), { shows: '#np_html_wind_time' });
         assert.strictEqual(downloads(), 1);
 
         assert.strictEqual(await j.isInView(page, '#cp_boat_dash'), false, 'no dashboard over the wind bar');
@@ -102,8 +97,7 @@ test('every main-menu entry opens and returns', { timeout: 180000 }, async () =>
         await j.click(page, '#windmenu img[src$="interface-75.png"]');
         await j.until(async () => await shown() !== first, 'the next forecast time shown', 10000);
         await j.shot(page, 'main-menu-Wind-step');
-        await j.click(page, '#windmenu .np_close_inline');
-        await j.waitHidden(page, '#cp_windfinder_dash');
+        await j.click(page, '#windmenu .np_close_inline', { hides: '#cp_windfinder_dash' });
         await page.evaluate(() => { window.barbs = 0; window.passes = cpApp.map._renderCount; });
         await j.until(() => page.evaluate(() => cpApp.map._renderCount > window.passes + 1), 'the map painted', 10000);
         assert.strictEqual(await page.evaluate(() => window.barbs), 0, 'no barbs after the close');

@@ -31,12 +31,10 @@ test('a network feed set in Settings moves the boat and fills the right column',
             return metres(p, first) > 5;
         }, 'the boat on the recorded circle, moving', 40000);
 
-        await j.click(page, '#cp_boat');
-        await j.waitInView(page, '#cp_boat_dash');
+        await j.click(page, '#cp_boat', { shows: '#cp_boat_dash' });
         for (const [button, name] of [[null, 'narrow'], ['#i_screen_more', 'wide']]) {
             if (button) {
-                await j.click(page, button);
-                await j.waitInView(page, '#i_screen_less');
+                await j.click(page, button, { shows: '#i_screen_less' });
             }
             let seen = '';
             await j.until(async () => {

@@ -29,8 +29,7 @@ test('ruler, marker with a note, and an activated three-point route', { timeout:
         await j.select(page, '#i_ruler_point_list', '2 - WP 2');
         await j.click(page, '#btn_ruler_waypoint_note');
         await j.type(page, '#i_nob_comment', 'pier head');
-        await j.click(page, '#btn_nob_save');
-        await j.waitHidden(page, '#np_nob_comment');
+        await j.click(page, '#btn_nob_save', { hides: '#np_nob_comment' });
         assert.deepStrictEqual(await page.evaluate(() => [kelvor.rulerList[0].color, kelvor.rulerList[0].m[1].note]),
             ['#00ff00', 'pier head']);
         await j.shot(page, 'route-ruler');
@@ -49,15 +48,13 @@ test('ruler, marker with a note, and an activated three-point route', { timeout:
         await j.click(page, '#btn_marker_add');
         await j.click(page, '#btn_marker_note');
         await j.type(page, '#i_nob_comment', 'Fuel <dock> & water');
-        await j.click(page, '#btn_nob_save');
-        await j.waitHidden(page, '#np_nob_comment');
+        await j.click(page, '#btn_nob_save', { hides: '#np_nob_comment' });
         assert.strictEqual(await valueOf(page, '#i_marker_note'), 'Fuel <dock> & water');
         await j.click(page, '#cp_marker_menu .menu_btn:has-text("Back")');
 
         await j.openMainMenu(page);
         await j.click(page, j.menuEntry('Route'));
-        await j.click(page, '#btn_route_add');
-        await j.waitInView(page, '#i_route_name');
+        await j.click(page, '#btn_route_add', { shows: '#i_route_name' });
         const wp1 = { x: 450, y: 550 }, wp3 = { x: 820, y: 200 };
         await j.drag(page, { x: C.x + 50, y: C.y }, wp3);
         await j.drag(page, { x: C.x - 50, y: C.y }, wp1);
@@ -68,16 +65,14 @@ test('ruler, marker with a note, and an activated three-point route', { timeout:
         await j.shot(page, 'route-three-points');
 
         await j.click(page, '#btn_route_lock');
-        await j.click(page, '#btn_route_activate');
-        await j.waitInView(page, '#i_boat_stop_route');
+        await j.click(page, '#btn_route_activate', { shows: '#i_boat_stop_route' });
         for (const sel of ['#i_boat_brg', '#i_boat_rng']) {
             await j.until(async () => /\d/.test(await j.text(page, sel)), sel + ' shows a value');
         }
         assert.match(await valueOf(page, '#i_boat_brg'), /^\d+°T$/);
         assert.match(await valueOf(page, '#i_boat_rng'), /^\d+(\.\d+)?\snm$/);
 
-        await j.click(page, '#i_screen_more');
-        await j.waitInView(page, '#r_dist_outer');
+        await j.click(page, '#i_screen_more', { shows: '#r_dist_outer' });
         await j.waitInView(page, '#r_dist_outer_ship');
         await j.until(async () => /^\d+(\.\d+)?\s(m|nm)$/.test((await j.text(page, '#r_dist_xte')).trim()),
             'the cross-track distance');

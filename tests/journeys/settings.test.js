@@ -29,8 +29,7 @@ function visibleTexts(page) {
 }
 
 async function boatDash(page) {
-    await j.click(page, '#cp_boat');
-    await j.waitInView(page, '#cp_boat_dash');
+    await j.click(page, '#cp_boat', { shows: '#cp_boat_dash' });
     await j.until(async () => !/---/.test(await j.text(page, '#i_boat_dpt')), 'depth in the dashboard', 20000);
     return { sog: await j.text(page, '#i_boat_sog'), dpt: await j.text(page, '#i_boat_dpt'),
         sog2: await j.text(page, '#i_boat_sog2') };
@@ -48,10 +47,8 @@ async function screenTexts(page, name) {
         await look();
     }
     await j.shot(page, 'settings-' + name);
-    await j.click(page, '#np_settings_dlg > .np_close');
-    await j.waitHidden(page, '#np_settings_dlg');
-    await j.click(page, '#i_screen_more');
-    await j.waitInView(page, '#i_screen_less');
+    await j.click(page, '#np_settings_dlg > .np_close', { hides: '#np_settings_dlg' });
+    await j.click(page, '#i_screen_more', { shows: '#i_screen_less' });
     await look();
     assert.deepStrictEqual(await j.columnClashes(page), [], name + ': the right column readable');
     await j.shot(page, 'column-' + name);
@@ -94,8 +91,7 @@ test('units, languages and night mode through Settings', { timeout: 300000 }, as
         await j.openSettings(page, 'Boat');
         assert.strictEqual(await page.inputValue('#i_settings_boat_name'), 'Sea Otter');
         assert.strictEqual(await page.inputValue('#i_settings_boat_speed'), '14.8', '8 kt in km/h');
-        await j.click(page, '#np_settings_dlg > .np_close');
-        await j.waitHidden(page, '#np_settings_dlg');
+        await j.click(page, '#np_settings_dlg > .np_close', { hides: '#np_settings_dlg' });
 
         /* the dark strokes of the zoom button turn light */
         const zoom = await page.locator('#cp_map_zup').boundingBox();

@@ -35,13 +35,6 @@ DlStatus waitIdle(int timeoutMs = 30000) {
     return st;
 }
 
-// Polls until at least bytes have arrived; returns the last status.
-DlStatus waitBytes(int bytes) {
-    DlStatus st;
-    waitFor([&] { return (st = dl("*")).b >= bytes; }, 4000);
-    return st;
-}
-
 std::vector<std::string> withLog(const std::string &dir, std::vector<std::string> switches) {
     switches.insert(switches.end(), {"--log", dir + "/.requests"});
     return switches;
@@ -156,7 +149,9 @@ TEST_F(Download, CancelKeepsTheTemporaryFileAndSecondStartIsIgnored) {
     useServer(server);
     startHost();
     dl(start(5, pack));
-    ASSERT_EQ(2, waitBytes(65536).s);
+    DlStatus st;
+    waitFor([&] { return (st = dl("*")).b >= 65536; }, 4000);
+    ASSERT_EQ(2, st.s);
 
     DlStatus other = dl("9 1 1000 12345678");
     EXPECT_EQ(5, other.id);

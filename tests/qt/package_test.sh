@@ -23,23 +23,14 @@ trap cleanup EXIT
 
 fail() { echo "FAIL: $*"; exit 1; }
 
-# Waits up to 30 s for a host to answer /hostversion.
-answers() {
-  for _ in $(seq 1 150); do
-    curl -sf -m 5 -o /dev/null http://127.0.0.1:19999/hostversion && return 0
-    sleep 0.2
-  done
+# Runs its arguments every 0.2 s until they succeed, for up to 30 s.
+poll() {
+  for _ in $(seq 1 150); do "$@" && return 0; sleep 0.2; done
   return 1
 }
-
-# Waits until nothing listens on the port any more.
-port_free() {
-  for _ in $(seq 1 100); do
-    { (exec 3<>/dev/tcp/127.0.0.1/19999); } 2>/dev/null || return 0
-    sleep 0.1
-  done
-  return 1
-}
+answers() { poll curl -sf -m 5 -o /dev/null http://127.0.0.1:19999/hostversion; }
+# curl's 7: nothing listens on the port
+port_free() { poll sh -c 'curl -s -m 2 -o /dev/null http://127.0.0.1:19999/; [ $? = 7 ]'; }
 
 cpack --config "$build/CPackConfig.cmake" -G DEB -B "$work/out" >"$work/cpack.log" 2>&1 \
   || { cat "$work/cpack.log"; fail "cpack"; }

@@ -1,4 +1,4 @@
-/* The own boat and the track under node: fix texts, follow modes, steering, status, track. */
+/* The own boat and the track under node: fix texts, steering, status, track. */
 'use strict';
 
 const test = require('node:test');
@@ -43,25 +43,6 @@ test('fix texts and their alarm colour', () => {
         assert.deepStrictEqual([r.t, r.red], [t, red], `fix ${fix}`);
     }
     assert.deepStrictEqual([-128, 127, -20].map(b.rotText), [null, '>720.0°/min', '-17.9°/min']);
-});
-
-test('follow modes: view centre and rotation', () => {
-    const f = client().kelvor.boat.followCenter, sr = 100;
-    // [mode, heading, activeBrg, has waypoint, x, y, rotation]
-    const cases = [
-        ['1', 90, 0, false, 0, 0, 0],
-        [1, 90, 0, false, 0, 0, 0], // the number is not the radio's text
-        ['2', 90, 0, false, 100, 0, 0],
-        ['3', 180, 0, false, 0, 100, -180],
-        ['4', 90, 0, true, 0, -100, -0],
-        ['4', 90, 270, true, -100, 0, -270],
-        ['4', 90, 270, false, 0, 0, null],
-    ];
-    for (const [mode, h, ab, wp, x, y, rot] of cases) {
-        const c = f(mode, 0, 0, h, ab, wp, sr);
-        assert.ok(Math.abs(c.x - x) < 1e-9 && Math.abs(c.y - y) < 1e-9, `mode ${mode} centre ${c.x},${c.y}`);
-        assert.strictEqual(c.rot, rot, `mode ${mode} rotation`);
-    }
 });
 
 test('waypoint progress: times from speed, none at speed 0', () => {

@@ -1,5 +1,5 @@
 /*
-** Chart kit logic under node: the server's kit list, ticked kits, failure labels, the bar's choices,
+** Chart kit logic under node: the server's kit list, failure labels,
 ** chart markers, overlay text. Listing, downloading, switching and deleting are the chart kit journey's.
 */
 'use strict';
@@ -36,17 +36,6 @@ function client(replies) {
 function tick(ctx, boxes) {
     ctx.document.querySelectorAll = () => boxes.map(([v, c]) => ({ value: String(v), checked: c }));
 }
-
-test('a ticked kit whose version is on disk is listed without a download', () => {
-    const ctx = client({ '/getSetState/chartdb=A000005.marepack': '0', '/getMapData/version': '7' });
-    const ck = ctx.kelvor.chartkit, k = ctx.kelvor.settings.k;
-    k.chartKitList2[6] = ck.update[6];
-    tick(ctx, [[5, true], [6, true], [0, true], [2, false]]);
-    ck.updateChartKitExec();
-    assert.ok(k.chartKitList2[5]);
-    assert.strictEqual(ck.updatePos.length, 0);
-    assert.ok(!ctx.requests.some((r) => r.url.indexOf('/download/') === 0));
-});
 
 test('download failures show their label and cancel', () => {
     const cases = [

@@ -137,14 +137,6 @@ test('checkTile walks up to the first full tile', () => {
     }
 });
 
-test('scale bar steps and scale text', () => {
-    const v = Object.create(client().kelvor.vmap.prototype);
-    const steps = [[100, 100], [150, 100], [200, 250], [300, 250], [400, 500], [1000, 1000], [3500, 5000], [27000, 25000], [0.7, 0.5]];
-    for (const [d, len] of steps) assert.ok(Math.abs(v.scaleStep(d) - len) < 1e-9, `d ${d}: ${v.scaleStep(d)}`);
-    const texts = [[1400000, '1:1.4 Mio'], [250000, '1:250.000'], [10001, '1:10.000'], [5000, '1:5000'], [1234, '1:1200']];
-    for (const [mf, want] of texts) assert.strictEqual(v.scaleText(mf), want);
-});
-
 test('fitting a box clamps the zoom', () => {
     const ctx = client();
     const B = ctx.MERC_SPHERE_BASE;

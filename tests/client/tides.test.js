@@ -1,4 +1,4 @@
-/* Tide curves: the level window, secondary stations' corrections, the shape fill. */
+/* Tide curves: secondary stations' corrections and the shape fill. */
 'use strict';
 
 const test = require('node:test');
@@ -10,20 +10,6 @@ const H = 3600;
 function tides() {
     return load(CORE).kelvor.tides;
 }
-
-test('level window: secondary corrections, then 20 per cent margins', () => {
-    const T = tides();
-    const cases = [
-        // [station, lmin, lmax, want lmin, lmax, mean]
-        [{ stype: 1 }, 0, 100, -20, 120, 50],
-        [{ stype: 2, level_mode: 1, level_low: 2, level_high: 2 }, 10, 100, -16, 236, 110],
-        [{ stype: 2, level_mode: 0, level_low: -10, level_high: 10 }, 10, 100, -22, 132, 55],
-    ];
-    for (const [st, lo, hi, wlo, whi, wm] of cases) {
-        const w = T.levelWindow(lo, hi, st);
-        assert.deepStrictEqual([Math.round(w.lmin), Math.round(w.lmax), w.mean], [wlo, whi, wm], JSON.stringify(st));
-    }
-});
 
 test('spans map linearly onto corrected times and levels', () => {
     const T = tides();

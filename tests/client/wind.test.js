@@ -1,29 +1,13 @@
-/* Forecast grids under node: the colour ramp, pixel decoding with gaps, the bilinear lookup. */
+/* Forecast grids under node: pixel decoding with gaps, the bilinear lookup, the default grid, labels. */
 'use strict';
 
 const test = require('node:test');
 const assert = require('node:assert');
-const { load, same, near, CORE } = require('./harness');
+const { load, same, CORE } = require('./harness');
 
 function wind() {
     return load(CORE.concat(['kelvor.wind.js'])).kelvor.wind;
 }
-
-test('rgbGradient: an end, a point inside a step, and values beyond max', () => {
-    const W = wind();
-    const L = [[0, 0, 0], [100, 0, 0], [100, 200, 0]];
-    const cases = [
-        // [speed, want colour, want n]
-        [0, [0, 0, 0], 0],
-        [7.5, [100, 100, 0], 0.75],
-        [20, [100, 200, 0], 2], // past max the last colour stays, n does not clamp
-    ];
-    for (const [sp, c, n] of cases) {
-        const g = W.rgbGradient(L, sp, 10);
-        same(Array.from(g.c, (v) => Math.round(v)), c, `speed ${sp}`);
-        near(g.n, n, 1e-9, `n at ${sp}`);
-    }
-});
 
 /* A 3 by 3 grid of one degree cells: pixel bytes give u = R/10 - 10,
 ** v = G/10 - 10 with the ranges below (imin 0, imax 200, u and v from -10

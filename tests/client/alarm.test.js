@@ -74,6 +74,15 @@ test('stored form keeps key order and loads locked and disarmed', () => {
     assert.strictEqual(ctx.kelvor.alarmList.length, 0);
 });
 
+/* Picked through the route's leg test, past its ends too, as a route is. */
+test('a line alarm is picked past its end', () => {
+    const ctx = client(), A = ctx.kelvor.alarm;
+    ctx.kelvor.alarmList = [alarm(ctx, 0, [[0, 0], [100, 0], [200, 0]])];
+    const so = { p: { x: 225, y: 2 }, d: 10, o: null };
+    A.find(so);
+    assert.deepStrictEqual([so.o === ctx.kelvor.alarmList[0], so.o.e], [true, 3]);
+});
+
 test('alarm bar, notes and the armed and selected style', () => {
     const ctx = client(), A = ctx.kelvor.alarm;
     const els = { cp_alarm_dash: { innerHTML: '' }, np_nob_comment: { children: [{ innerHTML: '' }] },

@@ -36,8 +36,6 @@ class Bits {
         return *this;
     }
     size_t size() const { return bits_.size(); }
-    /* Fill bits needed to reach a whole character. */
-    int fill() const { return (int)((6 - bits_.size() % 6) % 6); }
     /* The armoured payload; the last character is padded with zeros. */
     std::string armour() const {
         std::string out;
@@ -65,7 +63,7 @@ inline std::vector<std::string> sentences(const Bits &b, const std::string &talk
         std::string body = talker + "," + std::to_string(parts) + "," + std::to_string(i + 1) + "," +
                            (parts > 1 ? std::to_string(seqId) : std::string()) + ",A," +
                            payload.substr(i * maxChars, maxChars) + "," +
-                           std::to_string(i + 1 == parts ? b.fill() : 0);
+                           std::to_string(i + 1 == parts ? (6 - b.size() % 6) % 6 : 0);
         out.push_back(withChecksum(body, '!'));
     }
     return out;

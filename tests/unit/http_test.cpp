@@ -116,7 +116,6 @@ TEST(UrlDecode, EscapesAndEarlyExits) {
     } cases[] = {
         {"/a%", "/a%", 0},
         {"/a%2", "/a 2", 0},  // the high half is written before the exit
-        {"", "", 0},
         {"%41%42x", "ABx", 3},
     };
     for (const auto &c : cases) {

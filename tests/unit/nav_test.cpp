@@ -87,8 +87,6 @@ TEST(NavUtil, TimeAndDateThroughMktime) {
         int year, mon, mday, hour, min, sec;
     } cases[] = {
         {"123519.55,A", "230324,003.1", 124, 2, 23, 12, 35, 19},
-        {"130000", "230324", 124, 2, 23, 13, 0, 0},
-        {"115959", "230324", 124, 2, 23, 11, 59, 59},
         {"257099", "310224", 124, 1, 31, 25, 70, 99},
     };
     for (const auto &c : cases) {
@@ -271,8 +269,6 @@ TEST_F(NavUpdate, BytesBehindTheTerminatorAreNotRead) {
     EXPECT_DOUBLE_EQ(-100, gpsfix.dpt);
 }
 
-// ---- track rows ----
-
 class NavTrack : public NavFixture {
   protected:
     // An RMC at latitude 54 deg 30 + minutes.
@@ -375,8 +371,6 @@ TEST_F(NavTrack, SettingsRowKeepsTheFirstOffer) {
     EXPECT_EQ(std::vector<std::string>{"{\"first\":1}|10|**"}, rows("SELECT v,t,l FROM kvt WHERE k='settings'"));
     EXPECT_TRUE(sqlite3_get_autocommit(mrApp.tripDb)) << "transaction left open";
 }
-
-// ---- the status reply and the mode ----
 
 class NavStatus : public NavFixture {
   protected:

@@ -19,23 +19,16 @@
 
 namespace {
 
-// The body of the reply to one GET of the (already decoded) path.
+// The body of the reply to one GET of the (already decoded) path: with no
+// socket behind the buffer the send fails and the body stays in it.
 std::string routeBody(const std::string &path) {
-    int sv[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM, 0, sv) != 0) return "(no socket)";
     ResponseBuffer out;
     buffInit(&out);
-    out.fd = sv[0];
+    out.fd = -1;
     route_get(&out, path.c_str());
+    std::string body(out.data, (size_t)out.length);
     buffFree(&out);
-    close(sv[0]);
-    std::string reply;
-    char buf[4096];
-    ssize_t n;
-    while ((n = read(sv[1], buf, sizeof(buf))) > 0) reply.append(buf, (size_t)n);
-    close(sv[1]);
-    size_t body = reply.find("\r\n\r\n");
-    return body == std::string::npos ? "(no reply)" : reply.substr(body + 4);
+    return body;
 }
 
 // A loopback socket bound to a free port; listening when asked to.

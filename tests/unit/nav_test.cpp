@@ -7,8 +7,6 @@
 #include <stdlib.h>
 #include <sqlite3.h>
 #include <string.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <string>
 #include <thread>
@@ -376,27 +374,18 @@ class NavStatus : public NavFixture {
   protected:
     void SetUp() override {
         NavFixture::SetUp();
-        ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM, 0, sv_));
         buffInit(&out_);
-        out_.fd = sv_[0];
+        out_.fd = -1;  // no socket: the send fails and the reply's body stays in the buffer
     }
     void TearDown() override {
         buffFree(&out_);
-        close(sv_[0]);
-        close(sv_[1]);
         NavFixture::TearDown();
     }
     // Runs the handler on path with the request body; returns the reply's body.
     std::string call(const char *path, const char *body = "*", int n = 1) {
         getSetHostStat(&out_, path, body, n);
-        std::string reply;
-        char chunk[65536];
-        ssize_t r;
-        while ((r = recv(sv_[1], chunk, sizeof(chunk), MSG_DONTWAIT)) > 0) reply.append(chunk, (size_t)r);
-        size_t cut = reply.find("\r\n\r\n");
-        return cut == std::string::npos ? "" : reply.substr(cut + 4);
+        return std::string(out_.data, (size_t)out_.length);
     }
-    int sv_[2];
     ResponseBuffer out_;
 };
 

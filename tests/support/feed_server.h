@@ -1,7 +1,6 @@
 /*
-** feed_server.h -- a sentence feed on a loopback port for the tests that
-** let the host (or its feed thread) connect over TCP, and the helpers that
-** read the host's status reply.
+** feed_server.h -- a sentence feed on a loopback port for the host to connect
+** to over TCP, and helpers that read the host's status reply.
 */
 #ifndef MAREPLOT_FEED_SERVER_H
 #define MAREPLOT_FEED_SERVER_H

@@ -34,8 +34,7 @@ static int connectHost() {
     return fd;
 }
 
-/* Generous start and port release times: the host writes both carried
-** packs first, and loaded machines and sanitizer builds are slow. */
+/* Generous: the host writes both carried packs first; sanitizer builds are slow. */
 static const int kStartMs = 60000;
 static const int kPortFreeMs = 10000;
 
@@ -52,8 +51,7 @@ bool portAnswers() {
     return true;
 }
 
-/* Waits at most timeoutMs until nothing accepts on the port; false if
-** something still does. */
+/* Waits at most timeoutMs until nothing accepts on the port; false if something still does. */
 static bool waitPortFree(int timeoutMs) {
     long long end = nowMs() + timeoutMs;
     while (portAnswers()) {
@@ -108,8 +106,7 @@ void Host::stop() {
     if (pid_ > 0) {
         // a sanitizer report in the host's output fails the test that ran it
         std::string out = output();
-        if (out.find("AddressSanitizer") != std::string::npos ||
-            out.find("ThreadSanitizer") != std::string::npos ||
+        if (out.find("AddressSanitizer") != std::string::npos || out.find("ThreadSanitizer") != std::string::npos ||
             out.find("runtime error:") != std::string::npos)
             ADD_FAILURE() << "sanitizer report from the host:\n" << out;
         kill(pid_, SIGKILL);

@@ -1,14 +1,8 @@
 #!/usr/bin/env bash
-# isolate.sh -- runs one test command with a loopback network of its own.
-#
-#   tests/support/isolate.sh COMMAND [ARGS...]
-#
-# The hosts a test starts bind 127.0.0.1:19999. In a network namespace of
-# the test's own (unshare -n as root, unshare -rn where unprivileged user
-# namespaces are allowed) nothing else on the machine can listen there or
-# answer in their place, and tests may run side by side. Where neither kind
-# of namespace can be made, the command runs under the port lock
-# /tmp/mareplot-port.lock instead, and only once nothing answers on 19999.
+# isolate.sh COMMAND [ARGS...] -- runs one test command with a loopback network
+# of its own (unshare -n as root, else unshare -rn), so that nothing else can
+# answer on 127.0.0.1:19999 and tests may run side by side. Without namespaces
+# it runs under the lock /tmp/mareplot-port.lock, once nothing answers on 19999.
 set -uo pipefail
 
 if [ "${MAREPLOT_NETNS:-}" = 1 ]; then

@@ -87,8 +87,7 @@ inline Pack standardPack(const std::string &tag = "A") {
     return p;
 }
 
-/* A pack of one document (key, value, type) and a filler row that brings
-** the file to about `bytes`, as the download tests fetch it. */
+/* A pack of one document (key, value, type) and a filler row bringing it to about `bytes`. */
 inline Pack fillerPack(const std::string &key, const std::string &value, int type, size_t bytes) {
     Pack p;
     p.withTiles = false;
@@ -165,9 +164,8 @@ inline bool writePack(const std::string &path, const Pack &p) {
     return ok;
 }
 
-/* A temporary home whose data directory exists before the host starts,
-** so that packs and key files can be placed there first. Removed with the
-** object. */
+/* A temporary home whose data directory exists before the host starts, so that
+** packs and key files can be placed there first. Removed with the object. */
 class PackHome {
   public:
     PackHome() : home_(makeTempDir("mareplot-packs-")) {
@@ -195,9 +193,8 @@ inline std::string onePixelGif() {
 
 using NamedPacks = std::vector<std::pair<std::string, Pack>>;
 
-/* A home holding the given packs by file name, prepared further by
-** prepare, and the host running over it. By default: the standard pack as
-** A000005 (tag "A") and a second one as A000006 (tag "B"). */
+/* A home holding the given packs by file name, prepared further by prepare, and the
+** host running over it. By default: standard packs A000005 (tag "A") and A000006 ("B"). */
 struct PackedHost {
     PackHome home;
     std::unique_ptr<Host> host;

@@ -1,13 +1,8 @@
 #!/usr/bin/env bash
-# test_repeat.sh -- runs a build directory's whole ctest suite N times under
-# CPU load and prints one line per run: "<passed> passed, <failed> failed".
-#
-#   tests/support/test_repeat.sh BUILD_DIR N [CTEST ARGS...]
-#
-# The load is stress-ng with one CPU worker per core, ended by its process
-# id after each run (its timeout bounds it should this script be killed).
-# Run i's output goes to BUILD_DIR/test-repeat/run-<i>.log; the run times
-# are printed at the end. Exits 1 when any run had a failure.
+# test_repeat.sh BUILD_DIR N [CTEST ARGS...] -- runs the build's ctest suite N
+# times under stress-ng CPU load (one worker per core) and prints one line per
+# run, "<passed> passed, <failed> failed"; logs go to BUILD_DIR/test-repeat/.
+# Exits 1 when any run had a failure.
 set -uo pipefail
 
 usage='usage: test_repeat.sh BUILD_DIR N [CTEST ARGS...]'

@@ -65,10 +65,8 @@ test('fairway run and CPA along the line', () => {
     const c = nr.cpa(X0 - 20, Y0 - 5000, 5, 180);
     assert.deepStrictEqual([Math.round(c.tcpa), Math.round(c.cpa), c.cdir, c.CPA[0]], [400, 30, ' ', ' '],
         'cpa: the difference of the lateral offsets');
-    /* a target ahead running away at the same speed never meets */
-    assert.strictEqual(nr.cpa(X0, Y0 - 5000, 5, 0).CPA, false);
-    /* off the fairway: straight line, no run */
-    assert.strictEqual(nr.cpa(X0 + 500, Y0 - 2000, 5, 180).run, undefined);
+    assert.strictEqual(nr.cpa(X0, Y0 - 5000, 5, 0).CPA, false, 'a target ahead at the same speed never meets');
+    assert.strictEqual(nr.cpa(X0 + 500, Y0 - 2000, 5, 180).run, undefined, 'off the fairway: straight line, no run');
 
     const p = nr.getXY(11000);
     assert.deepStrictEqual([Math.round(p.x - X0), Math.round(p.y - Y0), p.dx, p.dy], [1000, -10000, 1, 0]);

@@ -26,15 +26,8 @@ function client(replies) {
         showRedMapDot() {}, showRedInfoDot() {},
         map: { clearImageList() {}, setPosWorldMerc() {}, paintByTimer() {} } };
     ctx.kelvor.settings.load();
-    ctx.kelvor.chartkit.update = {
-        5: { pid: 5, name: 'Baltic', version: '7', filesize: 2000000, crc32: 99, stat: 0 },
-        6: { pid: 6, name: 'North Sea', version: '3', filesize: 1000000, crc32: 98, stat: 2 },
-    };
+    ctx.kelvor.chartkit.update = { 5: { pid: 5, name: 'Baltic', version: '7', filesize: 2000000, crc32: 99, stat: 0 } };
     return ctx;
-}
-
-function tick(ctx, boxes) {
-    ctx.document.querySelectorAll = () => boxes.map(([v, c]) => ({ value: String(v), checked: c }));
 }
 
 test('download failures show their label and cancel', () => {
@@ -47,7 +40,7 @@ test('download failures show their label and cancel', () => {
     ];
     for (const [first, poll, label] of cases) {
         const ctx = client({ '/download/5 7 2000000 99': first, '/download/*': poll || '' });
-        tick(ctx, [[5, true]]);
+        ctx.document.querySelectorAll = () => [{ value: '5', checked: true }];
         ctx.kelvor.chartkit.updateChartKitExec();
         if (poll) ctx.tick();
         const h = ctx.els.np_chartkit_progress_text.innerHTML;

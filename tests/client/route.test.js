@@ -114,11 +114,10 @@ test('the coordinate dialog moves the active point and marks its owner', () => {
     assert.ok(M.editmansave());
     assert.deepStrictEqual(r9([M.getLatY(m.y), M.getLonX(m.x)]), [54.5, 10.25]);
     assert.deepStrictEqual([ctx.kelvor.route.modified, M.modified], [true, false], 'owner 2 is the route');
-    // a text that does not parse leaves that axis
     els.i_edit_coord_y.value = 'north';
     const y = m.y;
     M.editmansave();
-    assert.strictEqual(m.y, y);
+    assert.strictEqual(m.y, y, 'a text that does not parse leaves that axis');
 });
 
 test('XTE band: perpendicular to the leg, the limit over the latitude cosine', () => {

@@ -71,8 +71,7 @@ class AisRows : public ::testing::Test {
     }
 };
 
-// The columns of each row type: a field's number, "$field" its quoted text,
-// "=v" a fixed value, "@t" the row time, "@x" and "@y" the grid position.
+// Row columns by type: a field's number, "$field" its text, "=v" a value, "@t" the time, "@x"/"@y" the grid.
 static const std::map<int, std::string> kColumns = {
     {1, "userid msgid @t @x @y sog cog hdg rot nav_status"},
     {4, "userid msgid @t @x @y"},

@@ -1,7 +1,6 @@
-// The navigation core: the sentence utilities; sentences in, gpsfix members
-// out, ageing and the track rows written; the status reply, a settings save
-// racing a track row, and the mode string. All but the utilities run on a
-// settable clock and an in-memory trip database.
+// The navigation core: the sentence utilities; sentences in, gpsfix out, ageing
+// and track rows; the status reply, a settings save racing a track row, the mode
+// string. All but the utilities run on a settable clock and an in-memory trip database.
 #include <gtest/gtest.h>
 #include <math.h>
 #include <stdlib.h>

@@ -141,7 +141,6 @@ TEST(KeyValue, ChartPackLookups) {
     } cases[] = {
         {"/info", "200 OK", "text/html; charset=UTF-8", kNoCache, "<p>info A</p>"},
         {"/getMapData//info", "200 OK", "text/html; charset=UTF-8", kNoCache, "<p>info A</p>"},
-        {"/getMapData//history", "200 OK", "text/html; charset=UTF-8", kNoCache, "<p>history</p>"},
         {"/getMapData/AVTILES", "200 OK", "text/plain; charset=UTF-8", kNoCache,
          "{\"3298535931904\":true}"},
         {"/getMapData//img/a.png", "200 OK", "image/png", "max-age=900", png},

@@ -21,22 +21,17 @@ const unsigned char kKapLeft[4] = {200, 220, 240, 255}, kKapRight[4] = {240, 220
 
 std::string dir; /* inputs and packs of the whole suite */
 
-using kit::crcHex;
 using kit::sqlOne;
 
 double jsonNumber(const std::string &json, const std::string &path) {
     return atof(kit::jsonAt(json, path).c_str());
 }
 
-std::string tileOf(const std::string &pack, int z, int y, int x) {
-    int64_t key = ((int64_t)z << 40) | ((int64_t)y << 20) | x;
-    return sqlOne(pack, "SELECT png FROM tiles WHERE zyx=" + std::to_string(key));
-}
-
 /* The pack's pixel at a position as pngPixel gives it; 1 when there is no tile. */
 uint32_t pixelAt(const std::string &pack, double lon, double lat, int z) {
     TilePixel t = tilePixel(lon, lat, z);
-    std::string png = tileOf(pack, z, t.y, t.x);
+    int64_t key = ((int64_t)z << 40) | ((int64_t)t.y << 20) | t.x;
+    std::string png = sqlOne(pack, "SELECT png FROM tiles WHERE zyx=" + std::to_string(key));
     return png == "(none)" ? 1 : pngPixel(png, t.col, t.row);
 }
 
@@ -139,7 +134,7 @@ TEST_F(ChartkitMake, ChartListHoldsTheDataBoxNameAndScale) {
             << list;
         std::string bytes = readFile(at(c.pack));
         EXPECT_EQ(std::to_string(bytes.size()), kit::jsonAt(r.out, "$.bytes"));
-        EXPECT_EQ(crcHex(bytes), kit::jsonAt(r.out, "$.crc32"));
+        EXPECT_EQ(kit::crcHex(bytes), kit::jsonAt(r.out, "$.crc32"));
         EXPECT_EQ(atoi(c.pack + 1), atoi(kit::jsonAt(r.out, "$.id").c_str()));
     }
 }

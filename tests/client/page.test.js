@@ -140,7 +140,6 @@ test('tiles and an overlay draw in WebGL with the world grid; the feature shows 
         assert.ok(await page.evaluate(() => kelvor.chartkit.vectorMap.map.loaded), 'the map kept');
         assert.ok(after.green > 30, JSON.stringify(after));
 
-        // a tap on the feature shows its name and description
         const at = await page.evaluate(() => {
             const m = cpApp.map, r = m.canvas.getBoundingClientRect();
             return { x: r.left + m.getXpos(10.25) - m.cx + m.sx / 2, y: r.top + m.getYpos(54.4) - m.cy + m.sy / 2 };
@@ -159,13 +158,12 @@ test('the 2D path draws the tiles; a two-finger pinch zooms about its centre, a 
             { type, touchPoints: pts.map(([x, y], id) => ({ x, y, id })) });
         const view = () => page.evaluate(() => ({ zoom: kelvor.settings.k.map.zoom, cx: cpApp.map.cx, cy: cpApp.map.cy }));
         const v0 = await view();
-        // a tap with a jitter below 20 pixels leaves the view
         await touch('touchStart', [[300, 300]]);
         await touch('touchMove', [[310, 308]]);
         await touch('touchEnd', []);
         await settled(page);
         const v1 = await view();
-        assert.deepStrictEqual(v1, v0);
+        assert.deepStrictEqual(v1, v0, 'a tap with a jitter below 20 pixels leaves the view');
         // fingers 200 pixels apart spread to 300 about the point (600, 400)
         await touch('touchStart', [[500, 400], [700, 400]]);
         for (let i = 1; i <= 10; i++) await touch('touchMove', [[500 - i * 5, 400], [700 + i * 5, 400]]);

@@ -43,11 +43,11 @@ test('a circle alarm fires when the boat leaves it and stays armed after the ack
         await j.until(() => page.evaluate(() => !kelvor.alarm.klaxontimer), 'the klaxon stopped');
         assert.ok(await j.isInView(page, '#btn_alarm_off'), 'the alarm is still armed: its Off shows');
         assert.strictEqual(await j.isInView(page, '#btn_alarm_on'), false);
-        /* relearning the boat's side alone rings nothing */
         const starts = await page.evaluate(() => window.klaxonStarts);
         await j.until(() => page.evaluate(() => kelvor.alarm.running && kelvor.alarm.running.side !== 0),
             'the alarm relearns the boat\'s side');
         assert.strictEqual(await j.isInView(page, '#np_chartkit_confirm'), false);
-        assert.strictEqual(await page.evaluate(() => window.klaxonStarts), starts);
+        assert.strictEqual(await page.evaluate(() => window.klaxonStarts), starts,
+            'relearning the side alone rings nothing');
     });
 });

@@ -42,13 +42,11 @@ test('follow modes from Settings and the boat bar; a pan or a target tap ends fo
         await iconIs(page, true);
         assert.strictEqual(await stored(page), 4);
 
-        /* a tap on a listed target ends follow mode, even when the list is refreshed while the
-        ** button is down; aimed once the column has widened, as a person would */
+        /* a tap on a listed target ends follow mode, even when the list is refreshed while the button is down */
         await j.click(page, '#i_screen_more');
         await j.until(async () => (await page.locator('#right_menu_main').boundingBox()).width === 300,
             'the column widened', 10000);
-        /* a vessel's entry; the list is rebuilt every second and may reorder between aiming and
-        ** pressing: then the press is let go and made again */
+        /* the list may reorder between aiming and pressing: then the press is let go and made again */
         for (let aim = 0; ; aim++) {
             const vessel = page.locator('#r_ais_list .ais_entry[data-mmsi]').first();
             let entry = null, id = null;

@@ -86,10 +86,9 @@ test('every main-menu entry opens and returns', { timeout: 180000 }, async () =>
         assert.ok(Math.abs(node.u - u) < 1e-6 && Math.abs(node.v - v) < 1e-6, JSON.stringify(node));
         assert.strictEqual(await page.locator('#np_html_wind_time option').count(), 3);
         await j.shot(page, 'main-menu-Wind');
-        /* opened again, the stored rows are current */
         await j.openMainMenu(page);
         await j.click(page, j.menuEntry('Wind'), { shows: '#np_html_wind_time' });
-        assert.strictEqual(downloads(), 1);
+        assert.strictEqual(downloads(), 1, 'opened again, the stored rows are current');
 
         assert.strictEqual(await j.isInView(page, '#cp_boat_dash'), false, 'no dashboard over the wind bar');
         const shown = () => page.$eval('#np_html_wind_time', (s) => s.options[s.selectedIndex].text);

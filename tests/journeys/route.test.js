@@ -79,12 +79,11 @@ test('ruler, marker with a note, and an activated three-point route', { timeout:
         await j.waitInView(page, '#r_dist_xte');
         await j.shot(page, 'route-active');
 
-        /* saved a little after the last change, they come back locked */
         await j.until(() => page.evaluate(() => !cpApp.modified), 'the objects saved', 20000);
         await page.reload();
         await j.chartPainted(page);
         assert.deepStrictEqual(await page.evaluate(() => [kelvor.routeList.map((r) => [r.m.length, r.locked]),
             kelvor.rulerList.map((r) => r.m[1].note), kelvor.marker.userMarkers().map((m) => m.note)]),
-        [[[3, true]], ['pier head'], ['Fuel <dock> & water']]);
+        [[[3, true]], ['pier head'], ['Fuel <dock> & water']], 'saved after the last change, back locked');
     });
 });

@@ -93,7 +93,6 @@ test('units, languages and night mode through Settings', { timeout: 300000 }, as
         assert.strictEqual(await page.inputValue('#i_settings_boat_speed'), '14.8', '8 kt in km/h');
         await j.click(page, '#np_settings_dlg > .np_close', { hides: '#np_settings_dlg' });
 
-        /* the dark strokes of the zoom button turn light */
         const zoom = await page.locator('#cp_map_zup').boundingBox();
         const day = await j.shot(page, 'settings-day');
         await j.openSettings(page, 'Chart');
@@ -111,7 +110,6 @@ test('units, languages and night mode through Settings', { timeout: 300000 }, as
             }
         }
         assert.ok(dark > 50 && turned > dark * 0.8, `the button's strokes turned light: ${turned} of ${dark}`);
-        /* and the chart darkens */
         const light = (img) => {
             let v = 0, n = 0;
             for (let y = 150; y < 650; y += 7) for (let x = 100; x < 900; x += 7) { v += sum(img.pixel(x, y)); n++; }

@@ -25,12 +25,27 @@
 #include "shell/app_record.h"
 #include "tests/support/ais_encoder.h"
 
+/* A base station report re-encoded with the time of day of message i:
+** base stations send it a few seconds apart. */
+static aisenc::Message withTime(const aisenc::Message &m, int i) {
+    const std::pair<const char *, int64_t> times[] = {
+        {"utc_year", 2026},           {"utc_month", 11},           {"utc_day", 21},
+        {"utc_hour", 5 + i / 720000}, {"utc_minute", (i / 12000) % 60}, {"utc_second", (i / 200) % 60}};
+    aisenc::Message out;
+    for (aisenc::Field f : m.fields) {
+        for (const auto &t : times)
+            if (f.name == t.first) f.value = t.second;
+        out.add(f);
+    }
+    return out;
+}
+
 /* The sentences of n messages of the mix, in a fixed pseudo-random order. */
 static std::vector<std::string> mix(int n) {
     aisenc::Rng rng(4242);
     std::vector<std::string> out;
     for (int i = 0; i < n; i++) {
-        int r = (int)rng.range(0, 99), type;
+        int r = (int)aisenc::draw(rng, 0, 99), type;
         if (r < 74) type = 1;
         else if (r < 85) type = 3;
         else if (r < 90) type = 4;
@@ -40,15 +55,8 @@ static std::vector<std::string> mix(int n) {
         else if (r < 98) type = 21;
         else type = r == 98 ? 24 : 124;
         aisenc::Message m = aisenc::randomMessage(rng, type);
-        if (type == 4) {  // base stations send the time of day, a few seconds apart
-            m.set("utc_year", 2026);
-            m.set("utc_month", 11);
-            m.set("utc_day", 21);
-            m.set("utc_hour", 5 + i / 720000);
-            m.set("utc_minute", (i / 12000) % 60);
-            m.set("utc_second", (i / 200) % 60);
-        }
-        for (const std::string &s : m.sentences("AIVDM", 60, i % 10)) out.push_back(s);
+        if (type == 4) m = withTime(m, i);
+        for (const std::string &s : aisenc::sentences(m.bits, "AIVDM", 60, i % 10)) out.push_back(s);
     }
     return out;
 }

@@ -1,7 +1,5 @@
-// AIS targets: sentences through ProcessAIS, rows taken with getAisData and
-// compared with the values encoded (the encoder checked against gpsd's
-// gpsdecode); own-ship handling; below the rows the six-bit reader, VDM
-// assembly and the parsers' length gates.
+// AIS targets: sentences through ProcessAIS, rows read with getAisData against the encoded values (the
+// encoder checked against gpsdecode); own ship; the six-bit reader, VDM assembly and the length gates.
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -174,7 +172,6 @@ TEST_F(AisRows, StaticRowsKeepTheirTextsAndOddMessagesMakeNone) {
     // part B of an MMSI whose part A never came: no row
     bB.put(24, 6).put(0, 2).put(444444444, 30).put(1, 2).put(37, 8).put(0, 120);
     for (std::string l : aisenc::sentences(bB)) ProcessAIS(&l[0]);
-    // a message number above 24
     b27.put(27, 6).put(0, 90);
     for (std::string l : aisenc::sentences(b27)) ProcessAIS(&l[0]);
     EXPECT_EQ("", rowsOf(takeRows()));
@@ -418,7 +415,6 @@ static unsigned parseAny(VdmAssembly *a, int msgid) {
 }
 
 TEST(AisParsers, LengthGates) {
-    // payload lengths in characters that pass and that fail each gate
     struct Case {
         int msgid;
         std::vector<int> good, bad;

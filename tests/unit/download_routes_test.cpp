@@ -19,8 +19,7 @@
 
 namespace {
 
-// The body of the reply to one GET of the (already decoded) path: with no
-// socket behind the buffer the send fails and the body stays in it.
+// The reply body to one GET of the decoded path: with no socket behind it the send fails and the body stays.
 std::string routeBody(const std::string &path) {
     ResponseBuffer out;
     buffInit(&out);

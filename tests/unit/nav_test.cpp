@@ -1,6 +1,5 @@
-// The navigation core: the sentence utilities; sentences in, gpsfix out, ageing
-// and track rows; the status reply, a settings save racing a track row, the mode
-// string. All but the utilities run on a settable clock and an in-memory trip database.
+// The navigation core: sentence utilities; on a settable clock and an in-memory trip database, sentences
+// in, gpsfix out, ageing and track rows, the status reply, a settings save racing a track row, the mode string.
 #include <gtest/gtest.h>
 #include <math.h>
 #include <stdlib.h>
@@ -78,7 +77,6 @@ TEST(NavUtil, CoordinatesToDegrees) {
 }
 
 TEST(NavUtil, TimeAndDateThroughMktime) {
-    // fields as mktime reads them, out-of-range ones normalised the same way
     struct {
         const char *time, *date;
         int year, mon, mday, hour, min, sec;
@@ -434,11 +432,10 @@ TEST_F(NavStatus, PathNumbers) {
 }
 
 TEST_F(NavStatus, TrackPointsBySince) {
-    // the row at 200 is an event, never sent as track
     sqlite3_exec(mrApp.tripDb, "INSERT INTO log (ts,x,y,t,v) VALUES (100,10.5,54.25,1,''),(200,999,999,2,''),"
                  "(300,-1.125,-2.5,1,'')", NULL, NULL, NULL);
     const std::string both = "[[10.500000,54.250000,100],[-1.125000,-2.500000,300]]";
-    // since, track points after it; since counts in 32 bits
+    // the row at 200 is an event, never track; since counts in 32 bits
     for (const auto &c : std::vector<std::pair<std::string, std::string>>{
              {"0", both}, {"100", "[[-1.125000,-2.500000,300]]"}, {"300", "[]"}, {"4294967295", "[]"}, {"-2", both}}) {
         std::string b = call(("1/1/1/" + c.first).c_str()), want = "\"track\":" + c.second + "}";

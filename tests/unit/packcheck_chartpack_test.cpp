@@ -1,6 +1,5 @@
-// The pack checker on small packs made here (a good pack passes, each kind of
-// damage is reported), the base chart pack's clipping and label placement, and
-// the packs as built, checked and read the way the host and the client read them.
+// The pack checker on small packs made here (a good pack passes, each damage is reported), the base chart
+// pack's clipping and label placement, and the packs as built, read the way the host and the client read them.
 #include <cairo.h>
 #include <fontconfig/fontconfig.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,5 @@
-// The shell's start-up file logic (the data directory, the version stamp's
-// pack decisions, the key files), the serial port's sentence accumulator and
-// the edges of reading its stored setting.
+// The shell's start-up files (the data directory, the version stamp's pack decisions, the key files), the
+// serial port's sentence accumulator and the edges of reading its stored setting.
 #include <gtest/gtest.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -188,15 +187,12 @@ INSTANTIATE_TEST_SUITE_P(
     Arrivals, SerialLines,
     ::testing::Values(
         ArrivalCase{"ignored_unless_nmea_source", 0, {kRmc + "\r\n", "$GP"}, {}, 0},
-        /* the byte before the line feed is always dropped */
         ArrivalCase{"lf_only_loses_last_char", 1, {kRmc + "\n"}, {kRmc.substr(0, kRmc.size() - 1)}, 0},
         ArrivalCase{"two_in_one_arrival", 1, {kGga + "\r\n" + kRmc + "\r\n"}, {kGga, kRmc}, 0},
         ArrivalCase{"split_over_arrivals", 1, {kRmc.substr(0, 20), kRmc.substr(20) + "\r", "\n$GP"}, {kRmc}, 3},
         ArrivalCase{"no_star_is_dropped", 1, {"$GPRMC,1,2,3\r\n" + kGga + "\r\n"}, {kGga}, 0},
-        /* a leading line feed stops the cutting; bytes pile up */
         ArrivalCase{"leading_lf_stalls", 1, {"\n" + kRmc + "\r\n", kGga + "\r\n"}, {},
                     (int)(1 + kRmc.size() + 2 + kGga.size() + 2)},
-        /* ...until the guard clears them, after which lines flow again */
         ArrivalCase{"guard_clears_stall", 1, {"\n" + kRmc + "\r\n", kGga + "\r\n", kGga + "\r\n", kRmc + "\r\n"},
                     {kRmc}, 0},
         ArrivalCase{"guard_at_201", 1, {std::string(200, 'x'), "y"}, {}, 0},
@@ -238,7 +234,6 @@ INSTANTIATE_TEST_SUITE_P(
                       SettingCase{"empty_file", "", "Off", 4800},
                       SettingCase{"no_speed_line", "/dev/ttyACM0\n", "/dev/ttyACM0", 4800},
                       SettingCase{"negative_speed", "/dev/ttyACM0\n-9600", "/dev/ttyACM0", 4800},
-                      /* a first line longer than the field names no port */
                       SettingCase{"overlong_port", std::string(300, 'a') + "\n9600", "Off", 4800},
                       SettingCase{"longest_port", std::string(255, 'a'), std::string(255, 'a'), 4800}),
     [](const ::testing::TestParamInfo<SettingCase> &i) { return std::string(i.param.name); });

@@ -26,7 +26,6 @@ TEST(StoreKeys, TileKeys) {
         {"A2/99999999999999999999/0/0", true, 0, (int64_t)(0xffffffffULL << 40)},
         {"A2/18446744073709551615", false, 0, -1},
         {"A2/-1", false, 0, -1},
-        // text without the form gives no key
         {"A2/3/1", true, -1, 0},
         {"2/3/1/0", true, -1, 0},
         {"A2/", false, -1, 0},

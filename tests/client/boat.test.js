@@ -88,10 +88,9 @@ test('route steering: activation, abeam passing, destination once', () => {
     b.stopRoute();
     assert.strictEqual(b.activeWayPoint, false);
     assert.deepStrictEqual(logRows(ctx, 5).slice(3), ['Route activated: Man over Board', 'Route aborted: Man over Board']);
-    // starting between waypoints past the first abeam takes the next
     b.theBoat.y = -600;
     b.activateRoute(r);
-    assert.strictEqual(b.activeWayPoint, r.m[1]);
+    assert.strictEqual(b.activeWayPoint, r.m[1], 'starting past the first abeam takes the next');
 });
 
 test('status handler: no position falls back, fix 0 keeps the boat, dashboards follow', () => {
@@ -103,7 +102,6 @@ test('status handler: no position falls back, fix 0 keeps the boat, dashboards f
         // [status, boat lon and lat after it, dashboard read, want]
         [{ fix: 999, latY: 999, lonX: 999 }, [10.1, 54.52], () => [els.i_boat_gps_fix.style.backgroundColor, html('i_boat_gps_fix')],
             ['red', 'GPS OFF']],
-        // depth 0 is hidden, no bearing without a waypoint
         [{ fix: 8, latY: 55, lonX: 11, sog: 5, cog: 90, dpt: 0 }, [11, 55],
             () => [html('i_boat_sog'), html('i_boat_cog2'), html('i_boat_dpt'), html('i_boat_brg'), els.i_boat_gps_warning.className],
             ['9.7 kt', '90°T', '---', '---', 'none']],

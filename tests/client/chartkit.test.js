@@ -1,7 +1,4 @@
-/*
-** Chart kit logic under node: the server's kit list, failure labels,
-** chart markers, overlay text. Listing, downloading, switching and deleting are the chart kit journey's.
-*/
+/* Chart kit logic under node: the server's kit list, failure labels, chart markers, overlay text. */
 'use strict';
 
 const test = require('node:test');
@@ -71,8 +68,7 @@ test('chart markers are shown up to their scale', () => {
     }
 });
 
-/* A glyph's top lies 100 - ofy units (scaled by the text height) below its line's top, its foot h
-** lower; a second line starts one text height lower. */
+/* A glyph's top is 100 - ofy units (times text height) below its line's top, its foot h lower; lines step by height. */
 test('overlay text glyphs sit on their line', () => {
     const ctx = load(['lib/rx.js']);
     const font = {

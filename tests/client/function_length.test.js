@@ -1,9 +1,5 @@
-/*
-** No function of the client's scripts runs over 80 lines; a longer one reads as its named steps
-** instead. Counted by the client's layout: a function whose body spans lines ends its first line
-** with "{", and its "}" starts a line at the same indent. A top-level "(function (M) {" wrapper
-** does not count.
-*/
+/* No function of the client's scripts runs over 80 lines. A function spanning lines ends its first line
+** with "{" and its "}" starts a line at the same indent; a top-level "(function (M) {" wrapper is exempt. */
 'use strict';
 
 const test = require('node:test');
@@ -11,8 +7,7 @@ const assert = require('assert');
 const fs = require('fs');
 const path = require('path');
 
-/* The functions of src longer than limit lines ([line, lines]), and the lines that open a function
-** the layout rule cannot measure. */
+/* The functions of src over limit lines ([line, lines]), and function openings the rule cannot measure. */
 function longFunctions(src, limit) {
     const lines = src.split('\n'), long = [], odd = [];
     lines.forEach((l, i) => {

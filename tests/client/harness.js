@@ -1,7 +1,5 @@
-/*
-** harness.js: the client's scripts in a node vm context with a document that knows no elements and
-** an XMLHttpRequest answering from ctx.route(method, url, body): a body, or a number for a status.
-*/
+/* harness.js: the client's scripts in a node vm context with a document that knows no elements and an
+** XMLHttpRequest answering from ctx.route(method, url, body): a body, or a number for a status. */
 'use strict';
 
 const assert = require('node:assert');

@@ -43,8 +43,7 @@ test('unit formats follow the chosen table row; depth reads back', () => {
 
 test('settings load merges the stored record over the defaults', async (t) => {
     const cases = [
-        // [name, stored record or status, read from the loaded settings, want]
-        // the base chart pack does not open here: its version reads as 0
+        // [name, stored record or status, read back, want]; the base chart pack does not open here (version 0)
         ['first start: no row, all defaults, the carried packs\' versions', 404,
             (k) => [k.map, k.chartkit, k.chartKitList2[1].version, k.chartKitList2[2].version],
             [{ lonX: 10.1, latY: 54.52, zoom: 8 }, 'A000002.marepack', '12', 0]],
@@ -255,8 +254,7 @@ test('text from outside: hex for SQL literals, escaped for markup, select lists 
     aux.fillList('absent', [], null, 'Pick');
 });
 
-/* A bare map at display zoom 10 over the one full tile 10/600/1000, a clock the test moves, the
-** images it asked for, and its 2D pass logged: 'clear', 'tile' in the buffer, 'copy' to the screen. */
+/* A bare map at zoom 10 over tile 10/600/1000, a clock the test moves, the images asked for, its 2D pass logged. */
 function oneTileMap() {
     const ctx = client(), clock = { now: 1000000 }, made = [], drawn = [];
     require('vm').runInContext('Date', ctx).now = () => clock.now;

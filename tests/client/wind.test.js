@@ -9,9 +9,7 @@ function wind() {
     return load(CORE.concat(['kelvor.wind.js'])).kelvor.wind;
 }
 
-/* A 3 by 3 grid of one degree cells: pixel bytes give u = R/10 - 10,
-** v = G/10 - 10 with the ranges below (imin 0, imax 200, u and v from -10
-** to 10); x2 and y2 are the last column and row. */
+/* A 3 by 3 grid of one degree cells: u = R/10 - 10, v = G/10 - 10 (imin 0, imax 200); x2, y2 the last column, row. */
 function grid(W, pixels) {
     const g = { x1: 10, y1: 50, x2: 12, y2: 52, gx: 1, gy: 1, dx: 3, dy: 3, imin: 0, imax: 200,
         umin: -10, umax: 10, vmin: -10, vmax: 10 };
@@ -66,8 +64,7 @@ test('findDefault: the smallest grid of the mode that holds the point', () => {
     assert.strictEqual(W.findDefault(2, 54, 10), 'cur');
 });
 
-/* Grid speeds are metres per second: the legend and the current labels go
-** through fmtSpeed once, which alone converts to the chosen unit. */
+/* Grid speeds are m/s: the legend and current labels go through fmtSpeed, which alone converts to the unit. */
 test('legend and current labels convert metres per second once', () => {
     const ctx = load(CORE.concat(['kelvor.wind.js']));
     const W = ctx.kelvor.wind;

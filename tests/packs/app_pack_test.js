@@ -1,7 +1,5 @@
-/*
-** The application pack builder: translation of page and scripts, the table format, a build run twice
-** (node --test app_pack_test.js [path of app_pack_write]; skipped without the writer).
-*/
+/* The application pack builder: translation of page and scripts, the table format, a build run twice
+** (node --test app_pack_test.js [path of app_pack_write]; skipped without the writer). */
 'use strict';
 
 const test = require('node:test');

@@ -1,6 +1,5 @@
-// The pack download: mareplotd fetches packs from mareplot-chartkit serve,
-// named in chartserver.key, through drops, bad replies, held bytes and
-// cancels; and /getcrc32/.
+// The pack download: mareplotd fetches packs from mareplot-chartkit serve (named in chartserver.key)
+// through drops, bad replies, held bytes and cancels; and /getcrc32/.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -64,11 +63,15 @@ class Download : public ::testing::Test {
         host_.reset();
         removeTree(packs_);
     }
-    // A pack of about `bytes` as A<id>.marepack on the server's side.
+    // A pack of about `bytes` as A<id>.marepack on the server's side: one document and a filler row.
     std::string makePack(int id, size_t bytes, const std::string &key = "/info",
                          const std::string &value = "pack five", int type = 4) {
-        std::string path = packs_ + name('A', id, ".marepack");
-        testpack::writePack(path, testpack::fillerPack(key, value, type, bytes));
+        std::string path = packs_ + name('A', id, ".marepack"), filler(bytes, 0);
+        for (size_t i = 0; i < bytes; i++) filler[i] = (char)((i * 2654435761u) >> 13);
+        testpack::Pack p;
+        p.withTiles = false;
+        p.kv = {{key, value, type, "**"}, {"/filler", filler, 0, "**"}};
+        testpack::writePack(path, p);
         return readFile(path);
     }
     void useServer(const ChartServer &server) { writeFile(home_.path("chartserver.key"), server.host() + "\n"); }
@@ -107,17 +110,13 @@ TEST_F(Download, OutcomesByServerBehaviourAndHeldBytes) {
         bool installed;
     } cases[] = {
         {"clean", {}, 0, false, 0, 0, kWhole, {0}, 0, true},
-        // a drop resumes from the last whole block
-        {"one drop", {"--drop-after", "100000", "--drop-count", "1"}, 0, false, 0, 0, kWhole, {0, 65536}, 0,
-         true},
+        {"one drop resumes from the last whole block", {"--drop-after", "100000", "--drop-count", "1"}, 0, false,
+         0, 0, kWhole, {0, 65536}, 0, true},
         {"six drops in a row", {"--drop-after", "30000"}, 0, false, 0, -3, 0, std::vector<int>(6, 0), 1,
          false},
-        // a reply the host cannot use is not retried (the header readings are unit tests)
-        {"zero length", {"--zero-length"}, 0, false, 0, -2, -2, {0}, -1, false},
-        // a failed CRC never replaces the pack in place
-        {"wrong bytes", {"--wrong-bytes"}, 0, true, 0, -5, kWhole, {0}, 0, false},
-        // more bytes than announced, cut inside a whole block
-        {"more than the size", {}, 0, false, 100000, -5, 131072, {0}, 0, false},
+        {"zero length: an unusable reply is not retried", {"--zero-length"}, 0, false, 0, -2, -2, {0}, -1, false},
+        {"wrong bytes: a failed CRC keeps the pack in place", {"--wrong-bytes"}, 0, true, 0, -5, kWhole, {0}, 0, false},
+        {"more than the size, cut inside a whole block", {}, 0, false, 100000, -5, 131072, {0}, 0, false},
         {"held bytes of any length", {}, 100, false, 0, 0, kWhole, {100}, 0, true},
         {"held bytes complete: no request", {}, kWhole, false, 0, 0, kWhole, {}, 0, true},
     };

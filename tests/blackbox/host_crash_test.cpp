@@ -1,6 +1,5 @@
-// The host killed outright, again and again, while a fast feed writes track
-// rows: the trip database stays whole, and every track point a status reply
-// showed before the kill is still in the log afterwards.
+// The host killed outright, again and again, while a fast feed writes track rows: the trip database
+// stays whole, and every track point a status reply showed before the kill is still in the log.
 #include <gtest/gtest.h>
 
 #include <chrono>

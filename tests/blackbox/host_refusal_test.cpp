@@ -1,6 +1,5 @@
-// What the host refuses from outside: requests a page elsewhere makes through
-// the user's browser (which headers count is the unit test's), and a second
-// host on the same data directory.
+// What the host refuses from outside: requests a page elsewhere makes through the user's browser
+// (which headers count is the unit test's), and a second host on the same data directory.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -53,9 +52,8 @@ TEST(ForeignPages, RefusedBeforeAnyRouteRuns) {
         } else {
             EXPECT_EQ("HTTP/1.1 200 OK", r.statusLine);
             EXPECT_EQ(0u, r.body.find("{\"hostversion\":")) << r.body;
-            // the connection goes on as before
             conn.send("GET /hostversion HTTP/1.1\r\n\r\n");
-            EXPECT_EQ("max=9998", conn.read().headers["Keep-Alive"]);
+            EXPECT_EQ("max=9998", conn.read().headers["Keep-Alive"]) << "the connection goes on as before";
         }
     }
     // nothing ran: the host still answers and no table was made

@@ -1,6 +1,5 @@
-// Over-long and odd values from outside, one per guard (number parsing and
-// key files are the unit tests', a pack's places the gazetteer's): the reply
-// for nothing found, nothing changed or stored, the host serving on.
+// Over-long and odd values from outside, one per guard (number parsing and key files are the unit tests',
+// a pack's places the gazetteer's): the reply for nothing found, nothing stored, the host serving on.
 #include <gtest/gtest.h>
 
 #include "support/test_pack.h"
@@ -23,7 +22,6 @@ TEST(LongInput, RoutesGiveTheirFailureReply) {
     h.select();
     const std::string dir = h.home.dataDir() + "/";
     const std::string x400(400, 'x'), x1900(1900, 'x');
-    // the longest pack name that still fits the 320-byte path area, and one more
     const std::string fitting(319 - dir.size(), 'p'), tooLong(320 - dir.size(), 'p');
     std::string escaped32;
     for (int i = 0; i < 32; i++) escaped32 += "%41";
@@ -56,7 +54,6 @@ TEST(LongInput, RoutesGiveTheirFailureReply) {
         expectAlive(what);
     }
 
-    // the refused values changed nothing and were not kept
     EXPECT_NE(std::string::npos,
               httpGet("/hostversion").body.find("\"alang\":\"en\",\"skin\":\"Navy Blue\""));
     for (const char *name : {"alang", "mlang", "skin"})

@@ -1,6 +1,5 @@
-// The TCP feed end to end: mareplotd connects to a test feed server on
-// loopback; the status reply and the host's printed texts show what it made
-// of the lines (the checksum gate itself is the unit tests').
+// The TCP feed end to end: mareplotd connects to a test feed server on loopback; the status reply and
+// the host's printed texts show what it made of the lines (the checksum gate itself is the unit tests').
 #include <gtest/gtest.h>
 #include <math.h>
 
@@ -48,13 +47,11 @@ TEST(NavFeed, ConnectsOnceMovesThePositionAndDropsBadInput) {
     EXPECT_NE(std::string::npos, out.find("nema starts\n\n"));
     EXPECT_NE(std::string::npos, out.find("nmea sockt start\n\n"));
 
-    // binary noise, a sentence without checksum, empty lines: dropped without a word
     std::string noise;
     for (int i = 0; i < 200; i++) noise.push_back((char)(i * 37 % 251 + 1));
     feed.sendLine(noise + "\n");
     feed.sendLine("$GPRMC,120001,A,5500.0000,N,01000.0000,E,5.0,90.0,210326,,\r\n");
     feed.sendLine("\r\n\n\n");
-    // a 499-byte line (line end included) passes
     std::string base = rmc("31.0000");
     std::string pad499 =
         base.substr(0, base.size() - 5) + std::string(499 - base.size(), 'p') + base.substr(base.size() - 5);

@@ -1,8 +1,5 @@
-/*
-** serial_port_test.cpp -- the headless host's serial GPS port: a pty pair
-** made by socat stands in for the receiver; the port named in
-** "usbport.key" is read and its sentences reach the status exchange.
-*/
+/* serial_port_test.cpp -- the headless host's serial GPS port: a socat pty pair stands in for the
+** receiver; the port named in "usbport.key" is read and its sentences reach the status exchange. */
 #include <fcntl.h>
 #include <unistd.h>
 

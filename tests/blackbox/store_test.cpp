@@ -1,6 +1,5 @@
-// The stores over HTTP: saved state, key/value documents and the
-// application pack, the SQL gateway, the gazetteer, tiles, and pack switching
-// under load. Each test starts its own host over packs it writes.
+// The stores over HTTP: saved state, key/value documents and the application pack, the SQL gateway, the
+// gazetteer, tiles, and pack switching under load. Each test starts its own host over packs it writes.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -19,7 +18,6 @@ namespace {
 
 const char kNoCache[] = "no-cache, no-store, must-revalidate";
 
-/* One GET and the reply it must get. */
 void expectReply(const std::string &path, const std::string &status, const std::string &type,
                  const std::string &cache, const std::string &body) {
     HttpReply r = httpGet(path);
@@ -130,7 +128,6 @@ TEST(State, ReadingFormSendsTwice) {
 
 TEST(KeyValue, ChartPackLookups) {
     AppHost h;
-    // before a pack is chosen every chart lookup misses
     expectReply("/info", "404 File not found", "text/plain; charset=UTF-8", kNoCache, "File not found (de): /info");
     EXPECT_EQ("[]", httpGet("/getMapDataA/mrk").body);
     httpGet("/getSetState/chartdb=A000005.marepack");
@@ -187,7 +184,6 @@ TEST(KeyValue, SetValueAndTripLookups) {
     HttpReply e = httpGet("/getValue/empty2");
     EXPECT_EQ("HTTP/1.1 200 OK", e.statusLine);
     EXPECT_EQ("0", e.headers["Content-Length"]);
-    // setValue replaces: the second value wins, and /kvt/ reads the same row
     httpPost("/setValue/route", "[3]");
     EXPECT_EQ("[3]", httpGet("/getValue/route").body);
     EXPECT_EQ("[3]", httpGet("/kvt/route").body);
@@ -253,7 +249,6 @@ TEST(Sql, RepliesOnTripDatabase) {
         {"SELECT 9007199254740993", "[\n[9007199254740993]\n]"},
         {"SELECT x'00410042'", std::string("[\n[\"\0A\0B\"]\n]", 12)},
         {"", "ERR"},
-        // a value's type decides its format, row by row
         {"SELECT 1 UNION ALL SELECT 'a' UNION ALL SELECT 2.5",
          "[\n[1],\n[\"a\"],\n[2.500000]\n]"},
         {"INSERT INTO kvt VALUES ('k1','a',12,'**')", "OK"},
@@ -304,10 +299,8 @@ TEST(Gazetteer, RanksAndBounds) {
     } cases[] = {
         // default range 5000: "Outside" at 9000 is beyond it; Far3 loses to Near3
         {"1000/1000", "[" + top5 + "," + near3 + "," + zero1 + "," + zero2 + "]"},
-        // bounds are exclusive: Top5 lies exactly on x + range
-        {"1000/1000/200", "[" + near3 + "," + zero1 + "]"},
-        // the nearest of a rank wins, seen from the other side
-        {"1500/1500/300", "[" + far3 + "," + zero2 + "]"},
+        {"1000/1000/200", "[" + near3 + "," + zero1 + "]"},  // bounds exclusive: Top5 lies on x + range
+        {"1500/1500/300", "[" + far3 + "," + zero2 + "]"},   // the nearest of a rank wins, from the other side
         {"2000/2000/500", "[]"},  // Far3 lies exactly on x - range
         {"2147483647/2147483647", "[]"},  // the upper bound wraps below the lower one
     };

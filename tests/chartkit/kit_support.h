@@ -1,8 +1,5 @@
-/*
-** kit_support.h -- helpers of the chart kit tool's tests (and of black-box
-** and window cases): running programs, reading packs, a hand-made BSB/KAP
-** chart, the tool's server on a free port with plain HTTP to it, a pty pair.
-*/
+/* kit_support.h -- helpers of the chart kit, black-box and window tests: running programs, reading packs,
+** a hand-made BSB/KAP chart, the tool's server on a free port with plain HTTP to it, a pty pair. */
 #ifndef MAREPLOT_KIT_SUPPORT_H
 #define MAREPLOT_KIT_SUPPORT_H
 
@@ -43,7 +40,6 @@ struct Run {
     _exit(127);
 }
 
-/* Runs args[0] with its arguments and collects its exit code and output. */
 inline Run run(const std::vector<std::string> &args) {
     Run r;
     char outName[] = "/tmp/kit-out-XXXXXX", errName[] = "/tmp/kit-err-XXXXXX";
@@ -66,9 +62,7 @@ inline Run run(const std::vector<std::string> &args) {
     return r;
 }
 
-/* Runs the statements of sql on database db (made when missing), args bound
-** to the last; its first column of the first row as bytes, "(none)" for no
-** row or NULL. */
+/* Runs sql on db (made if missing), args bound to the last statement; row 1 column 1 as bytes, or "(none)". */
 inline std::string sqlOne(const std::string &db, const std::string &sql, const std::vector<std::string> &args = {}) {
     sqlite3 *h = nullptr;
     sqlite3_stmt *st = nullptr;
@@ -87,13 +81,11 @@ inline std::string sqlOne(const std::string &db, const std::string &sql, const s
     return v;
 }
 
-/* A member of a JSON text by an SQLite JSON path, as text. */
 inline std::string jsonAt(const std::string &json, const std::string &path) {
     return sqlOne(":memory:", "SELECT json_extract(?, ?)", {json, path});
 }
 
-/* CRC-32 of data as eight hex digits, by zlib: the reference the tool's
-** and the host's own CRC are held to. */
+/* CRC-32 of data as eight hex digits by zlib: the reference for the tool's and the host's own CRC. */
 inline std::string crcHex(const std::string &data) {
     char hex[16];
     uLong c = crc32(crc32(0L, Z_NULL, 0), (const Bytef *)data.data(), (uInt)data.size());
@@ -101,10 +93,7 @@ inline std::string crcHex(const std::string &data) {
     return hex;
 }
 
-/* The byte image of a small BSB/KAP chart: a text header with the chart's
-** name, scale, reference points and a five-cornered border (the south-west
-** corner cut off), then rows of run-length pixels, the left half of palette
-** colour 1 and the right half of colour 2. */
+/* A small BSB/KAP chart: a five-cornered border (south-west corner cut), left half colour 1, right half 2. */
 inline std::string kapChart(double west, double south, double east, double north, int size = 64) {
     char head[2048];
     snprintf(head, sizeof(head),
@@ -143,9 +132,7 @@ inline std::string kapChart(double west, double south, double east, double north
     return k;
 }
 
-/* One GET (or, after "RAW ", the bytes given) to 127.0.0.1:port on a fresh
-** connection; the whole reply up to the server's close, or up to a silence
-** of timeoutMs. Empty when nothing answered. */
+/* One GET (or after "RAW " the bytes given) on a fresh connection: the reply up to close or timeoutMs of quiet. */
 inline std::string get(int port, const std::string &target, int timeoutMs = 10000) {
     int fd = socket(AF_INET, SOCK_STREAM, 0);
     struct sockaddr_in a = {};
@@ -194,8 +181,7 @@ class Child {
     pid_t pid_ = -1;
 };
 
-/* A pty pair made by socat: a host reads gps, the test writes feed. No
-** files when socat is missing. */
+/* A socat pty pair: a host reads gps, the test writes feed. No files when socat is missing. */
 struct PtyPair {
     std::string dir = makeTempDir("mareplot-pty-"), gps = dir + "/gps", feed = dir + "/feed";
     Child socat{{"socat", "pty,raw,echo=0,link=" + gps, "pty,raw,echo=0,link=" + feed}};

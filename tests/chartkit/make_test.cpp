@@ -1,8 +1,5 @@
-/*
-** make_test.cpp -- mareplot-chartkit make and info on rasters GDAL wrote
-** from NOAA's ETOPO5 relief, an MBTiles file made from it, and a hand-made
-** KAP chart. GDAL is the oracle for tile bytes, boxes and colours.
-*/
+/* make_test.cpp -- mareplot-chartkit make and info on rasters GDAL wrote from NOAA's ETOPO5 relief, an
+** MBTiles file made from it and a hand-made KAP chart. GDAL is the oracle for tile bytes, boxes, colours. */
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -45,8 +42,7 @@ std::string at(const char *name) { return dir + "/" + name; }
 
 class ChartkitMake : public ::testing::Test {
   protected:
-    /* Made once: a 4 by 4 degree cut of the relief around the German Bight,
-    ** coloured, warped, tiled to MBTiles with overviews; a KAP chart; a pack of each. */
+    /* Made once: the German Bight's relief (4 by 4 degrees) tiled to MBTiles, a KAP chart, a pack of each. */
     static void SetUpTestSuite() {
         dir = makeTempDir("mareplot-chartkit-");
         writeFile(at("colours.txt"), "-1 100 150 220\n1 230 220 170\nnv 0 0 0 0\n");
@@ -194,7 +190,6 @@ TEST_F(ChartkitMake, ZoomsAskedForAreTheOnlyOnes) {
     EXPECT_EQ("9|10", sqlOne(at("A000009.marepack"), "SELECT min(zyx>>40) || '|' || max(zyx>>40) FROM tiles"));
 }
 
-/* The left-over temporary files in dir. */
 std::string leftOvers() {
     std::string out;
     for (const auto &e : std::filesystem::directory_iterator(dir)) {

@@ -1,10 +1,5 @@
-/*
-** s57_cell.h -- writes small ENC cells through GDAL's S57 writer for the
-** chart kit tests and the benchmark. The writer takes records as they lie
-** in the file, vector primitives first, then the features pointing at them:
-** an area is one closed edge on one connected node, a line one edge
-** between two nodes, a point one isolated node.
-*/
+/* s57_cell.h -- small ENC cells through GDAL's S57 writer, in file order: vector primitives, then the
+** features on them (an area one closed edge on one node, a line one edge between two, a point one node). */
 #ifndef MAREPLOT_TEST_S57_CELL_H
 #define MAREPLOT_TEST_S57_CELL_H
 
@@ -34,8 +29,7 @@ struct S57CellWriter {
     int nextFeature = 1; /* RCID and FIDN of the next feature record */
     bool ok = true;      /* false once a record could not be written */
 
-    /* Creates the file with S57 creation options (NAME=VALUE); an update
-    ** file's record ids go on from firstId. */
+    /* Creates the file with S57 options (NAME=VALUE); an update file's record ids go on from firstId. */
     bool create(const std::string &path, const std::vector<std::string> &options, int firstId = 1) {
         GDALAllRegister();
         GDALDriverH drv = GDALGetDriverByName("S57");
@@ -67,8 +61,7 @@ struct S57CellWriter {
         OGR_F_Destroy(f);
     }
 
-    /* An isolated (rcnm 110) or connected node (120); with depths, a
-    ** sounding group of one position per depth. */
+    /* An isolated (rcnm 110) or connected node (120); with depths, a sounding group of one position each. */
     int node(int rcnm, const std::vector<double> &lonLat, const std::vector<double> &depths = {}) {
         OGRLayerH l = GDALDatasetGetLayerByName(ds, rcnm == 110 ? "IsolatedNode" : "ConnectedNode");
         OGRFeatureH f = OGR_F_Create(OGR_L_GetLayerDefn(l));
@@ -90,8 +83,7 @@ struct S57CellWriter {
         return id;
     }
 
-    /* An edge along lonLat. A closed ring (first point repeated at the
-    ** end) hangs on one connected node at its start; a line on two. */
+    /* An edge along lonLat: a closed ring hangs on one connected node at its start, a line on two. */
     int edge(const std::vector<double> &lonLat) {
         size_t n = lonLat.size() / 2;
         int start = node(120, {lonLat[0], lonLat[1]});
@@ -109,8 +101,7 @@ struct S57CellWriter {
         return id;
     }
 
-    /* A feature of class `layer` (code objl) on spatial records: prim 1
-    ** on an isolated node, 2 and 3 on edges. */
+    /* A feature of class `layer` (code objl) on spatial records: prim 1 an isolated node, 2 and 3 edges. */
     void feature(const char *layer, int objl, int prim, int rcnm, int rcid, const std::vector<S57Attr> &attrs) {
         OGRLayerH l = GDALDatasetGetLayerByName(ds, layer);
         OGRFeatureH f = OGR_F_Create(OGR_L_GetLayerDefn(l));

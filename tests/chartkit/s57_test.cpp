@@ -1,8 +1,5 @@
-/*
-** s57_test.cpp -- ENC cells written by GDAL's S57 writer, read and drawn
-** by the chart kit's cell reader: the chart list entry, colours at known
-** places, the coverage and corner rule, update files, and bad inputs.
-*/
+/* s57_test.cpp -- ENC cells written by GDAL's S57 writer, read and drawn by the chart kit's cell reader:
+** the chart list entry, colours at known places, the coverage and corner rule, update files, bad inputs. */
 #include <gtest/gtest.h>
 #include <stdio.h>
 
@@ -14,8 +11,7 @@
 
 namespace {
 
-/* The test cell: a bay at 54.3 to 54.42 N, 10.0 to 10.2 E, deep water
-** with a shallow strip and land in the south-east corner. */
+/* The test cell: a bay at 54.3-54.42 N, 10.0-10.2 E; deep water, a shallow strip, land in the south-east. */
 const double kWest = 10.0, kSouth = 54.3, kEast = 10.2, kNorth = 54.42;
 const double kBuoyLon = 10.08, kBuoyLat = 54.38;     /* red lateral buoy */
 const double kNewBuoyLon = 10.04, kNewBuoyLat = 54.40; /* green one, added by the update */

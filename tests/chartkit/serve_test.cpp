@@ -1,8 +1,4 @@
-/*
-** serve_test.cpp -- mareplot-chartkit serve over packs the tool made from
-** hand-made KAP charts: the kit list, resumed downloads, refusals, many
-** clients at once.
-*/
+/* serve_test.cpp -- mareplot-chartkit serve over packs made from KAP charts: list, refusals, many clients. */
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -47,7 +43,6 @@ TEST_F(ChartkitServe, KitListAndPage) {
     std::string list = kit::bodyOf(reply);
     EXPECT_EQ("(none)", kit::jsonAt(list, "$.update.9")) << "a file that is no pack is left out";
     EXPECT_LT(list.find("\"7\":"), list.find("\"12\":")) << "ids ascending";
-    /* name, size, CRC and version are the chart kit journey's: it lists, downloads and installs a kit */
 
     std::string page = kit::get(server.port(), "/");
     EXPECT_EQ(0u, page.find("HTTP/1.1 200 OK\r\n"));

@@ -1,7 +1,4 @@
-/*
-** tile_pixel.h -- the chart kit tests' look at drawn tiles: which tile and
-** pixel show a position, and the colour of a pixel of a PNG tile.
-*/
+/* tile_pixel.h -- which tile and pixel show a position, and the colour of a pixel of a PNG tile. */
 #ifndef MAREPLOT_TEST_TILE_PIXEL_H
 #define MAREPLOT_TEST_TILE_PIXEL_H
 
@@ -31,8 +28,7 @@ inline TilePixel tilePixel(double lon, double lat, int z) {
     return t;
 }
 
-/* The pixel at col, row of a PNG as 0xAARRGGBB (premultiplied, as Cairo
-** holds it; opaque pixels are plain colours). 0 when it can't be read. */
+/* Pixel col, row of a PNG as 0xAARRGGBB (premultiplied, as Cairo holds it), or 0 when unreadable. */
 inline uint32_t pngPixel(const std::string &png, int col, int row) {
     cairo_surface_t *s = pc_decodePng(png.data(), png.size());
     uint32_t px = 0;

@@ -1,8 +1,5 @@
-/*
-** ais_encoder.h -- a test-side AIS encoder: fields in, armoured sentences
-** with checksums out. It shares no code with the host's decoder; its bit
-** layouts are checked against gpsd's gpsdecode in ais_test.cpp.
-*/
+/* ais_encoder.h -- a test-side AIS encoder: fields in, armoured sentences with checksums out. It shares
+** no code with the host's decoder; its bit layouts are checked against gpsd's gpsdecode in ais_test.cpp. */
 #ifndef MAREPLOT_AIS_ENCODER_H
 #define MAREPLOT_AIS_ENCODER_H
 
@@ -19,8 +16,7 @@ namespace aisenc {
 /* A bit string built most significant bit first. */
 class Bits {
   public:
-    /* Appends the low width bits of v (negative v in two's complement);
-    ** a width above 64 pads with the sign on the left. */
+    /* Appends the low width bits of v (two's complement); a width above 64 pads with the sign on the left. */
     Bits &put(int64_t v, int width) {
         for (int i = width - 1; i >= 0; i--)
             bits_.push_back((uint8_t)(((uint64_t)v >> (i < 64 ? i : 63)) & 1));
@@ -51,9 +47,7 @@ class Bits {
     std::vector<uint8_t> bits_;
 };
 
-/* The sentences that carry the message: one when its armoured payload fits
-** maxChars, otherwise consecutive parts under sequential id seqId; the
-** fill bits go on the last. */
+/* The message's sentences: one if its payload fits maxChars, else parts under id seqId; fill bits on the last. */
 inline std::vector<std::string> sentences(const Bits &b, const std::string &talker = "AIVDM",
                                           size_t maxChars = 60, int seqId = 1) {
     const std::string payload = b.armour();
@@ -69,13 +63,11 @@ inline std::vector<std::string> sentences(const Bits &b, const std::string &talk
     return out;
 }
 
-/* The standard fixes mt19937_64's sequence: every run builds the same
-** messages from the same seed. */
+/* The standard fixes mt19937_64's sequence: the same seed builds the same messages on every run. */
 using Rng = std::mt19937_64;
 inline int64_t draw(Rng &rng, int64_t lo, int64_t hi) { return lo + (int64_t)(rng() % (uint64_t)(hi - lo + 1)); }
 
-/* One field of a generated message: a number of width bits, or a text of
-** chars six-bit characters (width 0). Names are the host record's members. */
+/* A field: a number of width bits, or a text of chars six-bit characters (width 0); named as the host's record. */
 struct Field {
     std::string name;
     int width;
@@ -84,9 +76,7 @@ struct Field {
     int chars;
 };
 
-/* A generated message: its fields in order and their bits. Random texts
-** avoid '"' and '\' and never end in a blank, so that every decoder agrees
-** on where they end. */
+/* A generated message. Random texts avoid '"' and '\' and end in no blank, so every decoder agrees on the end. */
 struct Message {
     std::vector<Field> fields;
     Bits bits;
@@ -104,8 +94,7 @@ struct Message {
     Message &u(const std::string &name, int width) {
         return fixed(name, width, draw(*rng, 0, (int64_t)((1ull << width) - 1)));
     }
-    /* A longitude and latitude in 1/10000 minute, now and then the
-    ** no-position values 181 and 91 degrees. */
+    /* Longitude and latitude in 1/10000 minute, now and then the no-position values 181 and 91 degrees. */
     Message &position() {
         bool none = draw(*rng, 0, 9) == 0;
         fixed("lon", 28, none ? 181 * 600000 : draw(*rng, -180 * 600000, 180 * 600000));
@@ -130,9 +119,7 @@ struct Message {
     }
 };
 
-/* A random message of a type the host turns into rows: 1, 2, 3, 4, 5, 9,
-** 18, 19, 21, and 24 (part A for type 24, part B for type 124), from the
-** given MMSI or a random one. */
+/* A random message of a type the host makes rows of (1-5, 9, 18, 19, 21, 24; 124 is 24 B), of mmsi or random. */
 inline Message randomMessage(Rng &rng, int type, int64_t mmsi = -1) {
     Message b;
     b.rng = &rng;

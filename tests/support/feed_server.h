@@ -1,7 +1,4 @@
-/*
-** feed_server.h -- a sentence feed on a loopback port for the host to connect
-** to over TCP, and helpers that read the host's status reply.
-*/
+/* feed_server.h -- a sentence feed on a loopback port the host connects to, and readers of its status. */
 #ifndef MAREPLOT_FEED_SERVER_H
 #define MAREPLOT_FEED_SERVER_H
 
@@ -22,8 +19,7 @@
 #include <thread>
 #include <vector>
 
-/* Accepts any number of connections (port 0: an ephemeral one) and sends
-** to the newest. */
+/* Accepts any number of connections (port 0: an ephemeral one) and sends to the newest. */
 class FeedServer {
   public:
     explicit FeedServer(int port = 0) {

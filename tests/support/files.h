@@ -1,7 +1,4 @@
-/*
-** files.h -- temporary directories, whole-file reads and writes, and
-** environment variables set for one scope, for the tests.
-*/
+/* files.h -- temporary directories, whole-file reads and writes, environment variables set for a scope. */
 #ifndef MAREPLOT_TEST_FILES_H
 #define MAREPLOT_TEST_FILES_H
 
@@ -14,7 +11,6 @@
 #include <string>
 #include <vector>
 
-/* A fresh directory /tmp/<prefix>XXXXXX. */
 inline std::string makeTempDir(const std::string &prefix) {
     std::string tmpl = "/tmp/" + prefix + "XXXXXX";
     std::vector<char> buf(tmpl.begin(), tmpl.end());
@@ -46,8 +42,7 @@ inline bool fileExists(const std::string &path) {
     return stat(path.c_str(), &st) == 0;
 }
 
-/* Sets (value non-null) or unsets an environment variable until the end of
-** the scope, then puts the old value back. tzset() follows both, for TZ. */
+/* Sets (value non-null) or unsets an environment variable for the scope; tzset() follows both, for TZ. */
 class ScopedEnv {
   public:
     ScopedEnv(const char *name, const char *value) : name_(name), had_(getenv(name) != nullptr) {

@@ -1,7 +1,4 @@
-/*
-** host_harness.cpp -- start and stop of the headless host and a raw HTTP
-** client for the black-box tests.
-*/
+/* host_harness.cpp -- start and stop of the headless host and a raw HTTP client for the black-box tests. */
 #include "support/host_harness.h"
 
 #include <arpa/inet.h>
@@ -64,8 +61,7 @@ static bool waitPortFree(int timeoutMs) {
 Host::Host(const std::string &home) : home_(home.empty() ? makeTempDir("mareplot-home-") : home) {
     ownHome_ = home.empty();
     outPath_ = home_ + "/.host-output";
-    // Whatever answers now is a stranger (SO_REUSEPORT even lets ours listen
-    // beside it); a host that is just going gets a moment.
+    // A stranger answers (SO_REUSEPORT would let ours listen beside it); a host that is just going gets a moment.
     if (!waitPortFree(2000)) {
         ADD_FAILURE() << "something already listens on 127.0.0.1:19999 before this test's host starts; "
                          "stop it, or run the tests through tests/support/isolate.sh";

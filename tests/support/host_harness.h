@@ -1,7 +1,4 @@
-/*
-** host_harness.h -- runs build/mareplotd in a temporary HOME and speaks raw
-** HTTP to it, for the black-box tests.
-*/
+/* host_harness.h -- build/mareplotd in a temporary HOME, spoken to in raw HTTP, for the black-box tests. */
 #ifndef MAREPLOT_HOST_HARNESS_H
 #define MAREPLOT_HOST_HARNESS_H
 
@@ -22,9 +19,7 @@ struct HttpReply {
 
 class Host {
   public:
-    /* Makes a fresh HOME (or uses home when given) and starts the host;
-    ** waits until it accepts. Fails the test, and starts nothing, when
-    ** something else already answers on the port. */
+    /* Starts the host in a fresh HOME (or home), waits until it accepts; fails, starting none, if the port answers. */
     explicit Host(const std::string &home = "");
     ~Host();
     /* Ends the host and waits until the port is free again. */
@@ -64,12 +59,10 @@ class Conn {
     bool eof_ = false;
 };
 
-/* True when something accepts on 127.0.0.1:19999. */
 bool portAnswers();
 
 /* One request on a fresh connection. */
 HttpReply httpGet(const std::string &path);
 HttpReply httpPost(const std::string &path, const std::string &body);
-
 
 #endif

@@ -1,8 +1,6 @@
 #!/usr/bin/env bash
-# isolate.sh COMMAND [ARGS...] -- runs one test command with a loopback network
-# of its own (unshare -n as root, else unshare -rn), so that nothing else can
-# answer on 127.0.0.1:19999 and tests may run side by side. Without namespaces
-# it runs under the lock /tmp/mareplot-port.lock, once nothing answers on 19999.
+# isolate.sh COMMAND [ARGS...] -- runs a test with a loopback of its own (unshare -n, or -rn unless root), so
+# no other host answers on 19999; without namespaces, under /tmp/mareplot-port.lock once 19999 is free.
 set -uo pipefail
 
 if [ "${MAREPLOT_NETNS:-}" = 1 ]; then

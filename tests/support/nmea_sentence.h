@@ -1,6 +1,4 @@
-/*
-** nmea_sentence.h -- NMEA sentences for tests that feed a port.
-*/
+/* nmea_sentence.h -- NMEA sentences for tests that feed a port. */
 #ifndef MAREPLOT_NMEA_SENTENCE_H
 #define MAREPLOT_NMEA_SENTENCE_H
 
@@ -18,11 +16,9 @@ inline std::string withChecksum(const std::string &body, char start = '$') {
     return std::string(1, start) + body + tail;
 }
 
-/* "$" + body + "*" + its checksum + CR LF. */
 inline std::string checksummed(const std::string &body) { return withChecksum(body) + "\r\n"; }
 
-/* A valid RMC sentence for the position, stamped with the current UTC time
-** and ended by CR LF, with its checksum. */
+/* A valid RMC sentence for the position at the current UTC time, with its checksum and CR LF. */
 inline std::string rmcNow(const char *lat, const char *ns, const char *lon, const char *ew) {
     time_t t = time(nullptr);
     struct tm u;

@@ -1,7 +1,4 @@
-/*
-** test_pack.h -- small packs with the chart pack schema, a home directory
-** laid out as the host expects, and the host started over both.
-*/
+/* test_pack.h -- small chart packs, a home laid out as the host expects, and the host started over both. */
 #ifndef MAREPLOT_TEST_PACK_H
 #define MAREPLOT_TEST_PACK_H
 
@@ -53,9 +50,7 @@ inline std::string fakePng(int seed, size_t size = 300) {
     return s;
 }
 
-/* The pack most tests use; tag makes its documents and tiles its own. Its
-** documents: a language row beside a "**" row, a PNG held as TEXT with NUL
-** bytes, a key with capitals, an HTML fragment of type 100, mrk fragments. */
+/* The pack most tests use, tag making its documents and tiles its own; rows of each odd kind the host stores. */
 inline Pack standardPack(const std::string &tag = "A") {
     Pack p;
     p.kv = {
@@ -87,22 +82,11 @@ inline Pack standardPack(const std::string &tag = "A") {
     return p;
 }
 
-/* A pack of one document (key, value, type) and a filler row bringing it to about `bytes`. */
-inline Pack fillerPack(const std::string &key, const std::string &value, int type, size_t bytes) {
-    Pack p;
-    p.withTiles = false;
-    std::string filler(bytes, 0);
-    for (size_t i = 0; i < bytes; i++) filler[i] = (char)((i * 2654435761u) >> 13);
-    p.kv = {{key, value, type, "**"}, {"/filler", filler, 0, "**"}};
-    return p;
-}
-
 inline bool exec(sqlite3 *db, const char *sql) {
     return sqlite3_exec(db, sql, NULL, NULL, NULL) == SQLITE_OK;
 }
 
-/* The first column of every row of sql on the database file db, opened
-** read-only, joined by commas; empty when the file does not open. */
+/* The first column of each row of sql on file db (read-only), joined by commas; empty if it does not open. */
 inline std::string sqlColumn(const std::string &db, const std::string &sql) {
     sqlite3 *h = NULL;
     std::string out;
@@ -117,8 +101,7 @@ inline std::string sqlColumn(const std::string &db, const std::string &sql) {
     return out;
 }
 
-/* Runs one INSERT with vals bound in order: numbers as integers, texts
-** with their byte count (NUL bytes stay), as BLOBs when blobs is set. */
+/* One INSERT with vals bound in order: numbers as integers, texts by byte count (NUL stays), BLOBs if blobs. */
 inline bool insert(sqlite3 *db, const char *sql, const std::vector<std::variant<int64_t, std::string>> &vals,
                    bool blobs = false) {
     sqlite3_stmt *st = NULL;
@@ -164,8 +147,7 @@ inline bool writePack(const std::string &path, const Pack &p) {
     return ok;
 }
 
-/* A temporary home whose data directory exists before the host starts, so that
-** packs and key files can be placed there first. Removed with the object. */
+/* A temporary home whose data directory exists before the host starts, for packs and key files. */
 class PackHome {
   public:
     PackHome() : home_(makeTempDir("mareplot-packs-")) {
@@ -178,8 +160,7 @@ class PackHome {
     std::string dataDir() const { return home_ + "/.local/share/mareplot"; }
     std::string path(const std::string &name) const { return dataDir() + "/" + name; }
     bool put(const std::string &name, const Pack &p) const { return writePack(path(name), p); }
-    /* Stamps the running version, so that the host keeps the application
-    ** and base packs placed here instead of writing its own. */
+    /* Stamps the running version, so the host keeps the packs placed here instead of writing its own. */
     void stampVersion() const { writeFile(path("version.key"), "M.1.16.568"); }
 
   private:
@@ -193,8 +174,7 @@ inline std::string onePixelGif() {
 
 using NamedPacks = std::vector<std::pair<std::string, Pack>>;
 
-/* A home holding the given packs by file name, prepared further by prepare, and the
-** host running over it. By default: standard packs A000005 (tag "A") and A000006 ("B"). */
+/* A home with the given packs by file name (default A000005 "A", A000006 "B"), prepared, and the host on it. */
 struct PackedHost {
     PackHome home;
     std::unique_ptr<Host> host;

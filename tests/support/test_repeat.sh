@@ -1,8 +1,6 @@
 #!/usr/bin/env bash
-# test_repeat.sh BUILD_DIR N [CTEST ARGS...] -- runs the build's ctest suite N
-# times under stress-ng CPU load (one worker per core) and prints one line per
-# run, "<passed> passed, <failed> failed"; logs go to BUILD_DIR/test-repeat/.
-# Exits 1 when any run had a failure.
+# test_repeat.sh BUILD_DIR N [CTEST ARGS...] -- runs the build's ctest suite N times under stress-ng CPU load,
+# one line per run ("<passed> passed, <failed> failed", logs in BUILD_DIR/test-repeat/); exits 1 on a failure.
 set -uo pipefail
 
 usage='usage: test_repeat.sh BUILD_DIR N [CTEST ARGS...]'

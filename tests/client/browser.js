@@ -1,8 +1,5 @@
-/*
-** browser.js: the real host on 127.0.0.1:19999 with HOME in a fresh directory (so run through
-** tests/support/isolate.sh) and Debian's headless Chromium with a fresh profile, for the page
-** tests, the journeys and the benchmarks.
-*/
+/* browser.js: the real host on 127.0.0.1:19999 with HOME in a fresh directory (run it through isolate.sh)
+** and Debian's headless Chromium with a fresh profile, for the page tests, journeys and benchmarks. */
 'use strict';
 
 const assert = require('node:assert');
@@ -96,15 +93,13 @@ async function openPage(opts) {
     };
 }
 
-/* A 256 by 256 PNG of one colour. */
 function solidPng(rgb) {
     const png = new PNG({ width: 256, height: 256 });
     for (let i = 0; i < png.data.length; i += 4) png.data.set(rgb.concat(255), i);
     return PNG.sync.write(png);
 }
 
-/* A000003.marepack in the host's data directory, by the sqlite3 shell: every tile from zoom 3
-** to 10 around 10.1 E, 54.52 N in diagonal bands of sea [170, 211, 223] and land [242, 239, 233]. */
+/* A000003.marepack by the sqlite3 shell: zoom 3-10 tiles near 10.1 E 54.52 N in diagonal sea and land bands. */
 function syntheticPack(home) {
     const sea = solidPng([170, 211, 223]).toString('hex'), land = solidPng([242, 239, 233]).toString('hex');
     const sql = ['CREATE TABLE kvt (k TEXT,v TEXT,t INTEGER, l TEXT);', 'CREATE INDEX i_kv_lk ON kvt(l,k);',
@@ -141,7 +136,6 @@ async function settled(page, timeout) {
         cpApp.map.lastSf === cpApp.map.base, null, { timeout: timeout || 60000 });
 }
 
-/* Stores settings through the page, then reloads it. */
 async function setAndReload(page, fn, arg) {
     await page.evaluate(fn, arg);
     await page.evaluate(() => kelvor.settings.saveOnly());
@@ -149,8 +143,7 @@ async function setAndReload(page, fn, arg) {
     await loaded(page);
 }
 
-/* Starts a host (with syntheticPack() when opts.synthetic) and opens the page with opts.settings
-** stored (objects merged one level deep) and the wizard done. close() fails on script errors. */
+/* Starts a host (syntheticPack() if opts.synthetic), opens the page with opts.settings merged in, wizard done. */
 async function start(opts) {
     const o = opts || {};
     const host = await startHost();

@@ -1,15 +1,12 @@
-/*
-** The chart on the canvas, read back pixel by pixel: tiles in both raster paths, a WebGL vector
-** overlay, both over a lost context, a tap on a feature, the pinch. Run through tests/support/isolate.sh.
-*/
+/* The chart on the canvas, read back pixel by pixel: tiles in both raster paths, a WebGL vector overlay,
+** both over a lost context, a tap on a feature, the pinch. Run through tests/support/isolate.sh. */
 'use strict';
 
 const test = require('node:test');
 const assert = require('node:assert');
 const { settled, withPage, loaded, PNG } = require('./browser');
 
-/* After a fresh pass (which lets WebGL be read): with pure, counts of the overlay's pure colours;
-** else the share of each colour of the view, binned ("r,g,b"). */
+/* After a fresh pass: with pure, counts of the overlay's pure colours; else each colour's share of the view. */
 function viewColours(pure) {
     const m = cpApp.map, gl = m.ctx3d;
     m.force = true;
@@ -96,14 +93,12 @@ function overlay(img) {
 test('tiles and an overlay draw in WebGL with the world grid; the feature shows its texts', async () => {
     await withPage(async (page) => {
         await tilesTwoLevelsFiner(page, true);
-        /* stored the way a downloaded overlay is, then picked up at the start */
         await page.evaluate((doc) => fetch("/UPexecSql/REPLACE INTO kvt (k,v,t,l) VALUES(3,?,13,'**')",
             { method: 'POST', body: doc }), JSON.stringify(overlay(SHEETS)));
         await page.reload();
         await loaded(page);
         assert.strictEqual(await page.evaluate(() => !!cpApp.map.ctx3d), true, 'WebGL under swiftshader');
-        /* the sheets decode asynchronously; a render now and then (not each frame, which starves
-        ** a loaded machine) takes them up */
+        /* sheets decode asynchronously: a render now and then (each frame starves a loaded machine) takes them up */
         await page.waitForFunction(() => {
             const v = kelvor.chartkit.vectorMap;
             cpApp.map.render();
@@ -124,7 +119,6 @@ test('tiles and an overlay draw in WebGL with the world grid; the feature shows 
         assert.deepStrictEqual(st.scales, ['0', '1', '2', '50000000'], 'scale keys sorted as text');
         assert.deepStrictEqual([st.boxes, st.glyphs], [6, 12], 'one text box, two glyphs');
 
-        // a lost context leaves the 2D path drawing; a restored one uploads the tiles and draws the kept geometry
         await page.evaluate(() => {
             window._lose = cpApp.map.ctx3d.getExtension('WEBGL_lose_context');
             _lose.loseContext();
@@ -164,7 +158,6 @@ test('the 2D path draws the tiles; a two-finger pinch zooms about its centre, a 
         await settled(page);
         const v1 = await view();
         assert.deepStrictEqual(v1, v0, 'a tap with a jitter below 20 pixels leaves the view');
-        // fingers 200 pixels apart spread to 300 about the point (600, 400)
         await touch('touchStart', [[500, 400], [700, 400]]);
         for (let i = 1; i <= 10; i++) await touch('touchMove', [[500 - i * 5, 400], [700 + i * 5, 400]]);
         await touch('touchEnd', []);

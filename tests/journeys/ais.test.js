@@ -12,8 +12,7 @@ const ODD = { mmsi: 211999001, name: '<IMG SRC=X>', call: 'D<=>', dest: 'A=B', l
     type: 36, len: 12, beam: 4, draught: 1.5 };
 const SART = { mmsi: 970123456, lat: 54.505, lon: 10.1, status: 14, sog: 0, cog: 0 };
 
-/* The demo voyage, the odd target 3 km north heading south at 10 kt (name every 30 s), and an
-** active SART south of the circle. */
+/* The demo voyage, an odd target 3 km north heading south at 10 kt (name every 30 s), an active SART south. */
 function lines() {
     const out = [];
     let s = 0;

@@ -23,8 +23,7 @@ function run(cmd, args, input) {
     if (r.status !== 0) throw new Error(cmd + ' ' + args.join(' ') + ': ' + r.stderr);
 }
 
-/* A GeoTIFF of one colour with noise (so that the download is not tiny) over [west, south, east,
-** north] in degrees, written by GDAL from a PPM image. */
+/* A one-colour GeoTIFF with noise (so the download is not tiny) over [west, south, east, north], by GDAL. */
 function raster(dir, name, rgb, box) {
     const w = 512, h = 512, img = Buffer.alloc(w * h * 3);
     let seed = 12345;
@@ -39,8 +38,7 @@ function raster(dir, name, rgb, box) {
     return tif;
 }
 
-/* Makes A<id>.marepack in dir from o.charts ({ name: box }), with o.markers (lang -> texts) added
-** in its first chart so that the bar offers map languages. */
+/* Makes A<id>.marepack in dir from o.charts ({ name: box }), o.markers (lang -> texts) in its first chart. */
 function kit(dir, id, o) {
     const work = fs.mkdtempSync(path.join(os.tmpdir(), 'mareplot-kit-src-'));
     const file = path.join(dir, 'A' + String(id).padStart(6, '0') + '.marepack');

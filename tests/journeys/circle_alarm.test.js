@@ -6,7 +6,6 @@ const assert = require('node:assert');
 const j = require('./journey');
 
 test('a circle alarm fires when the boat leaves it and stays armed after the acknowledge', { timeout: 180000 }, async () => {
-    /* ten times the recorded speed: about 50 m/s */
     await j.journey('circle-alarm', { voyage: { speed: 10 } }, async (page, s) => {
         await j.setNetworkFeed(page, s.feed.port);
         await j.until(() => page.evaluate(() => !!(kelvor.boat.gps && kelvor.boat.gps.fix)), 'a fix', 30000);
@@ -29,7 +28,6 @@ test('a circle alarm fires when the boat leaves it and stays armed after the ack
         await j.click(page, j.menuEntry('Alarm'));
         await j.click(page, '#btn_alarm_add_circle');
         await j.click(page, '#btn_alarm_on', { shows: '#btn_alarm_off' });
-        /* the circle lies 50 pixels west of the centre, radius 100: the boat is in */
         await j.until(() => page.evaluate(() => kelvor.alarm.running.side !== 0), 'the armed alarm learns');
         assert.strictEqual(await page.evaluate(() => kelvor.alarm.running.side), 1, 'armed with the boat inside');
         await j.shot(page, 'circle-alarm-armed');

@@ -1,5 +1,4 @@
-/* First start: the wizard, the chart it opens onto, and the account About names. Every other
-** journey closes the wizard by its ×. */
+/* First start: the wizard, the chart it opens onto, the account About names (other journeys close it by ×). */
 'use strict';
 
 const test = require('node:test');

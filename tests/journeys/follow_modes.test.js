@@ -42,7 +42,6 @@ test('follow modes from Settings and the boat bar; a pan or a target tap ends fo
         await iconIs(page, true);
         assert.strictEqual(await stored(page), 4);
 
-        /* a tap on a listed target ends follow mode, even when the list is refreshed while the button is down */
         await j.click(page, '#i_screen_more');
         await j.until(async () => (await page.locator('#right_menu_main').boundingBox()).width === 300,
             'the column widened', 10000);

@@ -1,7 +1,5 @@
-/*
-** journey.js: the journeys' runner and screen helpers. They act only by clicks, keys and typing on
-** elements visible inside the 1280 by 800 viewport; they read state only to wait or to check.
-*/
+/* journey.js: the journeys' runner and screen helpers. They act only by clicks, keys and typing on elements
+** visible inside the 1280 by 800 viewport; they read state only to wait or to check. */
 'use strict';
 
 const fs = require('fs');
@@ -119,8 +117,7 @@ async function setNetworkFeed(page, port) {
     await settingsDone(page);
 }
 
-/* The right column's texts a person could not read: cut off by its edge, lying on another text
-** or on the cross-track bar. Empty when all is readable. */
+/* The right column's texts a person could not read (cut off, on another text or the cross-track bar). */
 function columnClashes(page) {
     return page.evaluate(() => {
         const col = document.getElementById('right_menu_main').getBoundingClientRect();
@@ -175,8 +172,7 @@ async function shot(page, name) {
     return img;
 }
 
-/* Starts cmd and waits until ready(its output so far) holds. Returns { out, stop() }; stop() and a
-** failed start also run cleanup. */
+/* Starts cmd, waits until ready(output so far); returns { out, stop() } (stop and a failed start clean up). */
 async function service(cmd, args, ready, what, cleanup) {
     const proc = spawn(cmd, args, { stdio: ['ignore', 'pipe', 'inherit'] });
     let exited = false, out = '';
@@ -197,8 +193,7 @@ async function service(cmd, args, ready, what, cleanup) {
     return { out, stop };
 }
 
-/* Serves the demo voyage looped through nmea_replay on a free port: opts.lines instead of it,
-** opts.startAt seconds skipped, opts.speed times faster. Returns { port, stop() } once it listens. */
+/* nmea_replay on a free port: the demo voyage looped, or opts.lines, from opts.startAt, opts.speed times fast. */
 async function voyage(opts) {
     let lines = opts.lines || require(path.join(ROOT, 'tools/demo_voyage.js')).voyage().split('\r\n').filter(Boolean);
     if (opts.startAt) {
@@ -215,8 +210,7 @@ async function voyage(opts) {
     return { port: Number(/127\.0\.0\.1:(\d+)/.exec(s.out)[1]), stop: s.stop };
 }
 
-/* Runs fn(page, s) on a first start (wizard left open with opts.wizard), with s.feed serving
-** opts.voyage when given; keeps <name>-failed.png when it fails. */
+/* Runs fn(page, s) on a first start (opts.wizard keeps the wizard), s.feed serving opts.voyage if given. */
 async function journey(name, opts, fn) {
     const feed = opts.voyage ? await voyage(opts.voyage) : null;
     try {

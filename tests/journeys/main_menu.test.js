@@ -6,8 +6,7 @@ const assert = require('node:assert');
 const j = require('./journey');
 const { PNG } = require('../client/browser');
 
-/* The forecast service: a 5 by 5 wind grid over 9 to 11 E, 54 to 55 N, u and v in the red and
-** green bytes (0 to 254 for -20 to 20 m/s), three times to come; any other request fails. */
+/* The forecast service: a 5 by 5 wind grid over 9-11 E, 54-55 N (u, v in red, green: 0-254 for -20-20 m/s). */
 const GRID = { x1: 9, y1: 54, x2: 11, y2: 55, gx: 0.5, gy: 0.25, dx: 5, dy: 5, imin: 0, imax: 254,
     umin: -20, umax: 20, vmin: -20, vmax: 20 };
 const pixel = (i) => [20 + i * 9, 200 - i * 7];
@@ -32,8 +31,7 @@ function forecast(page, asked) {
     });
 }
 
-/* label, what opens, how a person leaves it ('x' the close control, 'back' the bar's Back, 'tool'
-** the menu button, 'wait' the bubble goes by itself), and a text the opened element shows */
+/* label, what opens, how one leaves it ('x' close, 'back', 'tool' menu button, 'wait' it goes), a text shown */
 const ENTRIES = [
     ['Sync', '#np_chartkit_ineterror', 'x', 'Internet Error'],
     ['Current', '#np_wind_nodata', 'x', 'no valid data'],

@@ -1,5 +1,4 @@
-/* Network GPS set in Settings moves the boat and fills the right column (whose readability is the
-** settings journey's). */
+/* Network GPS set in Settings moves the boat and fills the right column (read by the settings journey). */
 'use strict';
 
 const test = require('node:test');

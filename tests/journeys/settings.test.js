@@ -56,8 +56,7 @@ async function screenTexts(page, name) {
     return seen;
 }
 
-/* English left on a translated page: texts the table translates, and words of the English page
-** the table does not keep on purpose (by an entry of the same text). */
+/* English left on a translated page: texts the table translates, and words it keeps English on purpose. */
 function untranslated(texts, english, tr) {
     return [...texts].filter((t) => (tr.has(t) ? tr.get(t) !== t :
         english.has(t) && /[A-Za-z]{2}/.test(t) && !/\d/.test(t)));

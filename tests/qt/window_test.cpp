@@ -1,9 +1,5 @@
-/*
-** window_test.cpp -- the window under a virtual display: start-up, the page,
-** link decisions, the mail hand-over and the "GPS Port" menu reading NMEA
-** from a socat pty pair. One MainWindow serves every case, since the
-** listener lives as long as the process.
-*/
+/* window_test.cpp -- the window under a virtual display: start-up, the page, link decisions, the mail
+** hand-over, the "GPS Port" menu on a socat pty pair. One MainWindow serves all (its listener lives on). */
 #include <fcntl.h>
 #include <stdio.h>
 #include <unistd.h>
@@ -41,11 +37,9 @@ static QString g_home;
 
 static QString dataDir() { return g_home + "/.local/share/mareplot"; }
 
-/* The stored serial port and speed. */
 static QByteArray portKey() { return QByteArray::fromStdString(readFile(dataDir().toStdString() + "/usbport.key")); }
 
-/* The texts of the "GPS Port" menu's entries, or of its checked ones;
-** "|" for a separator. */
+/* The texts of the "GPS Port" menu's entries, or of its checked ones; "|" for a separator. */
 static QStringList menuTexts(const MainWindow *w, bool checkedOnly = false) {
     QStringList out;
     for (QAction *a : w->gpsMenu->actions())
@@ -79,8 +73,7 @@ class WindowTest : public QObject {
         for (const char *scheme : {"http", "https", "mailto"}) QDesktopServices::unsetUrlHandler(scheme);
     }
 
-    /* The stored port and speed never survive a start; a speed picked with
-    ** no port open is checked, stored, and used by the next port. */
+    /* Stored port and speed never survive a start; a speed picked with no port open is checked and stored. */
     void startResetsThePortAndKeepsASpeedPicked() {
         QCOMPARE(portKey(), QByteArray("Off\n4800"));
         QCOMPARE(menuTexts(w, true), QStringList({"Off", "4800 Baud"}));
@@ -156,16 +149,14 @@ class WindowTest : public QObject {
         QCOMPARE(rec.urls.first().toString(QUrl::FullyEncoded), expected.toString(QUrl::FullyEncoded));
     }
 
-    /* The web view sends Origin and Host with its requests: they are its
-    ** own, so its status posts get through. */
+    /* The web view's own Origin and Host let its status posts through. */
     void pagePostsAreServed() {
         QTRY_VERIFY_WITH_TIMEOUT(MR_LOAD(mrApp.settingsCapacity) > 0 && mrApp.settingsText != nullptr &&
                                      QByteArray(mrApp.settingsText) == "*",
                                  30000);
     }
 
-    /* A second window on the same data directory shows the message in a
-    ** box, and exits with status 1 once the box is answered. */
+    /* A second window on the same data directory shows the message in a box, exits 1 once it is answered. */
     void secondWindowOnTheSameDirectory() {
         QProcess second;
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -193,15 +184,13 @@ class WindowTest : public QObject {
         QCOMPARE(QString::fromStdString(httpGet("/hostversion").statusLine), QString("HTTP/1.1 200 OK"));
     }
 
-    /* NMEA written into one end of a pty pair, the other end picked in the
-    ** menu, comes out as the position of the status exchange. */
+    /* NMEA written into one end of a pty pair, the other picked in the menu, reaches the status exchange. */
     void serialPortFeedsTheFix() {
         kit::PtyPair pty;
         QVERIFY2(fileExists(pty.feed), "socat is needed for this test");
         const QString gps = QString::fromStdString(pty.gps);
 
-        /* The pty is no listed port, so it joins the menu as a port entry
-        ** would and is picked like one. */
+        /* The pty is no listed port: it joins the menu as a port entry would and is picked like one. */
         QAction *entry = new QAction(gps, w->portGroup);
         w->gpsMenu->insertAction(w->gpsMenu->actions().at(2), entry);
         entry->trigger();
@@ -234,8 +223,7 @@ class WindowTest : public QObject {
         MR_STORE(gpsfix.gpsSource, 0);
     }
 
-    /* Closing the window keeps the size and place the user left it at for
-    ** the next start. Last, since the window stays closed. */
+    /* Closing keeps the window's size and place for the next start. Last: the window stays closed. */
     void closingKeepsThePlace() {
         const QRect left(100, 80, 820, 610);
         w->setGeometry(left);

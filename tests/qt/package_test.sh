@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# Builds the .deb with CPack, unpacks it with dpkg -x into a temporary root
-# and starts both of its programs there: each must answer on 127.0.0.1:19999.
-# Argument: the build directory.
+# Builds the .deb with CPack, unpacks it with dpkg -x into a temporary root and starts both of its
+# programs there: each must answer on 127.0.0.1:19999. Argument: the build directory.
 set -euo pipefail
 build=$1
 work=$(mktemp -d /tmp/mareplot-deb-XXXXXX)
